@@ -1,0 +1,190 @@
+// Progress of a run as one fraction, computed from a tree of weighted stages, and the clock that times the stages.
+#pragma once
+
+#include "zav_export.h"
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// Implemented by an application that wants to hear about progress.
+class ZAV_API ProgressBase
+{
+public:
+    virtual ~ProgressBase();
+    /// Called on the thread that runs the operation, with locks of the progress tree held: it should return quickly and
+    /// must not call back into the library.
+    /// \param name      what runs, e.g. "Reconstruct"
+    /// \param fraction  the part done, 0 to 1
+    virtual void update(const std::string& name, double fraction) = 0;
+};
+
+/// Time and memory of one stage of a run.
+struct StageTiming
+{
+    std::string label;     // the stage's name in the tree
+    int depth = 0;         // number of stages that were under way when it began
+    double seconds = 0.0;  // wall time, summed when a stage was entered several times
+    long peakMemoryKB = 0; // the process's largest resident size up to the stage's end
+};
+
+/// Notes when stages begin and end. Stages are listed in the order in which they first began.
+class StageClock
+{
+public:
+    void restart();
+    void begin(const std::string& label);
+    void end(const std::string& label);
+    /// Ends what is still under way, the whole run included.
+    void endAll();
+    const std::vector<StageTiming>& getTimings() const { return vTimings; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    struct OpenStage
+    {
+        size_t timing; // index in vTimings
+        Clock::time_point start;
+    };
+
+    void close(const OpenStage& stage);
+
+    std::vector<StageTiming> vTimings;
+    std::vector<OpenStage> vOpen;
+};
+
+/// One node of the tree. The root belongs to a thread; its children are the stages of a run. Only the thread that
+/// called the public function counts; the mutexes allow others to read.
+class Progress
+{
+public:
+    explicit Progress(const std::string& name, Progress* parent = nullptr, double weight = 1.0);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    /// Adds a stage; one that exists stays as it is. A node named "empty" can't have any.
+    void createChild(const std::string& name, double weight);
+
+    /// The stage, made with weight 10 if nobody registered it, with its number of steps set. A stage that is entered
+    /// again keeps the fraction it has reached.
+    Progress* getChildProgressSetTodo(const std::string& name, std::uint64_t todo);
+
+    /// One step done. The subscriber hears of it about 200 times in a run. Takes no lock on the usual path.
+    void incProgressByOne() { incProgressBy(1); }
+    /// A group of steps done at once.
+    void incProgressBy(std::uint64_t numSteps)
+    {
+        sinceBroadcast += numSteps;
+        const std::uint64_t newDone = done + numSteps;
+        if (newDone > todo)
+            done = todo; // never past the end
+        else
+        {
+            done = newDone;
+            if (sinceBroadcast < step && newDone != todo)
+                return;
+        }
+        announce();
+    }
+
+    /// The node and all below it count as finished.
+    void setDone(bool broadcastNow);
+
+    /// The part done, 0 to 1; over children the mean by weight.
+    double getFrac();
+
+    /// Climbs to the root, which tells its subscriber if the fraction has changed. The text is ignored.
+    void broadcast(const std::string&);
+
+    /// Back to the "empty" state without children. The subscriber and the weight stay.
+    void reset();
+
+    /// Starts a run on a root: forgets the last one and gives the tree its name.
+    void startRun(const std::string& runName);
+    /// Ends a run on a root after a normal end: everything counts as done, the tree is empty again.
+    void finishRun();
+
+    void setSubscriber(ProgressBase* pProgress);
+    std::string getName();
+    /// The stages of the root's last run.
+    const std::vector<StageTiming>& getTimings() const { return clock.getTimings(); }
+
+private:
+    friend struct ProgressTestAccess;
+
+    void announce();
+    void setTodo(std::uint64_t todoArg);
+    void computeStep();
+    Progress* getRoot();
+
+    std::map<std::string, Progress*> mNameKids;
+    std::string name;
+    const double weight;
+    ProgressBase* subscriber = nullptr; // not owned; only the root's is used
+    Progress* const parent;
+    std::recursive_mutex mutex;
+    std::uint64_t todo = 1;
+    std::uint64_t done = 0;
+    std::uint64_t step = 1; // broadcast every this many steps
+    std::uint64_t sinceBroadcast = 0;
+    double lastFraction = -1.0;
+    StageClock clock; // only the root's is used
+};
+
+/// One object per thread, made on first use and kept until the end of the process.
+template <class T>
+class ThreadSingleton
+{
+public:
+    static T* getInstance()
+    {
+        Registry& registry = getRegistry();
+        std::lock_guard<std::mutex> lock(registry.mtx);
+        T*& instance = registry.mInstances[std::this_thread::get_id()];
+        if (instance == nullptr)
+            instance = new T("empty");
+        return instance;
+    }
+
+private:
+    /// The clean-up at the end of the process.
+    struct Registry
+    {
+        std::mutex mtx;
+        std::map<std::thread::id, T*> mInstances;
+
+        ~Registry()
+        {
+            std::lock_guard<std::mutex> lock(mtx);
+            for (auto& [id, instance] : mInstances)
+                delete instance;
+            mInstances.clear();
+        }
+    };
+
+    static Registry& getRegistry()
+    {
+        static Registry registry;
+        return registry;
+    }
+};
+
+/// The root of the calling thread.
+inline Progress* getThreadProgress()
+{
+    return ThreadSingleton<Progress>::getInstance();
+}
+
+// Each sets up the calling thread's root for one kind of run.
+void progressForReco();
+void progressForEstimation();
+
+} // namespace MIRT_ZAV

@@ -1,0 +1,189 @@
+#include "cellSets.h"
+
+#include "sortMT.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <numeric>
+
+namespace MIRT_ZAV
+{
+namespace
+{
+/// The cells one face step from a layer, without those of the layer itself and of the one before. Shifted by a
+/// constant, a sorted list stays sorted: the six shifted copies are merged in one pass.
+std::vector<RCD> getNextLayer(const std::vector<RCD>& layer, const std::vector<RCD>& previous)
+{
+    constexpr std::array<RCD, 6> steps = {~rcd::xUnit + 1, ~rcd::yUnit + 1, ~rcd::zUnit + 1,
+                                          rcd::zUnit,      rcd::yUnit,      rcd::xUnit};
+    constexpr RCD beyond = ~RCD(0); // above every code
+    const size_t n = layer.size();
+    std::array<size_t, 6> cursor{};
+    std::array<RCD, 6> head;
+    const auto headAt = [&](size_t i) { return cursor[i] < n ? layer[cursor[i]] + steps[i] : beyond; };
+    for (size_t i = 0; i < 6; ++i)
+        head[i] = headAt(i);
+
+    std::vector<RCD> next;
+    next.reserve(2 * n);
+    auto itLayer = layer.begin();
+    auto itPrevious = previous.begin();
+    const auto isIn = [](auto& it, auto end, RCD r)
+    {
+        while (it != end && *it < r)
+            ++it;
+        return it != end && *it == r;
+    };
+    for (;;)
+    {
+        const RCD r = *std::min_element(head.begin(), head.end());
+        if (r == beyond)
+            return next;
+        for (size_t i = 0; i < 6; ++i)
+            if (head[i] == r)
+            {
+                ++cursor[i];
+                head[i] = headAt(i);
+            }
+        const bool bKnown = isIn(itLayer, layer.end(), r) | isIn(itPrevious, previous.end(), r);
+        if (!bKnown)
+            next.push_back(r);
+    }
+}
+
+/// Sets of connected indices, with the smallest index of a set as its name.
+class UnionFind
+{
+public:
+    explicit UnionFind(size_t n) : parent(n) { std::iota(parent.begin(), parent.end(), 0u); }
+
+    std::uint32_t find(std::uint32_t i)
+    {
+        for (; parent[i] != i; i = parent[i])
+            parent[i] = parent[parent[i]];
+        return i;
+    }
+
+    void join(std::uint32_t i, std::uint32_t j)
+    {
+        i = find(i);
+        j = find(j);
+        if (i < j)
+            parent[j] = i;
+        else
+            parent[i] = j;
+    }
+
+private:
+    std::vector<std::uint32_t> parent;
+};
+
+/// A run of codes in front of a cell, from cell + first to cell + last, that counts as touching it.
+struct TouchingRun
+{
+    RCD first;
+    RCD last;
+};
+
+/// Components of cells that are tied by the given runs. Of each pair of touching cells only the later one looks back at
+/// the earlier, along cursors that never turn round.
+void createComponents(const std::vector<RCD>& cells, const std::vector<TouchingRun>& runs,
+                      std::vector<std::vector<RCD>>& components)
+{
+    std::vector<RCD> sorted = cells;
+    sortMT(sorted.begin(), sorted.end());
+
+    UnionFind sets(sorted.size());
+    for (const TouchingRun& run : runs)
+    {
+        size_t cursor = 0;
+        for (size_t i = 0; i < sorted.size(); ++i)
+        {
+            while (sorted[cursor] < sorted[i] + run.first)
+                ++cursor;
+            for (size_t j = cursor; j < i && sorted[j] <= sorted[i] + run.last; ++j)
+                sets.join(static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j));
+        }
+    }
+
+    constexpr size_t noComponent = ~size_t(0);
+    std::vector<size_t> componentOf(sorted.size(), noComponent);
+    for (const RCD r : cells)
+    {
+        const auto position = std::lower_bound(sorted.begin(), sorted.end(), r) - sorted.begin();
+        size_t& component = componentOf[sets.find(static_cast<std::uint32_t>(position))];
+        if (component == noComponent)
+        {
+            component = components.size();
+            components.emplace_back();
+        }
+        components[component].push_back(r);
+    }
+}
+} // namespace
+
+void inflateRCD(std::vector<RCD>& cells, int numSteps, bool bKeepInput, std::vector<RCD>& out)
+{
+    if (numSteps < 0)
+        return;
+    std::vector<RCD> layer = cells;
+    sortMT(layer.begin(), layer.end());
+    if (bKeepInput)
+        out.insert(out.end(), layer.begin(), layer.end());
+    // A later shell can reach only the two preceding ones.
+    std::vector<RCD> previous;
+    for (int s = 0; s < numSteps; ++s)
+    {
+        std::vector<RCD> next = getNextLayer(layer, previous);
+        out.insert(out.end(), next.begin(), next.end());
+        previous.swap(layer);
+        layer.swap(next);
+    }
+}
+
+void createCC_RCD(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& components)
+{
+    // The 13 neighbours that sort before a cell: four whole columns of three, and the cell below.
+    const auto column = [](RCD offset) { return TouchingRun{offset - rcd::zUnit, offset + rcd::zUnit}; };
+    createComponents(cells,
+                     {column(~(rcd::xUnit + rcd::yUnit) + 1),
+                      column(~rcd::xUnit + 1),
+                      column(~(rcd::xUnit - rcd::yUnit) + 1),
+                      column(~rcd::yUnit + 1),
+                      {~rcd::zUnit + 1, ~rcd::zUnit + 1}},
+                     components);
+}
+
+void createCC_RCD_6Neig(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& components)
+{
+    const auto single = [](RCD unit) { return TouchingRun{~unit + 1, ~unit + 1}; };
+    createComponents(cells, {single(rcd::xUnit), single(rcd::yUnit), single(rcd::zUnit)}, components);
+}
+
+void getNeigs26(std::vector<RCD>& sortedSet, RCD r, std::vector<RCD>& out)
+{
+    RCD neigs[26];
+    Calc::completeArray26_RCD(r, neigs);
+    auto it = sortedSet.begin();
+    for (const RCD neig : neigs) // ascending, so that every search starts where the last one ended
+    {
+        it = std::lower_bound(it, sortedSet.end(), neig);
+        if (it == sortedSet.end())
+            return;
+        if (*it == neig)
+            out.push_back(neig);
+    }
+}
+
+void getRCC2RCD(std::vector<RCD>& cells, std::vector<std::pair<RCC, RCD>>& out)
+{
+    out.reserve(out.size() + 8 * cells.size());
+    for (const RCD r : cells)
+        for (RCD vertex = 0; vertex < 8; ++vertex)
+            out.emplace_back(
+                r + (vertex >> 2) * rcd::xUnit + (vertex >> 1 & 1) * rcd::yUnit + (vertex & 1) * rcd::zUnit, r);
+    sortMT(out.begin(), out.end());
+}
+
+} // namespace MIRT_ZAV

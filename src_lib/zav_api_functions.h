@@ -1,0 +1,58 @@
+// Public functions: reconstruction, spacing, set-up of the library.
+#pragma once
+
+#include "Mesh.h"
+#include "Point3.h"
+#include "Progress.h"
+#include "zav_export.h"
+
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// Turns a point cloud into a mesh on a lattice whose cell side is a multiple of the detected point spacing.
+/// \param points            the cloud, not changed; colours are carried along. Points that aren't finite are skipped.
+/// \param spacingFactor     cell side as a multiple of the detected spacing: 1.0 for cells at that spacing, more for a
+///                          coarser mesh, less for a finer one with more holes
+/// \param holeControlLimit  greatest width, in cells, up to which holes are closed; below 1 none is
+/// \return the mesh, or a null pointer, after a message, when no cell came out
+/// \throws ZavBugException  when the spacing isn't above 0 or the cloud needs more than 2087152 cells along an axis
+ZAV_API MeshPtr reconstruct_auto(std::vector<Point3>& points, double spacingFactor, int holeControlLimit);
+
+/// The same with the cell side given in the units of the input; the spacing isn't estimated.
+ZAV_API MeshPtr reconstruct_abs(std::vector<Point3>& points, double spacing, int holeControlLimit);
+
+/// The detected average point spacing in input units; -1.0 for an empty cloud. Runs the whole intake with hole control
+/// off. Progress ends at about 2/3: a subscriber must not wait for 1.0.
+ZAV_API double estimateAvgSpacing(std::vector<Point3>& points);
+
+/// Sets the subscriber to progress of the calling thread. It stays across runs; null is ignored. Not owned.
+ZAV_API void subscribe(ProgressBase* pProgress);
+
+/// The stages of the calling thread's last run with their times: the run itself first, then each stage in the order in
+/// which it began. Empty before the first run.
+ZAV_API std::vector<StageTiming> getStageTimings();
+
+/// Sets the number of threads that the library uses from now on; 0 means the hardware's number, a negative value warns
+/// and changes nothing. Thread pools that exist keep their threads until destroySingletons(). To be called before work
+/// starts: the value has no lock.
+ZAV_API void setGlobalNumCPU(int numCPU);
+
+/// Ends the thread pools, for example before unloading the library. They come back on demand.
+ZAV_API void destroySingletons();
+
+/// Moves a cloud near the origin, so that double precision is used well: subtracts the middle of the bounding box.
+/// \param points   changed in place
+/// \param x, y, z  receive what was subtracted; 0 for an empty cloud
+/// A coordinate that lowers the minimum is not offered to the maximum, deliberately: on an axis along which every point
+/// lies below all earlier ones, a single point included, the offset is of the order of -9e307.
+ZAV_API void autoOffset(std::vector<Point3>& points, double& x, double& y, double& z);
+
+ZAV_API void getVersion(int& major, int& minor);
+/// "ZAV, version 1.17" on standard output.
+ZAV_API void printVersion();
+ZAV_API bool isRelease();
+ZAV_API bool is32bitSystem();
+
+} // namespace MIRT_ZAV
