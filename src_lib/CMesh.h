@@ -1,0 +1,114 @@
+// The triangle mesh on lattice codes.
+//
+// Its vertices are the codes of occupied cells; where a vertex lies in space is told by the bundle of its cell. Two
+// vertices are equal when their codes are, so that topology is repaired on integers alone. Triangles and edges are
+// tombstoned, never removed: a stage iterates a snapshot and tests again what may have changed.
+#pragma once
+
+#include "Bundle.h"
+#include "CEdge.h"
+#include "CPatch.h"
+#include "CTriangle.h"
+#include "OrderedIndex.h"
+#include "SimplePool.h"
+
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+class Voro;
+
+/// Used by one thread at a time.
+class CMesh
+{
+public:
+    Voro* pVoro;                           // the extractor; not owned
+    Calc* pCalc;                           // the lattice; not owned
+    std::map<CCD, Bundle*>* pMapCCDBundle; // all bundles; not owned, but addBundle inserts into it
+    std::vector<CCD> vZeroCCD;             // cells that hole control added, sorted
+    /// Every edge ever created since the last reset; keys have their smaller code first.
+    MIRT_TOOLS::OrderedIndex<std::pair<VCD, VCD>, CEdge*> mEdges;
+    std::vector<CTriangle*> vT;                     // alive or dead; in order of creation until killDups sorts them
+    std::vector<CEdge*> vCE;                        // every edge, in order of creation
+    MIRT_TOOLS::KeyedLists<VCD, CTriangle*> mmVtxT; // three entries per alive triangle, one per corner
+    std::set<Point3*> sAdditionalVtx;               // points of the additional bundles
+    std::vector<Bundle*> vAdditionalBundles;        // made by addBundle; owned, with their points
+    std::vector<CPatch*> vPatches;                  // in poolPatch
+    MIRT_TOOLS::SimplePool<CTriangle> poolT;
+    MIRT_TOOLS::SimplePool<CEdge> poolCE;
+    MIRT_TOOLS::SimplePool<CPatch> poolPatch;
+
+    CMesh(Voro* pVoro, Calc* pCalc, std::map<CCD, Bundle*>* pMap, const std::vector<CCD>& vFill);
+    ~CMesh();
+    CMesh(const CMesh&) = delete;
+    CMesh& operator=(const CMesh&) = delete;
+
+    /// Makes a triangle; the order of the corners is the winding. Equal corners are a bug. Whether the same triangle
+    /// exists isn't checked: callers ask hasAdjT first or run killDups afterwards.
+    CTriangle* createT(VCD a, VCD b, VCD c, VCD vcd, int config);
+    /// Removes a triangle from the lists of its corners.
+    void unregisterTriangle(CTriangle* t);
+    /// Of triangles on the same three codes only the first in order of creation survives. Sorts vT by the sorted
+    /// corners. \return the number of triangles killed
+    int killDups();
+    /// Back to the state after construction, except for the bundles. All triangles, edges and patches become invalid.
+    void reset();
+    /// Room for a number of triangles that is known to come.
+    void reserve(size_t numT);
+
+    /// The edge of two codes in either order, alive or not, or null.
+    CEdge* getEdge(VCD a, VCD b) const;
+    // All of these append to out.
+    void getIncidentT(VCD v, std::vector<CTriangle*>& out) const;
+    /// The edges at v of alive triangles, in order of creation.
+    void getIncidentCE(VCD v, std::vector<CEdge*>& out) const;
+    void getAliveTriangles(std::vector<CTriangle*>& out) const;
+    /// All edges in key order, dead ones too.
+    void getCEdges(std::vector<CEdge*>& out) const;
+    /// Edges in key order by degree: n > 0 exactly n, -1 three or more, -5 one or three or more, -99 at least one. Any
+    /// other n ends the walk at the first edge with a warning.
+    void getDegN(int n, std::vector<CEdge*>& out) const;
+    /// Sum over the alive triangles, in square input units.
+    double getArea() const;
+
+    bool hasBundle(CCD c) const { return pMapCCDBundle->find(c) != pMapCCDBundle->end(); }
+    std::map<CCD, Bundle*>& getRefToBundleMap() { return *pMapCCDBundle; }
+    const std::vector<CCD>& getZeroCCD() const { return vZeroCCD; }
+    Calc* getCalc() const { return pCalc; }
+    double getSideLen() const { return pCalc->getSideLen(); }
+
+    // Where a vertex lies. A vertex without a bundle is a bug.
+    Point3 getAvgPoint(VCD v) const { return *getVtx(v); }
+    Point3* getVtx(VCD v) const;
+
+    /// Adds a bundle for a cell, at (x, y, z) or, if all three are the largest double, at the cell's middle; then moves
+    /// it to the middle of its ring. A point outside of the cell is a bug. An old entry of the cell is replaced in the
+    /// map.
+    void addBundle(CCD c, double x, double y, double z);
+    /// Moves an additional vertex to the middle of its ring of neighbours; with fewer than two edges it stays. The new
+    /// position may lie outside of the cell. Takes one number from rand().
+    void averageBundle(Bundle* b);
+    void averageBundles();
+    /// Collapses an additional vertex along the first edge that allows it; true if one did.
+    bool integrateBundle(Bundle* b);
+    void integrateAdditionalBundles();
+
+    bool canCollapseWithoutDups(VCD src, VCD trg) const;
+    /// Moves the triangles at src to trg if no duplicate comes of it.
+    bool collapseEdgeToEndpoint(CEdge* e, VCD src, VCD trg);
+    /// Moves a vertex towards the mean of its neighbours, at most a tenth of a cell. False, with nothing moved, when a
+    /// triangle would turn by more than 90 degrees or there is no neighbour.
+    bool laplacianForOne(VCD v);
+    /// Gets rid of degenerate triangles by splits or, failing that, by moving a corner.
+    void treatDegenerateT();
+
+private:
+    CEdge* attachEdge(VCD a, VCD b, CTriangle* t);
+    void deleteBundle(Bundle* b);
+};
+
+} // namespace MIRT_ZAV
