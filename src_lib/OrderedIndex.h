@@ -199,6 +199,12 @@ public:
     size_t size() const { return numValues; }
     bool empty() const { return numValues == 0; }
 
+    void reserve(size_t numKeys, size_t numExpectedValues)
+    {
+        heads.reserve(numKeys);
+        nodes.reserve(numExpectedValues);
+    }
+
     void clear()
     {
         heads.clear();

@@ -1,0 +1,65 @@
+// The public handle of a triangle mesh.
+#pragma once
+
+#include "Point3.h"
+#include "zav_export.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+class RMesh;
+
+/// Owns one mesh and forwards to it. Applications hold it as a MeshPtr.
+///
+/// The points handed out belong to the mesh: they stay valid until the next operation that changes the mesh, and no
+/// longer than the handle. The caller must not free them. Coordinates are in input units. Not thread-safe: one
+/// operation at a time on a mesh.
+class ZAV_API Mesh
+{
+public:
+    /// Takes ownership; null is allowed as long as nothing but the destructor is called.
+    explicit Mesh(RMesh* pRMesh);
+    ~Mesh();
+    Mesh(const Mesh&) = delete;
+    Mesh& operator=(const Mesh&) = delete;
+
+    /// The mesh behind the handle, for the library's own operations; stays owned by the handle.
+    RMesh* getRMesh() const { return pRMesh; }
+
+    /// Number of live triangles.
+    std::size_t getNumT() const;
+    /// Mean length of the edges in input units; -1.0 for a mesh without any.
+    double getAverageEdgeLength() const;
+
+    /// The vertices of the live triangles, each once.
+    /// \param out  must be empty; anything else ends in ZavBugException
+    void getPoints(std::vector<Point3*>& out) const;
+    /// Appends three corners per live triangle, in winding order. Triangles that share a vertex share the pointer.
+    void getTriangles(std::vector<Point3*>& out) const;
+    /// The mesh in indexed form, as renderers take it.
+    /// \param points   becomes what getPoints gives; must be empty
+    /// \param indices  three positions in points are appended per live triangle, in winding order
+    void getVertexIndexData(std::vector<Point3*>& points, std::vector<int>& indices) const;
+
+    /// Writes a PLY file; false, with a message on standard output, if that fails. Deliberately crossed with
+    /// writePly_ASCII: this one writes the text form.
+    bool writePly_BIN(const std::string& name) const;
+    /// Writes a PLY file; false, with a message on standard output, if that fails. Deliberately crossed with
+    /// writePly_BIN: this one writes the binary form.
+    bool writePly_ASCII(const std::string& name) const;
+
+    /// Prints the text and the mesh's numbers of vertices, triangles and edges on standard output.
+    void printStatistics(const std::string& text) const;
+
+private:
+    RMesh* pRMesh;
+};
+
+using MeshPtr = std::shared_ptr<Mesh>;
+
+} // namespace MIRT_ZAV

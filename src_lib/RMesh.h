@@ -1,0 +1,133 @@
+// The refined mesh: triangles in real coordinates, on which all quality operations and all writers work.
+//
+// A pointer mesh with tombstones. A vertex is identified by the address of its Point3, an edge by the ordered pair of
+// those addresses. Vertices, triangles and edges come from pools whose addresses rise with creation, so that every
+// order by address is an order of creation, the same in every run. Nothing is removed: killed triangles and edges
+// without triangles stay in their lists.
+#pragma once
+
+#include "OrderedIndex.h"
+#include "Point3.h"
+#include "REdge.h"
+#include "RTriangle.h"
+#include "SimplePool.h"
+
+#include <bit>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+class CMesh;
+class RPatch;
+
+/// Hash of a point's coordinates, in agreement with the equality of points: both zeros are the same.
+struct PointHash
+{
+    std::uint64_t operator()(const Point3& p) const
+    {
+        const auto bits = [](double x) { return std::bit_cast<std::uint64_t>(x + 0.0); };
+        using MIRT_TOOLS::mixBits;
+        return mixBits(mixBits(mixBits(bits(p.x())) + bits(p.y())) + bits(p.z()));
+    }
+};
+
+/// Not thread-safe. Queries of several threads may overlap while nothing changes the topology, except those in mRE
+/// order.
+class RMesh
+{
+public:
+    using VertexPair = std::pair<Point3*, Point3*>; ///< the lower address first
+
+    std::vector<Point3*> vZeroVtx; ///< the vertices without an input point of their own, sorted by address
+    /// Vertices by coordinates. Of coincident vertices only the one at the lowest address is listed.
+    MIRT_TOOLS::OrderedIndex<Point3, Point3*, PointHash> mVtx;
+    MIRT_TOOLS::OrderedIndex<VertexPair, REdge*> mRE;         ///< every edge that wasn't merged into another one
+    std::vector<RTriangle*> vRT;                              ///< every triangle in order of creation
+    std::vector<REdge*> vRE;                                  ///< every edge in order of creation
+    std::vector<RPatch*> vPatches;                            ///< patches of the last orientation, owned
+    MIRT_TOOLS::KeyedLists<const Point3*, RTriangle*> mmVtxT; ///< the alive triangles of each vertex
+    MIRT_TOOLS::SimplePool<Point3> poolVtx;
+    MIRT_TOOLS::SimplePool<RTriangle> poolRT;
+    MIRT_TOOLS::SimplePool<REdge> poolRE;
+    double sideLen; ///< side length of a lattice cell in input units
+
+    /// The mesh of a finished coarse mesh: a vertex for every bundle in the order of cell codes, whether or not a
+    /// triangle uses it, and a triangle for every alive one, with its winding. Nothing points into the coarse mesh
+    /// afterwards.
+    explicit RMesh(CMesh* pCMesh);
+    /// An empty mesh, to be filled by createVertex and createT; the expected numbers spare reallocation.
+    explicit RMesh(double sideLen, size_t numExpectedVertices = 0, size_t numExpectedTriangles = 0);
+    ~RMesh();
+    RMesh(const RMesh&) = delete;
+    RMesh& operator=(const RMesh&) = delete;
+
+    /// A new vertex with the coordinates and the colour of p. Coincident vertices are not merged.
+    Point3* createVertex(const Point3& p);
+    /// A new triangle; the order of the arguments is its winding. Equal vertices are a bug. Nothing checks orientation
+    /// or manifoldness: an edge may collect any number of triangles.
+    RTriangle* createT(Point3* p0, Point3* p1, Point3* p2);
+
+    /// Number of alive triangles; counts them.
+    size_t getNumT() const;
+    double getSideLen() const { return sideLen; }
+    /// Mean length of the alive edges; -1.0 when there is none.
+    double getAvgLen() const;
+    /// Appends all edges, dead ones included.
+    void getREdges(std::vector<REdge*>& out) const;
+    const std::vector<REdge*>& getREdgesRef() const { return vRE; }
+    /// The edge of two vertices in any order, alive or dead, or null.
+    REdge* getEdge(Point3* a, Point3* b) const;
+    bool hasAliveEdge(Point3* a, Point3* b) const;
+    /// Whether a vertex is listed at these coordinates.
+    bool hasVertex(const Point3& p) const { return mVtx.count(p) != 0; }
+    /// Whether a corner of an alive triangle has a colour.
+    bool hasColors() const;
+    /// Calls f(RTriangle*) for the alive triangles of p, in the order in which they were attached to it. f must not
+    /// change the topology.
+    template <class F>
+    void forEachIncidentT(const Point3* p, const F& f) const
+    {
+        mmVtxT.forEach(p, f);
+    }
+    /// Appends the alive triangles of p in the same order.
+    void getIncidentT(const Point3* p, std::vector<RTriangle*>& out) const;
+    /// Adds the edges at p of its alive triangles; out becomes a set sorted by address.
+    void getIncidentRE(const Point3* p, std::vector<REdge*>& out) const;
+    /// Appends, for each alive triangle of p, the edge opposite p.
+    void getRingRE(const Point3* p, std::vector<REdge*>& out) const;
+    /// Appends the alive triangles in order of creation.
+    void getAliveTriangles(std::vector<RTriangle*>& out) const;
+    /// Appends the three corners of each alive triangle in order of creation.
+    void getTriangleCorners(std::vector<Point3*>& out) const;
+    /// The corners of the alive triangles, sorted by address, each once. out must be empty.
+    void getPoints(std::vector<Point3*>& out) const;
+    /// Appends edges in mRE order: those of degree n; for n == -1 those of degree 3 or more, for -99 all alive ones.
+    /// Other negative numbers are a bug.
+    void getDegN(int n, std::vector<REdge*>& out) const;
+    /// Numbers for humans, on standard output.
+    void printStatistics(const std::string& text) const;
+
+    /// Takes a triangle out of the lists of its vertices; part of RTriangle::kill.
+    void unregisterTriangle(RTriangle* pRT);
+    /// Moves a vertex; its colour stays. The caller must have made sure by hasVertex that no vertex is listed at the
+    /// new place. Cached normals of the triangles around it are left as they are.
+    void updateVertex(Point3* pVtx, const Point3& newPoint);
+    /// Collapses pSrc onto pTrg: kills the triangles that have both, and moves all others of pSrc to pTrg. Edges of
+    /// pSrc go on under their new ends, or are merged into an edge that is there already and stay behind dead. pSrc
+    /// remains as a vertex without triangles.
+    void exchangeCorner(Point3* pSrc, Point3* pTrg);
+
+private:
+    static VertexPair makeKey(Point3* a, Point3* b) { return a < b ? VertexPair(a, b) : VertexPair(b, a); }
+    void reserve(size_t numVertices, size_t numTriangles);
+    REdge* attachToEdge(const VertexPair& key, RTriangle* pRT);
+    void killTrianglesOn(const REdge* pKillEdge);
+    void getEdgesToMove(const std::vector<RTriangle*>& vT, Point3* pSrc, Point3* pTrg, std::vector<REdge*>& out) const;
+    void moveEdge(REdge* pRE, Point3* pSrc, Point3* pTrg);
+};
+
+} // namespace MIRT_ZAV
