@@ -13,9 +13,9 @@ REdge::REdge(Point3* p0_, Point3* p1_) : pVtx0(p0_), pVtx1(p1_)
     ZAV_ASSERT(p0_ < p1_, "p0_<p1_");
 }
 
-Point3* REdge::getVertex(unsigned i) const
+Point3* REdge::getVertex(int i) const
 {
-    ZAV_ASSERT(i < 2, "false");
+    ZAV_ASSERT(i == 0 || i == 1, "false");
     return i == 0 ? pVtx0 : pVtx1;
 }
 

@@ -28,7 +28,7 @@ public:
     Point3* getVtx0() const { return pVtx0; }
     Point3* getVtx1() const { return pVtx1; }
     /// End 0 or 1; any other number is a bug.
-    Point3* getVertex(unsigned i) const;
+    Point3* getVertex(int i) const;
     bool has(const Point3* p) const { return pVtx0 == p || pVtx1 == p; }
     /// The other end; a bug when p is no end.
     Point3* getOtherPoint(const Point3* p) const;

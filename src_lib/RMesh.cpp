@@ -1,5 +1,6 @@
 #include "RMesh.h"
 
+#include "CMesh.h"
 #include "RPatch.h"
 #include "tools.h"
 #include "vectorHelpers.h"
@@ -20,7 +21,96 @@ constexpr int numFirstBlock = 3;
 constexpr int maxVtxPerBlock = 3125000;
 constexpr int maxRTPerBlock = 1136363;
 constexpr int maxREPerBlock = 2500000;
+
+using CodedVertex = std::pair<CCD, Point3*>;
+
+/// Finds vertices by their cell codes. Neighbouring triangles have neighbouring codes, so that a search starts at the
+/// last result and doubles its step outwards before it bisects.
+class VertexFinder
+{
+public:
+    using Iterator = std::vector<CodedVertex>::const_iterator;
+
+    /// The codes must be sorted.
+    explicit VertexFinder(const std::vector<CodedVertex>& vCCDVertexArg)
+        : vCCDVertex(vCCDVertexArg), itLast(vCCDVertexArg.begin())
+    {
+    }
+
+    /// The vertex with this code, or the end.
+    Iterator find(CCD ccd)
+    {
+        const Iterator it = lowerBound(ccd);
+        if (it == vCCDVertex.end() || it->first != ccd)
+            return vCCDVertex.end();
+        return itLast = it;
+    }
+
+private:
+    Iterator lowerBound(CCD ccd) const
+    {
+        Iterator low = itLast;
+        Iterator high = itLast;
+        if (low != vCCDVertex.end() && low->first < ccd)
+            for (std::ptrdiff_t step = 1; high != vCCDVertex.end() && high->first < ccd; step *= 2)
+            {
+                low = high;
+                high += std::min(step, vCCDVertex.end() - high);
+            }
+        else
+            for (std::ptrdiff_t step = 1; low != vCCDVertex.begin() && !(low->first < ccd); step *= 2)
+            {
+                high = low;
+                low -= std::min(step, low - vCCDVertex.begin());
+            }
+        const auto isBelow = [](const CodedVertex& vertex, CCD code) { return vertex.first < code; };
+        return std::lower_bound(low, high, ccd, isBelow);
+    }
+
+    const std::vector<CodedVertex>& vCCDVertex;
+    Iterator itLast;
+};
 } // namespace
+
+RMesh::RMesh(CMesh* pCMesh) : RMesh(pCMesh->getSideLen())
+{
+    std::vector<CTriangle*> vCT;
+    pCMesh->getAliveTriangles(vCT);
+    reserve(pCMesh->getRefToBundleMap().size(), vCT.size());
+
+    std::vector<CodedVertex> vCCDVertex;
+    createVerticesOf(pCMesh, vCCDVertex);
+    VertexFinder finder(vCCDVertex);
+    for (const CTriangle* const pCT : vCT)
+    {
+        const auto it0 = finder.find(pCT->c0);
+        const auto it1 = finder.find(pCT->c1);
+        const auto it2 = finder.find(pCT->c2);
+        ZAV_ASSERT(it0 != vCCDVertex.end() && it1 != vCCDVertex.end() && it2 != vCCDVertex.end(),
+                   "it0!=vCCDVertex.end() && it1!=vCCDVertex.end() && it2!=vCCDVertex.end()");
+        createT(it0->second, it1->second, it2->second);
+    }
+}
+
+/// Makes the vertices in the order of codes, which is the order of the result.
+void RMesh::createVerticesOf(CMesh* pCMesh, std::vector<CodedVertex>& vCCDVertex)
+{
+    const std::map<CCD, Bundle*>& mCCDBundle = pCMesh->getRefToBundleMap();
+    const std::vector<CCD>& vZeroCCD = pCMesh->getZeroCCD();
+    vZeroVtx.reserve(vZeroCCD.size());
+    vCCDVertex.reserve(mCCDBundle.size());
+    auto itZero = vZeroCCD.begin();
+    for (const auto& [ccd, pBundle] : mCCDBundle)
+    {
+        Point3* const pVtx = createVertex(*pBundle->pVtx);
+        vCCDVertex.emplace_back(ccd, pVtx);
+        while (itZero != vZeroCCD.end() && *itZero < ccd)
+            ++itZero;
+        if (itZero != vZeroCCD.end() && *itZero == ccd)
+            vZeroVtx.push_back(pVtx);
+    }
+    sortMT(vZeroVtx.begin(), vZeroVtx.end());
+}
 
 RMesh::RMesh(double sideLenArg, size_t numExpectedVertices, size_t numExpectedTriangles) : sideLen(sideLenArg)
 {
@@ -148,8 +238,8 @@ void RMesh::getIncidentRE(const Point3* p, std::vector<REdge*>& out) const
     forEachIncidentT(p,
                      [&out, p](const RTriangle* pRT)
                      {
-                         const unsigned iOpposite = pRT->getICI(p);
-                         for (unsigned i = 0; i < 3; ++i)
+                         const int iOpposite = pRT->getICI(p);
+                         for (int i = 0; i < 3; ++i)
                              if (i != iOpposite)
                                  out.push_back(pRT->getRE(i));
                      });
@@ -286,8 +376,8 @@ void RMesh::getEdgesToMove(const std::vector<RTriangle*>& vT, Point3* pSrc, Poin
 {
     for (const RTriangle* const pRT : vT)
     {
-        const unsigned iSrc = pRT->getICI(pSrc);
-        for (unsigned k = 0; k < 3; ++k)
+        const int iSrc = pRT->getICI(pSrc);
+        for (int k = 0; k < 3; ++k)
         {
             if (k == iSrc)
                 continue;

@@ -6,6 +6,7 @@
 // without triangles stay in their lists.
 #pragma once
 
+#include "Calc.h"
 #include "OrderedIndex.h"
 #include "Point3.h"
 #include "REdge.h"
@@ -124,6 +125,7 @@ public:
 private:
     static VertexPair makeKey(Point3* a, Point3* b) { return a < b ? VertexPair(a, b) : VertexPair(b, a); }
     void reserve(size_t numVertices, size_t numTriangles);
+    void createVerticesOf(CMesh* pCMesh, std::vector<std::pair<CCD, Point3*>>& vCCDVertex);
     REdge* attachToEdge(const VertexPair& key, RTriangle* pRT);
     void killTrianglesOn(const REdge* pKillEdge);
     void getEdgesToMove(const std::vector<RTriangle*>& vT, Point3* pSrc, Point3* pTrg, std::vector<REdge*>& out) const;

@@ -10,7 +10,7 @@
 namespace MIRT_ZAV
 {
 
-void RTriangle::endForBadCorner(const char* function, unsigned i)
+void RTriangle::endForBadCorner(const char* function, int i)
 {
     deliberateExit(std::string(function) + ", no such corner: " + toString(i));
 }
@@ -18,37 +18,37 @@ void RTriangle::endForBadCorner(const char* function, unsigned i)
 void RTriangle::kill(RMesh* pRMesh)
 {
     ZAV_ASSERT(bAlive, "bAlive");
-    for (unsigned i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i)
         getRE(i)->checkOut(this);
     pRMesh->unregisterTriangle(this);
     bAlive = false;
 }
 
-void RTriangle::setCorner(unsigned i, Point3* p)
+void RTriangle::setCorner(int i, Point3* p)
 {
-    if (i >= 3)
+    if (i < 0 || i >= 3)
         endForBadCorner("RTriangle::setCorner", i);
     pVtx[i] = p;
     resetNNV();
 }
 
-unsigned RTriangle::getICI(const Point3* p) const
+int RTriangle::getICI(const Point3* p) const
 {
-    for (unsigned i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i)
         if (pVtx[i] == p)
             return i;
     ZAV_BUG("false");
 }
 
-unsigned RTriangle::getICI(const Point3* a, const Point3* b) const
+int RTriangle::getICI(const Point3* a, const Point3* b) const
 {
-    unsigned i = 0;
+    int i = 0;
     while (i < 3 && (pVtx[i] == a || pVtx[i] == b))
         ++i;
     return i;
 }
 
-REdge* RTriangle::getRE(unsigned i) const
+REdge* RTriangle::getRE(int i) const
 {
     switch (i)
     {
@@ -88,9 +88,9 @@ Vector3 RTriangle::getNNV(bool& ok)
 
 int RTriangle::getRTriOri(const Point3* a, const Point3* b) const
 {
-    for (unsigned i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i)
     {
-        const unsigned next = i < 2 ? i + 1 : 0;
+        const int next = i < 2 ? i + 1 : 0;
         if (pVtx[i] == a && pVtx[next] == b)
             return 1;
         if (pVtx[i] == b && pVtx[next] == a)
@@ -101,7 +101,7 @@ int RTriangle::getRTriOri(const Point3* a, const Point3* b) const
 
 bool RTriangle::needFlip(const RTriangle* pOther) const
 {
-    for (unsigned i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i)
         if (const int ori = pOther->getRTriOri(pVtx[i], pVtx[i < 2 ? i + 1 : 0]))
             return ori == 1;
     ZAV_BUG("false");
@@ -114,9 +114,9 @@ void RTriangle::flipNNV()
     nnv = -nnv;
 }
 
-double RTriangle::getDevIfRepl(unsigned i, const Point3& newPoint, bool bTreatCoincidence) const
+double RTriangle::getDevIfRepl(int i, const Point3& newPoint, bool bTreatCoincidence) const
 {
-    if (i >= 3)
+    if (i < 0 || i >= 3)
         endForBadCorner("RTriangle::getDevIfRepl", i);
     const Point3& a = *pVtx[i];
     const Point3& b = *pVtx[(i + 1) % 3];

@@ -34,28 +34,28 @@ public:
     /// Takes the triangle out of its edges and out of the mesh's lists. It must be alive.
     void kill(RMesh* pRMesh);
 
-    /// Corner i. An i of 3 or more ends the process.
-    Point3* getCorner(unsigned i) const
+    /// Corner i. Any i but 0, 1, 2 ends the process.
+    Point3* getCorner(int i) const
     {
-        if (i >= 3)
+        if (i < 0 || i >= 3)
             endForBadCorner("RTriangle::getCorner", i);
         return pVtx[i];
     }
     /// Sets a corner and drops the cached normal. The lists of the mesh are the caller's business.
-    void setCorner(unsigned i, Point3* p);
+    void setCorner(int i, Point3* p);
     bool has(const Point3* p) const { return pVtx[0] == p || pVtx[1] == p || pVtx[2] == p; }
     /// Whether two corners are the same vertex.
     bool isCombinatoriallyDegenerate() const { return pVtx[0] == pVtx[1] || pVtx[1] == pVtx[2] || pVtx[0] == pVtx[2]; }
 
     /// Index of a corner; a bug when p is none.
-    unsigned getICI(const Point3* p) const;
+    int getICI(const Point3* p) const;
     /// Index of the first corner that is neither a nor b; 3, which getCorner refuses, when there is none.
-    unsigned getICI(const Point3* a, const Point3* b) const;
+    int getICI(const Point3* a, const Point3* b) const;
     /// The corner that is neither a nor b.
     Point3* getThirdPoint(const Point3* a, const Point3* b) const { return getCorner(getICI(a, b)); }
 
-    /// The edge opposite corner i; a bug when i is above 2.
-    REdge* getRE(unsigned i) const;
+    /// The edge opposite corner i; any other i is a bug.
+    REdge* getRE(int i) const;
     /// Puts another edge in the place of one of the triangle's edges; a bug when pOld is none of them.
     void replaceRE(const REdge* pOld, REdge* pNew);
 
@@ -74,11 +74,11 @@ public:
 
     /// How far the normal would turn, in degrees, if corner i were moved: 360.0 when the new triangle has no normal,
     /// -1.0 when only the present one has none. With bTreatCoincidence a newPoint that coincides with any of the three
-    /// corners gives 0.0. An i of 3 or more ends the process.
-    double getDevIfRepl(unsigned i, const Point3& newPoint, bool bTreatCoincidence) const;
+    /// corners gives 0.0. Any i but 0, 1, 2 ends the process.
+    double getDevIfRepl(int i, const Point3& newPoint, bool bTreatCoincidence) const;
 
 private:
-    [[noreturn]] static void endForBadCorner(const char* function, unsigned i);
+    [[noreturn]] static void endForBadCorner(const char* function, int i);
 };
 
 } // namespace MIRT_ZAV
