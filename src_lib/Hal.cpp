@@ -1,0 +1,57 @@
+#include "Hal.h"
+
+#include "CMesh.h"
+#include "CloudMgr.h"
+#include "Progress.h"
+#include "RMesh.h"
+#include "Voro.h"
+#include "sortMT.h"
+#include "tools.h"
+
+#include <memory>
+
+namespace MIRT_ZAV
+{
+
+Hal::Hal(CloudMgr* pCloudMgrArg) : pCloudMgr(pCloudMgrArg)
+{
+}
+
+Hal::~Hal()
+{
+    delete pCMesh;
+}
+
+MeshPtr Hal::reconstruct()
+{
+    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("HL_st", 9);
+    std::vector<CCD> vFillCCD;
+    pCloudMgr->getBundles(vBundles, pCalc, vFillCCD);
+    if (vBundles.empty())
+    {
+        errorMsg(ZAV_LOCATION, "Nothing to do (bad input? wrong resolution?)");
+        return nullptr;
+    }
+    progress->incProgressByOne();
+    mapCCD();
+    progress->incProgressByOne();
+    progress->setDone(true);
+
+    Voro voro(pCalc, mCCD2Bundle, vFillCCD, TM_FAT);
+    voro.fatExtractTriangles();
+    pCMesh = voro.releaseCMesh();
+
+    auto pRMesh = std::make_unique<RMesh>(pCMesh);
+    MeshPtr pMesh = std::make_shared<Mesh>(pRMesh.get());
+    pRMesh.release();
+    return pMesh;
+}
+
+void Hal::mapCCD()
+{
+    sortMT(vBundles.begin(), vBundles.end(), Func_ltBundleCCD());
+    for (Bundle* const b : vBundles)
+        mCCD2Bundle.emplace_hint(mCCD2Bundle.end(), b->ccd, b);
+}
+
+} // namespace MIRT_ZAV

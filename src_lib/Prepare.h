@@ -1,0 +1,54 @@
+// Cell preparation: from the points of a cloud to the shell of cells that carry the mesh's vertices.
+#pragma once
+
+#include "Calc.h"
+#include "Point3.h"
+#include "SimplePool.h"
+
+#include <utility>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// Serves one cloud: made, run once and destroyed, on one thread.
+class Prepare
+{
+public:
+    std::vector<std::pair<RCD, Point3*>> vRCD2Vtxsrt; // all result cells with their point in the pool, sorted by cell
+    std::vector<RCD> vAllRCDsrt;                      // alive cells, sorted: area and border together
+    std::vector<RCD> vAreaRCDsrt;                     // alive cells that aren't border, sorted
+    std::vector<RCD> vBorderRCDsrt;                   // border cells, sorted
+    std::vector<RCD> vFillRCD;                        // cells that hole control added
+
+    /// \param points            the cloud; not owned, not changed, and it must outlive this object
+    /// \param holeControlLimit  largest size of a hole control pass, in cells; below 1 there is none
+    /// \param pCalc             the lattice; not owned
+    Prepare(std::vector<Point3>& points, int holeControlLimit, Calc* pCalc);
+
+    /// \param vCCDPoint  receives every result cell with a copy of its point, sorted by cell
+    /// \param vFillCCD   receives the cells that hole control added, sorted
+    void run(std::vector<std::pair<CCD, Point3>>& vCCDPoint, std::vector<CCD>& vFillCCD);
+
+    /// Turns points into cells with one point each and prunes the surplus.
+    void createRCDs();
+    /// Writes the result in terms of CCDs.
+    void integrateNew(std::vector<std::pair<CCD, Point3>>& vCCDPoint, std::vector<CCD>& vFillCCD);
+
+    /// The rising sizes of the hole control passes: 2, 4, 8, ..., where the last one jumps to the limit as soon as
+    /// doubling would leave less than a quarter of it undone. Empty for a limit below 1.
+    static std::vector<int> getHoleControlSizes(int holeControlLimit);
+
+private:
+    std::vector<std::pair<RCD, Point3*>> getCellsOfPoints() const;
+    std::vector<std::pair<RCD, Point3>> getRepresentatives() const;
+    void storeKeptCells(const std::vector<std::pair<RCD, Point3>>& vRCDPoint);
+
+    std::vector<Point3>* pvPoints;
+    int holeControlLimit;
+    Calc* pCalc;
+    float sideLen;
+    MIRT_TOOLS::SimplePool<Point3> poolVtx; // owns the points of vRCD2Vtxsrt
+};
+
+} // namespace MIRT_ZAV

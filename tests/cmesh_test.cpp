@@ -1,0 +1,285 @@
+// The coarse mesh: structure under random changes against a naive model, queries, and the operations in real
+// coordinates.
+
+#include "CMesh.h"
+#include "tools.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cfloat>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+
+using namespace MIRT_ZAV;
+
+namespace
+{
+using Corners = std::array<VCD, 3>;
+
+std::vector<std::pair<VCD, VCD>> edgesOf(const Corners& c)
+{
+    return {std::minmax(c[0], c[1]), std::minmax(c[1], c[2]), std::minmax(c[0], c[2])};
+}
+
+/// A mesh over cells of a small lattice, with a bundle in the middle of every cell that a test asks for.
+class CMeshTest : public ::testing::Test
+{
+protected:
+    Calc calc{0.0, 0.0, 0.0, 16.0, 16.0, 16.0, 4};
+    std::map<CCD, Bundle*> bundles;
+    std::vector<std::unique_ptr<Bundle>> ownedBundles;
+    std::vector<std::unique_ptr<Point3>> ownedPoints;
+    CMesh mesh{nullptr, &calc, &bundles, {}};
+
+    CCD cell(u64 i, u64 j, u64 k) { return calc.rcd2ccd(rcd::fromXYZ(i, j, k)); }
+
+    CCD vertexAt(u64 i, u64 j, u64 k, const Point3& p)
+    {
+        const CCD c = cell(i, j, k);
+        ownedPoints.push_back(std::make_unique<Point3>(p));
+        ownedBundles.push_back(std::make_unique<Bundle>(Bundle{ownedPoints.back().get(), c, nullptr, p}));
+        bundles[c] = ownedBundles.back().get();
+        return c;
+    }
+    CCD vertex(u64 i, u64 j, u64 k) { return vertexAt(i, j, k, calc.getMidPoint(cell(i, j, k))); }
+
+    CTriangle* create(const Corners& c) { return mesh.createT(c[0], c[1], c[2], 0, 0); }
+
+    std::vector<CTriangle*> incidentT(VCD v)
+    {
+        std::vector<CTriangle*> out;
+        mesh.getIncidentT(v, out);
+        return out;
+    }
+    size_t numDegN(int n)
+    {
+        std::vector<CEdge*> out;
+        mesh.getDegN(n, out);
+        return out.size();
+    }
+};
+
+/// What must hold of the mesh, kept in plain containers.
+struct Model
+{
+    std::vector<std::pair<CTriangle*, Corners>> alive; // in order of creation
+    std::set<std::pair<VCD, VCD>> everEdges;
+
+    std::vector<CTriangle*> incidentT(VCD v) const
+    {
+        std::vector<CTriangle*> out;
+        for (const auto& [t, corners] : alive)
+            if (std::count(corners.begin(), corners.end(), v) > 0)
+                out.push_back(t);
+        return out;
+    }
+
+    std::vector<std::pair<VCD, VCD>> edgesOfDegree(int least, int most) const
+    {
+        std::map<std::pair<VCD, VCD>, int> degrees;
+        for (const auto& [t, corners] : alive)
+            for (const auto& edge : edgesOf(corners))
+                ++degrees[edge];
+        std::vector<std::pair<VCD, VCD>> out;
+        for (const auto& [edge, degree] : degrees)
+            if (degree >= least && degree <= most)
+                out.push_back(edge);
+        return out;
+    }
+};
+} // namespace
+
+TEST_F(CMeshTest, RandomCreationAndKillsAgreeWithANaiveModel)
+{
+    std::mt19937 random(7);
+    Model model;
+    for (int step = 0; step < 4000; ++step)
+    {
+        if (random() % 3 != 0 || model.alive.empty())
+        {
+            Corners c;
+            do
+                for (VCD& corner : c)
+                    corner = random() % 12;
+            while (c[0] == c[1] || c[1] == c[2] || c[0] == c[2]);
+            model.alive.emplace_back(create(c), c);
+            for (const auto& edge : edgesOf(c))
+                model.everEdges.insert(edge);
+        }
+        else
+        {
+            const size_t victim = random() % model.alive.size();
+            model.alive[victim].first->kill(&mesh);
+            model.alive.erase(model.alive.begin() + static_cast<std::ptrdiff_t>(victim));
+        }
+    }
+    ASSERT_EQ(mesh.mEdges.size(), model.everEdges.size());
+    ASSERT_EQ(mesh.vCE.size(), model.everEdges.size());
+    ASSERT_EQ(mesh.mmVtxT.size(), 3 * model.alive.size());
+    for (VCD v = 0; v < 12; ++v)
+        EXPECT_EQ(incidentT(v), model.incidentT(v)) << v;
+
+    const std::tuple<int, int, int> queries[] = {{1, 1, 1}, {2, 2, 2}, {-1, 3, 1000}, {-99, 1, 1000}, {7, 7, 7}};
+    for (const auto& [n, least, most] : queries)
+    {
+        std::vector<CEdge*> edges;
+        mesh.getDegN(n, edges);
+        std::vector<std::pair<VCD, VCD>> ends;
+        for (const CEdge* e : edges)
+            ends.emplace_back(e->v0, e->v1);
+        EXPECT_EQ(ends, model.edgesOfDegree(least, most)) << n;
+    }
+    EXPECT_EQ(numDegN(-5), numDegN(1) + numDegN(-1));
+
+    mesh.reset();
+    EXPECT_TRUE(mesh.mEdges.empty() && mesh.vT.empty() && mesh.vCE.empty() && mesh.mmVtxT.empty());
+    create({1, 2, 3});
+    EXPECT_EQ(numDegN(1), 3u);
+}
+
+TEST_F(CMeshTest, DeadEdgesAreReusedAndBadRequestsAreBugs)
+{
+    CTriangle* const t = create({1, 2, 3});
+    CEdge* const e = mesh.getEdge(2, 1);
+    t->kill(&mesh);
+    EXPECT_EQ(e->getDegree(), 0);
+    EXPECT_EQ(mesh.vT.size(), 1u);
+    create({2, 1, 4});
+    EXPECT_EQ(mesh.getEdge(1, 2), e);
+    EXPECT_EQ(mesh.mEdges.size(), 5u);
+
+    EXPECT_THROW(create({1, 1, 2}), ZavBugException);
+    EXPECT_THROW(t->kill(&mesh), ZavBugException);
+    EXPECT_THROW(e->getOtherVCD(9), ZavBugException);
+    EXPECT_THROW(mesh.getVtx(9), ZavBugException);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(numDegN(0), 0u);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("deg=0"), std::string::npos);
+}
+
+TEST_F(CMeshTest, OfEqualTrianglesTheFirstMadeSurvivesWhateverItsWinding)
+{
+    CTriangle* const other = create({7, 8, 9});
+    CTriangle* const first = create({3, 1, 2});
+    CTriangle* const flipped = create({1, 3, 2});
+    CTriangle* const again = create({1, 2, 3});
+    first->kill(&mesh);
+    EXPECT_EQ(mesh.killDups(), 1);
+    EXPECT_TRUE(flipped->isAlive());
+    EXPECT_FALSE(again->isAlive());
+    EXPECT_EQ(mesh.vT, (std::vector<CTriangle*>{first, flipped, again, other}));
+}
+
+TEST_F(CMeshTest, QueriesOnEdgesAndWinding)
+{
+    CTriangle* const t = create({1, 2, 3});
+    CTriangle* const u = create({2, 1, 4});
+    CEdge* const e = mesh.getEdge(1, 2);
+    CTriangle *a = nullptr, *b = nullptr;
+    EXPECT_TRUE(e->getTwoTriangles(a, b, true));
+    EXPECT_EQ(e->getUniqueOtherTriangle(t), u);
+    EXPECT_FALSE(t->needFlip(u));
+    EXPECT_EQ(t->getHEDirection2(1, 2), 1);
+    EXPECT_EQ(t->getHEDirection2(1, 3), 2);
+    EXPECT_EQ(t->getHEDirection2(1, 4), 0);
+    u->flipNNV();
+    EXPECT_TRUE(t->needFlip(u));
+    EXPECT_EQ(u->getCEdge(u->getICI(1, 2)), e) << "an edge lies opposite its corner, also after a flip";
+    EXPECT_EQ(t->getThirdCCD(2, 3), 1u);
+
+    create({1, 2, 5});
+    EXPECT_FALSE(e->getTwoTriangles(a, b, true));
+    EXPECT_TRUE(a == t && b == u);
+    EXPECT_EQ(e->getUniqueOtherTriangle(t), nullptr);
+    EXPECT_TRUE(e->hasAdjT(5, 2, 1));
+    EXPECT_FALSE(e->hasAdjT(1, 2, 6));
+    EXPECT_THROW(e->getTriangle(false, true), ZavBugException);
+
+    std::vector<CEdge*> edges;
+    mesh.getIncidentCE(4, edges);
+    EXPECT_EQ(edges.size(), 2u);
+    edges.clear();
+    mesh.getIncidentCE(1, edges);
+    EXPECT_EQ(edges.size(), 4u);
+    EXPECT_TRUE(std::is_sorted(edges.begin(), edges.end()));
+    EXPECT_TRUE(t->hasBorder());
+
+    // Taking the first triangle off moves the last one to its place.
+    t->kill(&mesh);
+    EXPECT_EQ(e->vT.size(), 2u);
+    EXPECT_EQ(e->vT[1], u);
+}
+
+TEST_F(CMeshTest, AdditionalBundlesStandInTheMiddleOfTheirRing)
+{
+    // A fan of four around a new cell: regular neighbours only.
+    const CCD centre = cell(5, 5, 5);
+    const CCD ring[4] = {vertex(4, 5, 5), vertex(5, 4, 5), vertex(6, 5, 5), vertex(5, 6, 5)};
+    for (int i = 0; i < 4; ++i)
+        create({centre, ring[i], ring[(i + 1) % 4]});
+    EXPECT_THROW(mesh.addBundle(centre, DBL_MAX, DBL_MAX, 1.0), ZavBugException) << "only three mean the middle";
+
+    mesh.addBundle(centre, DBL_MAX, DBL_MAX, DBL_MAX);
+    const Point3* const p = mesh.getVtx(centre);
+    // The last ring vertex r of the edges' order pulls: r + 1.003 * (avg - r), at most 1e-5 more in x.
+    const Point3 mean = calc.getMidPoint(centre), last = *mesh.getVtx(ring[3]);
+    EXPECT_NEAR(p->x(), last.x() + 1.003 * (mean.x() - last.x()), 1.01e-5);
+    EXPECT_DOUBLE_EQ(p->y(), last.y() + 1.003 * (mean.y() - last.y()));
+    EXPECT_DOUBLE_EQ(p->z(), mean.z());
+
+    // Its own edges forbid every collapse: the bundle stays.
+    mesh.integrateAdditionalBundles();
+    EXPECT_EQ(mesh.vAdditionalBundles.size(), 1u);
+    EXPECT_EQ(incidentT(centre).size(), 4u);
+
+    const CCD lonely = cell(9, 9, 9);
+    mesh.addBundle(lonely, 9.25, 9.5, 9.75);
+    EXPECT_EQ(*mesh.getVtx(lonely), Point3(9.25, 9.5, 9.75));
+}
+
+TEST_F(CMeshTest, FlatTrianglesAreSplitAway)
+{
+    // v lies on the edge a-b of the flat triangle; d is the neighbour's far corner.
+    const CCD a = vertexAt(2, 2, 2, {2.5, 2.5, 2.5}), b = vertexAt(4, 2, 2, {4.5, 2.5, 2.5});
+    const CCD v = vertexAt(3, 2, 2, {3.5, 2.5, 2.5}), d = vertexAt(3, 4, 2, {3.5, 4.5, 2.5});
+    CTriangle* const flat = create({a, v, b});
+    CTriangle* const neighbour = create({a, b, d});
+    EXPECT_TRUE(flat->isDegenerate(&mesh));
+    EXPECT_FALSE(neighbour->isDegenerate(&mesh));
+    EXPECT_EQ(flat->getLargestEdgeICI(&mesh), 1);
+    EXPECT_EQ(flat->getDevIfRepl(&mesh, 1, Point3(3.5, 1.0, 2.5)), -1.0);
+    EXPECT_EQ(neighbour->getDevIfRepl(&mesh, 2, Point3(9.0, 2.5, 2.5)), 360.0);
+
+    const double area = mesh.getArea();
+    mesh.treatDegenerateT();
+    EXPECT_FALSE(flat->isAlive());
+    EXPECT_FALSE(neighbour->isAlive());
+    EXPECT_EQ(incidentT(d).size(), 2u);
+    EXPECT_EQ(incidentT(v).size(), 2u);
+    EXPECT_DOUBLE_EQ(mesh.getArea(), area);
+    for (const CTriangle* t : incidentT(d))
+    {
+        bool ok = false;
+        EXPECT_GT(t->getRealNNV(&mesh, ok).z(), 0.99) << "the winding stays";
+    }
+}
+
+TEST_F(CMeshTest, LaplacianMovesAtMostATenthOfACell)
+{
+    const CCD a = vertexAt(2, 2, 2, {2.0, 2.0, 2.0}), b = vertexAt(4, 2, 2, {4.0, 2.0, 2.0}),
+              c = vertexAt(3, 4, 2, {3.0, 4.0, 2.0}), v = vertexAt(3, 3, 3, {3.0, 3.0, 3.0});
+    EXPECT_FALSE(mesh.laplacianForOne(v));
+    create({a, b, v});
+    create({b, c, v});
+    create({c, a, v});
+    ownedPoints[3]->setColor(1, 2, 3, 4);
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(mesh.laplacianForOne(v));
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("devAngle would be "), std::string::npos);
+    EXPECT_NEAR((mesh.getAvgPoint(v) - Point3(3.0, 3.0, 3.0)).length(), 0.1 * calc.getSideLen(), 1e-12);
+    EXPECT_TRUE(mesh.getVtx(v)->hasColor());
+}
