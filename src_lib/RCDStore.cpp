@@ -1,0 +1,117 @@
+#include "RCDStore.h"
+
+#include "sortMT.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace MIRT_ZAV
+{
+
+RCDStore::RCDStore(Calc* calcArg, std::vector<RCD>& cells) : calc(calcArg), label(getLabel())
+{
+    constructStore(cells);
+}
+
+unsigned RCDStore::getLabel()
+{
+    static std::atomic<unsigned> lastLabel{0};
+    return ++lastLabel;
+}
+
+void RCDStore::constructStore(const std::vector<RCD>& cells)
+{
+    std::vector<std::pair<RCD, RCD>> list; // upper and lower part of a code
+    list.reserve(cells.size());
+    for (const RCD r : cells)
+        list.emplace_back(r & ~RCDMatrix::lowerMask, r & RCDMatrix::lowerMask);
+    sortByFirstMT(list.begin(), list.end()); // bits don't care about the order inside a block
+
+    createBlocks(list);
+    linkBlocks();
+}
+
+void RCDStore::createBlocks(std::vector<std::pair<RCD, RCD>>& list)
+{
+    std::vector<size_t> vFirst; // where the run of a block begins
+    for (size_t i = 0; i < list.size(); ++i)
+        if (i == 0 || list[i].first != list[i - 1].first)
+        {
+            vFirst.push_back(i);
+            vUpper.push_back(list[i].first);
+        }
+    vFirst.push_back(list.size());
+
+    layerPool.init(static_cast<int>(std::max<size_t>(64, 4 * vUpper.size())), -1);
+    vMatrix.reserve(vUpper.size()); // blocks are linked by address
+    for (size_t i = 0; i < vUpper.size(); ++i)
+    {
+        RCDMatrix& matrix = vMatrix.emplace_back(layerPool);
+        matrix.baseRCD = vUpper[i];
+        matrix.store(list, static_cast<int>(vFirst[i]), static_cast<int>(vFirst[i + 1]));
+    }
+}
+
+void RCDStore::linkBlocks()
+{
+    for (RCDMatrix& matrix : vMatrix)
+        for (int offx = -1; offx <= 1; ++offx)
+            for (int offy = -1; offy <= 1; ++offy)
+                for (int offz = -1; offz <= 1; ++offz)
+                {
+                    if (offx == 0 && offy == 0 && offz == 0)
+                        continue;
+                    if (RCDMatrix* const pNeig = lookUp(getUpperNeigPart(matrix.baseRCD, offx, offy, offz)))
+                        matrix.setNeigMtx(offx, offy, offz, pNeig);
+                }
+}
+
+void RCDStore::getAllRCD(std::vector<RCD>& out) const
+{
+    for (const RCDMatrix& matrix : vMatrix)
+        matrix.getAllMatrixRCD(out);
+}
+
+RCD RCDStore::getUpperNeigPart(RCD upper, int offx, int offy, int offz) const
+{
+    const auto move = [&upper](int offset, RCD step)
+    {
+        if (offset == 1)
+            upper += step;
+        else if (offset == -1)
+            upper -= step;
+    };
+    move(offx, 64 * rcd::xUnit);
+    move(offy, 64 * rcd::yUnit);
+    if (offy == 1 || offy == -1)
+        upper &= ~RCDMatrix::lowerMask;
+    move(offz, 64 * rcd::zUnit);
+    if (offz == 1 || offz == -1)
+        upper &= ~RCDMatrix::lowerMask;
+    return upper;
+}
+
+RCDMatrix* RCDStore::findMatrix(RCD upper, BlockCache& cache) const
+{
+    if (cache.label != label)
+        cache = {label, ~RCD(0), nullptr};
+    RCDMatrix* const pMatrix = lookUp(upper);
+    if (pMatrix == nullptr)
+    {
+        warning(ZAV_LOCATION, "No matrix");
+        return nullptr;
+    }
+    cache.upper = upper;
+    cache.pMatrix = pMatrix;
+    return pMatrix;
+}
+
+RCDMatrix* RCDStore::lookUp(RCD upper) const
+{
+    const auto it = std::lower_bound(vUpper.begin(), vUpper.end(), upper);
+    if (it == vUpper.end() || *it != upper)
+        return nullptr;
+    return &vMatrix[static_cast<size_t>(it - vUpper.begin())];
+}
+
+} // namespace MIRT_ZAV
