@@ -12,7 +12,8 @@ namespace MIRT_TOOLS
 {
 
 /// Hands out raw blocks, each one above all earlier blocks of the same object. Address space is reserved in wide ranges
-/// that cost no memory; pages become usable only as blocks need them. All of it is released with the object.
+/// that cost no memory; pages become usable only as blocks need them. All of it is released with the object. Only when
+/// a range is full and the address space above it is taken may a block lie below earlier ones.
 class AscendingMemory
 {
 public:

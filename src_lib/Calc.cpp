@@ -34,8 +34,8 @@ Calc::Calc(double x0Arg, double y0Arg, double z0Arg, double lenXArg, double lenY
     : x0(x0Arg), y0(y0Arg), z0(z0Arg), lenX(lenXArg), lenY(lenYArg), lenZ(lenZArg), numLevels(numLevelsArg)
 {
     ZAV_ASSERT(numLevels <= MAXLEVELS, "numLevels<=MAXLEVELS");
-    const double cells = std::pow(2.0, numLevels);
-    numCells = static_cast<u64>(cells);
+    numCells = static_cast<u64>(std::pow(2.0, numLevels));
+    const double cells = static_cast<double>(numCells);
     stepX = lenX / cells;
     stepY = lenY / cells;
     stepZ = lenZ / cells;
@@ -141,7 +141,7 @@ u64 Calc::sparseToNumber(CCD c, u64 axTriBit) const
     return number & levelMask();
 }
 
-CCD Calc::incSparse(CCD axisBits, u64 axTriBit) const
+CCD Calc::incSparse(CCD axisBits, CCD axTriBit) const
 {
     for (int n = 0; n < numLevels; ++n)
     {
@@ -153,7 +153,7 @@ CCD Calc::incSparse(CCD axisBits, u64 axTriBit) const
     ZAV_BUG("false"); // the highest coordinate has no upper neighbour
 }
 
-CCD Calc::decSparse(CCD axisBits, u64 axTriBit) const
+CCD Calc::decSparse(CCD axisBits, CCD axTriBit) const
 {
     for (int n = 0; n < numLevels; ++n)
     {

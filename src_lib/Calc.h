@@ -6,8 +6,7 @@
 
 #include <vector>
 
-namespace MIRT_ZAV
-{
+// The code forms stand outside of the namespace, so that the function signatures in bug reports read plainly "CCD".
 
 /// A cell (i, j, k) in Morton order: bit n of i stands at bit 3n + 2, of j at 3n + 1, of k at 3n. Sorting sorts along
 /// the Z-order curve. At most 21 bits per axis, so bit 63 is never set.
@@ -18,6 +17,14 @@ using RCD = unsigned long long;
 using VCD = unsigned long long;
 /// A lattice vertex in row form: the minimum corner of the RCD of equal value.
 using RCC = unsigned long long;
+
+namespace MIRT_ZAV
+{
+
+using ::CCD;
+using ::RCC;
+using ::RCD;
+using ::VCD;
 using u64 = unsigned long long;
 
 constexpr int MAXLEVELS = 21;
@@ -146,8 +153,8 @@ public:
     /// Bit n is set when any selected bit of level n is.
     u64 sparseToNumber(CCD c, u64 axTriBit) const;
     /// +1 and -1 in the sparse field of one axis, of which all other bits are clear. Leaving the lattice is a bug.
-    CCD incSparse(CCD axisBits, u64 axTriBit) const;
-    CCD decSparse(CCD axisBits, u64 axTriBit) const;
+    CCD incSparse(CCD axisBits, CCD axTriBit) const;
+    CCD decSparse(CCD axisBits, CCD axTriBit) const;
     /// One step of a full code along an axis, in place. Beyond the lattice: a message, c becomes -1, the result false.
     bool manipOneAxis(CCD& c, bool bIncrease, u64 axTribit) const;
 

@@ -118,8 +118,6 @@ public:
     const std::vector<StageTiming>& getTimings() const { return clock.getTimings(); }
 
 private:
-    friend struct ProgressTestAccess;
-
     void announce();
     void setTodo(std::uint64_t todoArg);
     void computeStep();

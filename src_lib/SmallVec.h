@@ -15,7 +15,7 @@ namespace MIRT_TOOLS
 template <class T, std::uint32_t NumInside>
 class SmallVec
 {
-    static_assert(std::is_trivially_copyable_v<T>);
+    static_assert(std::is_trivially_copyable_v<T> && NumInside > 0);
 
 public:
     SmallVec() = default;

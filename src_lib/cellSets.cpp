@@ -1,6 +1,7 @@
 #include "cellSets.h"
 
 #include "sortMT.h"
+#include "vectorHelpers.h"
 
 #include <algorithm>
 #include <array>
@@ -12,14 +13,18 @@ namespace MIRT_ZAV
 namespace
 {
 /// The cells one face step from a layer, without those of the layer itself and of the one before. Shifted by a
-/// constant, a sorted list stays sorted: the six shifted copies are merged in one pass.
+/// constant, a sorted list stays sorted: the six shifted copies are merged in one pass. A step below code 0 is left
+/// out, since it would wrap round to the largest codes.
 std::vector<RCD> getNextLayer(const std::vector<RCD>& layer, const std::vector<RCD>& previous)
 {
+    constexpr std::array<RCD, 3> units = {rcd::xUnit, rcd::yUnit, rcd::zUnit};
     constexpr std::array<RCD, 6> steps = {~rcd::xUnit + 1, ~rcd::yUnit + 1, ~rcd::zUnit + 1,
-                                          rcd::zUnit,      rcd::yUnit,      rcd::xUnit};
+                                          rcd::xUnit,      rcd::yUnit,      rcd::zUnit};
     constexpr RCD beyond = ~RCD(0); // above every code
     const size_t n = layer.size();
     std::array<size_t, 6> cursor{};
+    for (size_t i = 0; i < units.size(); ++i)
+        cursor[i] = static_cast<size_t>(std::lower_bound(layer.begin(), layer.end(), units[i]) - layer.begin());
     std::array<RCD, 6> head;
     const auto headAt = [&](size_t i) { return cursor[i] < n ? layer[cursor[i]] + steps[i] : beyond; };
     for (size_t i = 0; i < 6; ++i)
@@ -41,7 +46,7 @@ std::vector<RCD> getNextLayer(const std::vector<RCD>& layer, const std::vector<R
         if (r == beyond)
             return next;
         for (size_t i = 0; i < 6; ++i)
-            if (head[i] == r)
+            while (head[i] == r) // more than once where the input names a cell twice
             {
                 ++cursor[i];
                 head[i] = headAt(i);
@@ -79,20 +84,21 @@ private:
     std::vector<std::uint32_t> parent;
 };
 
-/// A run of codes in front of a cell, from cell + first to cell + last, that counts as touching it.
+/// A run of codes behind a cell, from cell + first to cell + last, that counts as touching it.
 struct TouchingRun
 {
     RCD first;
     RCD last;
 };
 
-/// Components of cells that are tied by the given runs. Of each pair of touching cells only the later one looks back at
-/// the earlier, along cursors that never turn round.
+/// Components of cells that are tied by the given runs. Every cell looks for those before it whose runs hold it, along
+/// cursors that never turn round. Runs are added to the earlier cell, never taken from the later: at coordinate 0 that
+/// would wrap round.
 void createComponents(const std::vector<RCD>& cells, const std::vector<TouchingRun>& runs,
                       std::vector<std::vector<RCD>>& components)
 {
     std::vector<RCD> sorted = cells;
-    sortMT(sorted.begin(), sorted.end());
+    oneInstance(sorted);
 
     UnionFind sets(sorted.size());
     for (const TouchingRun& run : runs)
@@ -100,18 +106,22 @@ void createComponents(const std::vector<RCD>& cells, const std::vector<TouchingR
         size_t cursor = 0;
         for (size_t i = 0; i < sorted.size(); ++i)
         {
-            while (sorted[cursor] < sorted[i] + run.first)
+            while (cursor < i && sorted[cursor] + run.last < sorted[i])
                 ++cursor;
-            for (size_t j = cursor; j < i && sorted[j] <= sorted[i] + run.last; ++j)
+            for (size_t j = cursor; j < i && sorted[j] + run.first <= sorted[i]; ++j)
                 sets.join(static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j));
         }
     }
 
     constexpr size_t noComponent = ~size_t(0);
     std::vector<size_t> componentOf(sorted.size(), noComponent);
+    std::vector<bool> placed(sorted.size(), false); // a cell that the input names twice counts once
     for (const RCD r : cells)
     {
         const auto position = std::lower_bound(sorted.begin(), sorted.end(), r) - sorted.begin();
+        if (placed[static_cast<size_t>(position)])
+            continue;
+        placed[static_cast<size_t>(position)] = true;
         size_t& component = componentOf[sets.find(static_cast<std::uint32_t>(position))];
         if (component == noComponent)
         {
@@ -144,20 +154,20 @@ void inflateRCD(std::vector<RCD>& cells, int numSteps, bool bKeepInput, std::vec
 
 void createCC_RCD(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& components)
 {
-    // The 13 neighbours that sort before a cell: four whole columns of three, and the cell below.
+    // The 13 neighbours that sort behind a cell: four whole columns of three, and the cell above.
     const auto column = [](RCD offset) { return TouchingRun{offset - rcd::zUnit, offset + rcd::zUnit}; };
     createComponents(cells,
-                     {column(~(rcd::xUnit + rcd::yUnit) + 1),
-                      column(~rcd::xUnit + 1),
-                      column(~(rcd::xUnit - rcd::yUnit) + 1),
-                      column(~rcd::yUnit + 1),
-                      {~rcd::zUnit + 1, ~rcd::zUnit + 1}},
+                     {column(rcd::xUnit + rcd::yUnit),
+                      column(rcd::xUnit),
+                      column(rcd::xUnit - rcd::yUnit),
+                      column(rcd::yUnit),
+                      {rcd::zUnit, rcd::zUnit}},
                      components);
 }
 
 void createCC_RCD_6Neig(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& components)
 {
-    const auto single = [](RCD unit) { return TouchingRun{~unit + 1, ~unit + 1}; };
+    const auto single = [](RCD unit) { return TouchingRun{unit, unit}; };
     createComponents(cells, {single(rcd::xUnit), single(rcd::yUnit), single(rcd::zUnit)}, components);
 }
 

@@ -10,15 +10,15 @@ namespace MIRT_ZAV
 {
 
 /// Grows a set of cells by shells of face neighbours.
-/// \param cells       row codes in any order; not changed
+/// \param cells       row codes in any order, none with a coordinate of 0; not changed
 /// \param numSteps    number of shells; -1 gives nothing, 0 only the input
 /// \param bKeepInput  whether the input itself stands first in the result
 /// \param out         the shells are appended by growing distance, each one sorted; not sorted as a whole
 void inflateRCD(std::vector<RCD>& cells, int numSteps, bool bKeepInput, std::vector<RCD>& out);
 
 /// Connected components under vertex contact, that is, under the 26 neighbours.
-/// \param cells       distinct row codes in any order; not changed
-/// \param components  appended in the order of their first cells in the input, each in the order of the walk
+/// \param cells       row codes in any order; one that occurs twice counts once; not changed
+/// \param components  appended in the order of their first cells in the input; inside of each, cells keep its order too
 void createCC_RCD(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& components);
 
 /// The same under face contact.

@@ -86,7 +86,11 @@ void thread_pool::stop()
     }
     for (std::thread& thread : threads)
         thread.join();
-    shared->jobs = {};
+    {
+        // Workers that a resize has detached may still look into the queue.
+        std::lock_guard<std::mutex> lock(shared->queueMutex);
+        shared->jobs = {};
+    }
     threads.clear();
     stopFlags.clear();
 }

@@ -81,13 +81,27 @@ typename std::iterator_traits<RandomIt>::value_type estimateMid2(RandomIt first,
 template <class Task>
 void runTasks(std::vector<Task>& tasks)
 {
+    if (tasks.empty())
+        return;
     ctpl::thread_pool* const pool = ctpl::thread_pool::getLevelPool(false);
     std::vector<std::future<void>> futures;
     futures.reserve(tasks.size());
-    for (Task& task : tasks)
-        futures.push_back(pool->push([&task](int id) { task(id); }));
-    for (auto& future : futures)
-        future.wait();
+    const auto waitForAll = [&futures]
+    {
+        for (auto& future : futures)
+            future.wait();
+    };
+    try
+    {
+        for (Task& task : tasks)
+            futures.push_back(pool->push([&task](int id) { task(id); }));
+    }
+    catch (...)
+    {
+        waitForAll(); // tasks that run already hold references to the caller's data
+        throw;
+    }
+    waitForAll();
     for (auto& future : futures)
         future.get();
 }
@@ -206,10 +220,11 @@ struct ForEachTask
     void operator()(int) const { std::for_each(first, last, *f); }
 };
 
-/// Calls f on every element, in chunks of chunkSize elements per task.
+/// Calls f on every element, in chunks of chunkSize elements per task, at least 1.
 template <class T, class F>
 void forEachMT(std::vector<T>& v, const F& f, size_t chunkSize)
 {
+    chunkSize = std::max<size_t>(1, chunkSize);
     std::vector<ForEachTask<T, F>> tasks;
     for (size_t begin = 0; begin < v.size(); begin += chunkSize)
         tasks.push_back({v.data() + begin, v.data() + std::min(v.size(), begin + chunkSize), &f});
