@@ -1,0 +1,108 @@
+// What the tool says on standard error, and how it keeps the library's messages apart from its own output.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+namespace zavtool
+{
+
+/// The run failed: exit code 1. The text is one plain sentence that says what happened and what to try.
+class Failure : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The call can't be meant: exit code 2.
+class WrongUsage : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+constexpr int exitFailure = 1;
+constexpr int exitWrongUsage = 2;
+
+/// One line on standard error, "zav: " before it.
+void tell(const std::string& line);
+
+/// Whether standard error is a terminal.
+bool isTerminal();
+
+/// Collects what the library writes to standard output and standard error while the object lives. Afterwards both are
+/// as before. One object at a time.
+class LibraryMessages
+{
+public:
+    LibraryMessages();
+    ~LibraryMessages();
+    LibraryMessages(const LibraryMessages&) = delete;
+    LibraryMessages& operator=(const LibraryMessages&) = delete;
+
+    /// The warnings and errors so far, one line each, without colours.
+    std::vector<std::string> getProblems();
+
+private:
+    /// Takes text from several threads.
+    class Collector : public std::streambuf
+    {
+    public:
+        std::string getText();
+
+    protected:
+        int_type overflow(int_type character) override;
+        std::streamsize xsputn(const char* text, std::streamsize length) override;
+
+    private:
+        std::mutex mutex;
+        std::string collected;
+    };
+
+    Collector collector;
+    std::streambuf* const standardOutput;
+    std::streambuf* const standardError;
+};
+
+/// Runs a piece of work with the library's messages collected. Its warnings are told afterwards unless bQuiet. What
+/// the library throws becomes a Failure.
+/// \param remedy  what the user can try when it throws, a clause: "try a greater --spacing"
+template <class Work>
+auto callLibrary(bool bQuiet, const std::string& remedy, Work work);
+
+void tellProblems(LibraryMessages& messages);
+[[noreturn]] void failAs(const std::exception& problem, LibraryMessages& messages, const std::string& remedy);
+
+template <class Work>
+auto callLibrary(bool bQuiet, const std::string& remedy, Work work)
+{
+    LibraryMessages messages;
+    struct Tell
+    {
+        LibraryMessages& messages;
+        bool bQuiet;
+        ~Tell()
+        {
+            if (!bQuiet)
+                tellProblems(messages);
+        }
+    } tellAtEnd{messages, bQuiet};
+    try
+    {
+        return work();
+    }
+    catch (const Failure&)
+    {
+        throw;
+    }
+    catch (const std::exception& problem)
+    {
+        failAs(problem, messages, remedy);
+    }
+}
+
+} // namespace zavtool

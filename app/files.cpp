@@ -1,0 +1,245 @@
+#include "files.h"
+
+#include "console.h"
+
+#include <zav_api.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace zavtool
+{
+namespace
+{
+/// Bytes of a value by its name in a PLY header; 0 for an unknown name.
+std::uint64_t getPlySize(const std::string& type)
+{
+    if (type == "char" || type == "uchar" || type == "int8" || type == "uint8")
+        return 1;
+    if (type == "short" || type == "ushort" || type == "int16" || type == "uint16")
+        return 2;
+    if (type == "int" || type == "uint" || type == "float" || type == "int32" || type == "uint32" || type == "float32")
+        return 4;
+    if (type == "double" || type == "float64")
+        return 8;
+    return 0;
+}
+
+std::ifstream openInput(const std::string& path)
+{
+    errno = 0;
+    std::ifstream in(path, std::ios::binary);
+    if (!in || fs::is_directory(path))
+        throw Failure(path + " can't be read" +
+                      (errno != 0 ? std::string(" (") + std::strerror(errno) + ")" : std::string()) +
+                      "; check its name and permissions");
+    return in;
+}
+
+std::uint64_t getSize(const std::string& path)
+{
+    std::error_code problem;
+    const std::uint64_t size = fs::file_size(path, problem);
+    if (problem)
+        throw Failure(path + " is no ordinary file; copy its contents to one");
+    return size;
+}
+
+void refuseCutShort(bool bComplete, const std::string& path)
+{
+    if (!bComplete)
+        throw Failure(path + " is shorter than its header says; get a complete copy");
+}
+
+/// The library trusts the number of points in the header.
+void checkBinaryPoints(const std::string& path)
+{
+    std::ifstream in = openInput(path);
+    std::int32_t type = 0;
+    std::uint64_t count = 0;
+    in.read(reinterpret_cast<char*>(&type), sizeof(type));
+    in.read(reinterpret_cast<char*>(&count), sizeof(count));
+    if (!in || (type != 30 && type != 20))
+        throw Failure(path + " is no binary point file; it should begin with the number 30 or 20");
+    const std::uint64_t pointSize = type == 30 ? 24 : 16;
+    const std::uint64_t headerSize = sizeof(type) + sizeof(count);
+    refuseCutShort(count <= (getSize(path) - headerSize) / pointSize, path);
+}
+} // namespace
+
+FileType getType(const std::string& path)
+{
+    // The library wants at least the four characters of an extension.
+    switch (path.size() < 4 ? -1 : MIRT_ZAV::getFileType(path))
+    {
+    case 1:
+        return FileType::ply;
+    case 2:
+        return FileType::text;
+    case 3:
+        return FileType::binary;
+    default:
+        return FileType::other;
+    }
+}
+
+PlySummary readPlySummary(const std::string& path)
+{
+    std::ifstream in = openInput(path);
+    PlySummary summary;
+    std::uint64_t needed = 0;        // bytes after the header, at least
+    std::uint64_t elementCount = 0;  // of the element whose properties are being read
+    std::uint64_t numProperties = 0; // of that element
+    bool bBinary = false;
+    const auto add = [&](std::uint64_t bytesPerItem)
+    {
+        std::uint64_t bytes = 0;
+        if (__builtin_mul_overflow(elementCount, bytesPerItem, &bytes) ||
+            __builtin_add_overflow(needed, bytes, &needed))
+            needed = UINT64_MAX;
+    };
+
+    std::string line;
+    for (int numLines = 0; numLines < 1000 && std::getline(in, line); ++numLines)
+    {
+        std::istringstream words(line);
+        std::string key;
+        words >> key;
+        if (numLines == 0 && key != "ply" && key != "PLY")
+            break;
+        if (key == "format")
+        {
+            words >> key;
+            bBinary = key != "ascii";
+        }
+        else if (key == "element")
+        {
+            std::string name;
+            elementCount = 0;
+            numProperties = 0;
+            words >> name >> elementCount;
+            if (name == "vertex")
+                summary.numVertices = elementCount;
+            else if (name == "face")
+                summary.numFaces = elementCount;
+        }
+        else if (key == "property")
+        {
+            std::string type;
+            words >> type;
+            if (type == "list")
+                words >> type; // a list holds its count at least
+            ++numProperties;
+            add(bBinary ? getPlySize(type) : 2); // a digit and a separator
+        }
+        else if (key == "end_header")
+        {
+            const auto headerSize = static_cast<std::uint64_t>(in.tellg());
+            // The last line of a text file may lack its end.
+            summary.bComplete = needed <= getSize(path) - headerSize + (bBinary ? 0 : 1);
+            return summary;
+        }
+    }
+    throw Failure(path + " has no PLY header; check what kind of file it is");
+}
+
+Cloud readCloud(const std::string& path, bool bQuiet)
+{
+    switch (getType(path))
+    {
+    case FileType::ply:
+        refuseCutShort(readPlySummary(path).bComplete, path);
+        break;
+    case FileType::binary:
+        checkBinaryPoints(path);
+        break;
+    case FileType::text:
+        openInput(path);
+        break;
+    case FileType::other:
+        throw WrongUsage(path +
+                         " doesn't look like a point file; give one that ends in .ply, .xyz, .txt, .asc or .bin");
+    }
+
+    Cloud cloud;
+    std::string name = path;
+    const bool bRead = callLibrary(bQuiet, "check that " + path + " is complete",
+                                   [&] { return MIRT_ZAV::readPoints_auto(name, cloud.points); });
+    if (!bRead)
+        throw Failure(path + " can't be understood; check that it holds points in the form its name says");
+    const auto firstBad = std::remove_if(cloud.points.begin(), cloud.points.end(),
+                                         [](const MIRT_ZAV::Point3& point) { return !point.isFinite(); });
+    cloud.numNotFinite = static_cast<size_t>(cloud.points.end() - firstBad);
+    cloud.points.erase(firstBad, cloud.points.end());
+    if (cloud.points.empty())
+        throw Failure(path + " holds no points; check that it is the file you meant");
+    return cloud;
+}
+
+void tellNotFinite(const Cloud& cloud)
+{
+    if (cloud.numNotFinite > 0)
+        tell(std::to_string(cloud.numNotFinite) + " of " + std::to_string(cloud.points.size() + cloud.numNotFinite) +
+             " points left out: their coordinates aren't finite");
+}
+
+std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path, bool bQuiet)
+{
+    const PlySummary summary = readPlySummary(path);
+    refuseCutShort(summary.bComplete, path);
+    std::vector<MIRT_ZAV::Point3> corners;
+    const bool bRead = callLibrary(bQuiet, "check that " + path + " is complete",
+                                   [&] { return MIRT_ZAV::readPly(path.c_str(), false, corners); });
+    if (!bRead)
+        throw Failure(path + " can't be understood; its faces have to be triangles listed as vertex_indices");
+    return corners;
+}
+
+SafeOutput::SafeOutput(const std::string& pathArg) : path(pathArg)
+{
+    std::error_code ignored;
+    if (fs::is_symlink(path, ignored)) // the file behind a link is replaced, not the link
+        path = fs::weakly_canonical(path, ignored).string();
+    if (fs::is_directory(path, ignored))
+        throw Failure(pathArg + " is a directory; give the name of a file");
+    temporary = path + ".part" + std::to_string(getpid()) + fs::path(path).extension().string();
+    errno = 0;
+    if (!std::ofstream(temporary))
+        throw Failure(pathArg + " can't be written (" + std::strerror(errno) + "); choose another place");
+    fs::remove(temporary, ignored);
+}
+
+SafeOutput::~SafeOutput()
+{
+    std::error_code ignored;
+    fs::remove(temporary, ignored);
+}
+
+void SafeOutput::writeBy(const std::function<bool(const std::string& path)>& write)
+{
+    std::error_code problem;
+    const bool bWritten = write(temporary);
+    // A full disk doesn't show in the result of every writer, but in the file's size.
+    if (!bWritten || (getType(path) == FileType::ply && !readPlySummary(temporary).bComplete))
+        throw Failure(path + " couldn't be written completely; check the space on the disk");
+    fs::rename(temporary, path, problem);
+    if (problem)
+        throw Failure(path + " couldn't be replaced (" + problem.message() + "); choose another place");
+}
+
+void refuseSameFile(const std::string& input, const std::string& output)
+{
+    std::error_code ignored;
+    if (fs::equivalent(input, output, ignored) ||
+        fs::weakly_canonical(input, ignored) == fs::weakly_canonical(output, ignored))
+        throw WrongUsage("input and output are the same file; give the output another name");
+}
+
+} // namespace zavtool

@@ -1,0 +1,75 @@
+// Files as the tool handles them: nothing is read that is obviously broken, nothing is overwritten by a failed run.
+#pragma once
+
+#include <Point3.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace zavtool
+{
+
+enum class FileType
+{
+    ply,
+    text,
+    binary,
+    other
+};
+
+/// By the name's extension, as the library sees it.
+FileType getType(const std::string& path);
+
+/// What the header of a PLY file says, as far as the tool needs it.
+struct PlySummary
+{
+    std::uint64_t numVertices = 0;
+    std::uint64_t numFaces = 0;
+    bool bComplete = false; // the file is at least as long as its header says
+};
+
+/// \throws Failure  when the file isn't readable or has no PLY header
+PlySummary readPlySummary(const std::string& path);
+
+struct Cloud
+{
+    std::vector<MIRT_ZAV::Point3> points;
+    size_t numNotFinite = 0; // left out
+};
+
+/// The points of a file.
+/// \throws WrongUsage  when the name's extension is none of a point file
+/// \throws Failure     when the file can't be read, is cut short or holds no finite point
+Cloud readCloud(const std::string& path, bool bQuiet);
+
+/// Says how many points were left out, if any.
+void tellNotFinite(const Cloud& cloud);
+
+/// The corners of the triangles of a PLY file, three per triangle.
+std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path, bool bQuiet);
+
+/// An output file that appears under its name only when it is complete: what stood there before stays until then.
+class SafeOutput
+{
+public:
+    /// \throws Failure  when nothing can be written there; so a long run doesn't end in a surprise
+    explicit SafeOutput(const std::string& path);
+    ~SafeOutput();
+    SafeOutput(const SafeOutput&) = delete;
+    SafeOutput& operator=(const SafeOutput&) = delete;
+
+    /// \param write  writes to the path given, which has the extension of the output; false for a failure
+    /// \throws Failure
+    void writeBy(const std::function<bool(const std::string& path)>& write);
+
+private:
+    std::string path;      // where the file goes, links resolved
+    std::string temporary; // beside it
+};
+
+/// \throws WrongUsage  when both names mean the same file
+void refuseSameFile(const std::string& input, const std::string& output);
+
+} // namespace zavtool

@@ -1,0 +1,103 @@
+// The command line of zav. Exit code 0: done; 1: the run failed, with one sentence saying why; 2: wrong usage.
+#include "commands.h"
+#include "console.h"
+
+#include <zav_api.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace zavtool
+{
+namespace
+{
+const char* const manual = R"(Examples:
+  zav reconstruct scan.ply mesh.ply                 mesh at the spacing of the points
+  zav reconstruct scan.xyz mesh.ply --factor 2      coarser, with fewer holes
+  zav reconstruct scan.bin mesh.ply --spacing 0.05  cells of 0.05 input units
+  zav spacing scan.ply                              the spacing the first line would use
+  zav generate torus torus.ply --points 200000      points to play with
+  zav info mesh.ply                                 what is in a file
+
+Point files: .ply (text or binary), .xyz .txt .asc (text, "x y z" per line), .bin.
+Exit codes: 0 done, 1 the run failed, 2 wrong usage. 'zav COMMAND --help' tells more about a command.)";
+
+std::string getVersionText()
+{
+    int major = 0;
+    int minor = 0;
+    MIRT_ZAV::getVersion(major, minor);
+    return "zav " + std::to_string(major) + "." + std::to_string(minor);
+}
+
+CLI::Validator numberFrom(double least, bool bExcluded, const std::string& text)
+{
+    return CLI::Validator(
+        [=](std::string& value)
+        {
+            char* end = nullptr;
+            const double number = std::strtod(value.c_str(), &end);
+            const bool bGood = end != value.c_str() && *end == '\0' && std::isfinite(number) &&
+                               (bExcluded ? number > least : number >= least);
+            return bGood ? std::string() : value + " is no " + text;
+        },
+        "");
+}
+
+int run(int argc, char** argv)
+{
+    CLI::App app("Turns unordered 3D points into triangle meshes.", "zav");
+    app.footer(manual);
+    app.set_version_flag("--version", getVersionText(), "Print the version");
+    app.require_subcommand(1);
+    const Command commands[] = {addReconstruct(app), addSpacing(app), addGenerate(app), addInfo(app)};
+
+    try
+    {
+        app.parse(argc, argv);
+    }
+    catch (const CLI::ParseError& problem)
+    {
+        return app.exit(problem) == 0 ? 0 : exitWrongUsage; // --help and --version end here, too
+    }
+    for (const Command& command : commands)
+        if (command.options->parsed())
+            command.run();
+    return std::fflush(stdout) == 0 ? 0 : exitFailure;
+}
+} // namespace
+
+CLI::Validator positiveNumber()
+{
+    return numberFrom(0.0, true, "number above 0");
+}
+
+CLI::Validator notNegativeNumber()
+{
+    return numberFrom(0.0, false, "number from 0 on");
+}
+
+} // namespace zavtool
+
+int main(int argc, char** argv)
+{
+    try
+    {
+        return zavtool::run(argc, argv);
+    }
+    catch (const zavtool::WrongUsage& problem)
+    {
+        zavtool::tell(problem.what());
+        return zavtool::exitWrongUsage;
+    }
+    catch (const std::bad_alloc&)
+    {
+        zavtool::tell("the memory is not enough; try with fewer points");
+    }
+    catch (const std::exception& problem)
+    {
+        zavtool::tell(problem.what());
+    }
+    return zavtool::exitFailure;
+}

@@ -1,0 +1,159 @@
+// zav reconstruct: from a point file to a mesh file.
+#include "ProgressBar.h"
+#include "commands.h"
+#include "console.h"
+#include "files.h"
+
+#include <zav_api.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+
+namespace zavtool
+{
+namespace
+{
+struct ReconstructOptions
+{
+    std::string input;
+    std::string output;
+    double factor = 1.0;
+    double spacing = 0.0; // 0: the factor counts
+    int holeLimit = 0;
+    int numThreads = 0;
+    bool bAscii = false;
+    bool bTimings = false;
+    bool bQuiet = false;
+};
+
+class Stopwatch
+{
+public:
+    double getSeconds() const { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point start = Clock::now();
+};
+
+void checkOptions(const ReconstructOptions& options)
+{
+    if (getType(options.output) != FileType::ply)
+        throw WrongUsage("meshes are written as PLY; give an output name that ends in .ply");
+    refuseSameFile(options.input, options.output);
+    // The library takes the limit but doesn't act on it yet: better no mesh than one that isn't what was asked for.
+    if (options.holeLimit > 0)
+        throw Failure("closing holes is not available in this version yet; run with --holes 0");
+}
+
+MIRT_ZAV::MeshPtr reconstruct(Cloud& cloud, const ReconstructOptions& options)
+{
+    static ProgressBar bar; // the library keeps a subscriber's address
+    if (isTerminal() && !options.bQuiet)
+        MIRT_ZAV::subscribe(&bar);
+    struct RemoveBar
+    {
+        ~RemoveBar() { bar.finish(); }
+    } removeBar;
+    if (options.spacing > 0.0)
+        return MIRT_ZAV::reconstruct_abs(cloud.points, options.spacing, options.holeLimit);
+    return MIRT_ZAV::reconstruct_auto(cloud.points, options.factor, options.holeLimit);
+}
+
+void printTiming(int depth, const std::string& label, double seconds, long peakMemoryKB)
+{
+    std::fprintf(stderr, "%*s%-*s %9.3f s", 2 * depth, "", 24 - 2 * depth, label.c_str(), seconds);
+    if (peakMemoryKB > 0)
+        std::fprintf(stderr, " %9.1f MB", static_cast<double>(peakMemoryKB) / 1024.0);
+    std::fputc('\n', stderr);
+}
+
+void printTimings(double readSeconds, double writeSeconds)
+{
+    std::fprintf(stderr, "%-24s %11s %12s\n", "stage", "time", "peak memory");
+    printTiming(0, "read", readSeconds, 0);
+    for (const MIRT_ZAV::StageTiming& timing : MIRT_ZAV::getStageTimings())
+        printTiming(timing.depth, timing.label, timing.seconds, timing.peakMemoryKB);
+    printTiming(0, "write", writeSeconds, 0);
+}
+
+void runReconstruct(const ReconstructOptions& options)
+{
+    checkOptions(options);
+    SafeOutput output(options.output);
+    MIRT_ZAV::setGlobalNumCPU(options.numThreads);
+
+    const Stopwatch reading;
+    Cloud cloud = readCloud(options.input, options.bQuiet);
+    const double readSeconds = reading.getSeconds();
+    if (!options.bQuiet)
+        tellNotFinite(cloud);
+
+    const MIRT_ZAV::MeshPtr mesh =
+        callLibrary(options.bQuiet, "try a greater --spacing or --factor", [&] { return reconstruct(cloud, options); });
+    if (!mesh || mesh->getNumT() == 0)
+        throw Failure("no surface came out of " + options.input + "; try a greater --factor or --spacing");
+
+    const Stopwatch writing;
+    callLibrary(options.bQuiet, "check the space on the disk",
+                [&]
+                {
+                    // Crossed in the library: writePly_ASCII writes the binary form, writePly_BIN the text form.
+                    output.writeBy([&](const std::string& path)
+                                   { return options.bAscii ? mesh->writePly_BIN(path) : mesh->writePly_ASCII(path); });
+                });
+    const double writeSeconds = writing.getSeconds();
+
+    if (options.bTimings)
+        printTimings(readSeconds, writeSeconds);
+    if (!options.bQuiet)
+    {
+        std::vector<MIRT_ZAV::Point3*> vertices;
+        mesh->getPoints(vertices);
+        std::printf("%s: %zu vertices, %zu triangles from %zu points\n", options.output.c_str(), vertices.size(),
+                    static_cast<size_t>(mesh->getNumT()), cloud.points.size());
+    }
+    MIRT_ZAV::destroySingletons();
+}
+} // namespace
+
+Command addReconstruct(CLI::App& app)
+{
+    CLI::App* command = app.add_subcommand("reconstruct", "Turn a point file into a mesh file");
+    auto options = std::make_shared<ReconstructOptions>();
+    command->add_option("IN", options->input, "Point file (.ply .xyz .txt .asc .bin)")->required();
+    command->add_option("OUT", options->output, "Mesh file to write (.ply); replaced only by a complete mesh")
+        ->required();
+    CLI::Option* factor =
+        command
+            ->add_option("--factor", options->factor,
+                         "Cell side as a multiple of the detected spacing of the points: 1 for cells at "
+                         "that spacing, more for a coarser mesh, less for a finer one with more holes")
+            ->check(positiveNumber())
+            ->capture_default_str();
+    command->add_option("--spacing", options->spacing, "Cell side in the units of the input; nothing is detected then")
+        ->check(positiveNumber())
+        ->excludes(factor);
+    command
+        ->add_option("--holes", options->holeLimit,
+                     "Close holes up to this width in cells; only 0, which closes none, works in this version")
+        ->check(CLI::Range(0, 1000000))
+        ->capture_default_str();
+    command->add_option("--threads", options->numThreads, "Number of threads; 0 for all of the machine")
+        ->check(CLI::Range(0, 1024))
+        ->capture_default_str();
+    command->add_flag("--ascii", options->bAscii, "Write the text form of PLY instead of the binary one");
+    command->add_flag("--timings", options->bTimings,
+                      "Print the tree of stages with time and peak memory on standard error");
+    command->add_flag("--quiet", options->bQuiet, "Print nothing but failures, and the timings if asked for");
+    command->footer(R"(The result doesn't depend on the number of threads. Points whose coordinates aren't finite are
+left out. PLY holds coordinates with 32 bits: move a cloud far from the origin nearer before.
+
+Examples:
+  zav reconstruct scan.ply mesh.ply --factor 1.5
+  zav reconstruct scan.ply mesh.ply --spacing 0.02 --threads 4 --timings)");
+    return {command, [options] { runReconstruct(*options); }};
+}
+
+} // namespace zavtool
