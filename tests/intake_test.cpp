@@ -21,7 +21,7 @@ using namespace MIRT_ZAV;
 
 namespace
 {
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 constexpr double inf = std::numeric_limits<double>::infinity();
 
 std::vector<Point3> getNoisySphere(size_t n, double radius, unsigned seed)
@@ -125,8 +125,8 @@ TEST(Spacing, PointsThatAreNotFiniteAreSkippedAndBadCloudsEndInTheirMessages)
     EXPECT_NE(text.find("Nothing to do for cloud inputPointsViaMemory"), std::string::npos);
 
     std::vector<Point3> points = getNoisySphere(2000, 1.0, 5);
-    points.insert(points.begin() + 100, {nan, 0.0, 0.0});
-    points.emplace_back(0.0, nan, inf - inf);
+    points.insert(points.begin() + 100, {notANumber, 0.0, 0.0});
+    points.emplace_back(0.0, notANumber, inf - inf);
     const MeshPtr mesh = reconstruct_abs(points, 0.05, 0);
     ASSERT_TRUE(mesh);
     std::vector<Point3*> vertices;
@@ -141,10 +141,10 @@ TEST(Spacing, PointsThatAreNotFiniteAreSkippedAndBadCloudsEndInTheirMessages)
     failsWith(std::vector<Point3>(20, Point3(1.0, 2.0, 3.0)), 0.0, "usedSpacing>0"); // no extent, so no spacing
     failsWith({Point3(1, 1, 1)}, -1.0, "usedSpacing>0");
     failsWith(getNoisySphere(100, 1.0, 1), -2.0, "usedSpacing>0");
-    failsWith({Point3(nan, 0, 0), Point3(1, 1, 1)}, 0.1, "numCReal>=numReqC");
+    failsWith({Point3(notANumber, 0, 0), Point3(1, 1, 1)}, 0.1, "numCReal>=numReqC");
     failsWith({Point3(0, 0, 0), Point3(inf, 1, 1)}, 0.1, "numCReal>=numReqC");
     failsWith({Point3(0, 0, 0), Point3(1, 1, 1)}, 1e-320, "numCReal>=numReqC");
-    failsWith({Point3(0, 0, 0), Point3(1, 1, 1)}, nan, "usedSpacing>0");
+    failsWith({Point3(0, 0, 0), Point3(1, 1, 1)}, notANumber, "usedSpacing>0");
     failsWith({Point3(0, 0, 0), Point3(1, 1, 1)}, inf, "usedSpacing>0");
 }
 

@@ -1,6 +1,7 @@
 // Whole runs through the public functions.
 
-#include "zav_api.h"
+#include "tools.h"
+#include "zav_api_functions.h"
 
 #include <gtest/gtest.h>
 
