@@ -1,0 +1,44 @@
+// Reads a stream in large blocks and offers the bytes as an array, so that readers can convert them in tight loops. It
+// is a stream buffer itself: what the tight loop doesn't want to decide can be read through an istream from the same
+// place.
+#pragma once
+
+#include <cstddef>
+#include <istream>
+#include <streambuf>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// A window on a stream. Pointers into it are valid until more(), require() or skip(), or a read through an istream.
+class BlockBuffer : public std::streambuf
+{
+public:
+    /// \param in         read from its current position on; must outlive the buffer
+    /// \param blockSize  bytes read at a time; the window grows beyond it only when require() or more() need that
+    explicit BlockBuffer(std::istream& in, size_t blockSize = size_t(1) << 18);
+
+    const char* begin() const { return gptr(); }
+    const char* end() const { return egptr(); }
+    size_t available() const { return static_cast<size_t>(egptr() - gptr()); }
+
+    /// Moves on within the window, by at most available() bytes.
+    void advance(size_t n) { setg(eback(), gptr() + n, egptr()); }
+    /// Reads on, keeping what is in the window. False when the stream has ended.
+    bool more();
+    /// Makes n bytes available. False when the stream ends before that; then the window holds all that is left.
+    bool require(size_t n);
+    /// Moves on by any number of bytes. False when the stream ends before that.
+    bool skip(size_t n);
+    bool atEnd() { return available() == 0 && !more(); }
+
+protected:
+    int_type underflow() override;
+
+private:
+    std::istream& source;
+    std::vector<char> block;
+};
+
+} // namespace MIRT_ZAV

@@ -1,0 +1,41 @@
+// Collects output and hands it to a stream in large blocks. Numbers look as a stream with the "C" locale prints them.
+#pragma once
+
+#include <charconv>
+#include <cstddef>
+#include <ostream>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// The owner calls flush() at the end; whether the output arrived is the stream's state.
+class BlockWriter
+{
+public:
+    /// \param precision  significant digits of floating-point numbers; below 0 stands for 6, as in a stream
+    BlockWriter(std::ostream& out, int precision);
+
+    /// Room for n bytes, which count as written.
+    char* take(size_t n)
+    {
+        if (block.size() - used < n)
+            makeRoom(n);
+        used += n;
+        return block.data() + used - n;
+    }
+    void put(char c) { *take(1) = c; }
+    void putNumber(double value);
+    void putNumber(long long value);
+    void flush();
+
+private:
+    void makeRoom(size_t n);
+
+    std::ostream& target;
+    std::vector<char> block;
+    size_t used = 0;
+    int digits;
+};
+
+} // namespace MIRT_ZAV

@@ -1,0 +1,246 @@
+#include "pointFiles.h"
+
+#include "BlockBuffer.h"
+#include "BlockWriter.h"
+#include "numberScan.h"
+#include "plyMesh.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <locale>
+
+namespace MIRT_ZAV
+{
+namespace
+{
+constexpr std::int32_t fileType3D = 30;
+constexpr std::int32_t fileType2D = 20;
+constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 24; // points
+constexpr int digitsOfText = 18;
+
+/// The bytes of a line as a stream buffer, not copied.
+struct LineBuffer : std::streambuf
+{
+    void set(const char* first, const char* last)
+    {
+        char* const begin = const_cast<char*>(first); // only read from
+        setg(begin, begin, begin + (last - first));
+    }
+};
+
+/// Finds the point in a line of text.
+class LineParser
+{
+public:
+    LineParser() : stream(&buffer) { stream.imbue(std::locale::classic()); }
+
+    bool parse(const char* first, const char* last, double (&xyz)[3])
+    {
+        const char* p = first;
+        for (double& value : xyz)
+        {
+            p = skipBlanks(p, last);
+            if (p == last || !(isDigit(*p) || *p == '+' || *p == '-' || *p == '.'))
+                return false; // no number begins like this
+            p = scanNumber(p, last, value);
+            if (p == nullptr)
+                return parseByStream(first, last, xyz);
+        }
+        return true;
+    }
+
+private:
+    bool parseByStream(const char* first, const char* last, double (&xyz)[3])
+    {
+        buffer.set(first, last);
+        stream.clear();
+        return static_cast<bool>(stream >> xyz[0] >> xyz[1] >> xyz[2]);
+    }
+
+    LineBuffer buffer;
+    std::istream stream;
+};
+
+/// The window holds the whole next line then; its length without the end of line, or available() at the end of the
+/// file.
+size_t findLine(BlockBuffer& in)
+{
+    size_t searched = 0;
+    do
+    {
+        const size_t todo = in.available() - searched;
+        if (const void* const found = todo == 0 ? nullptr : std::memchr(in.begin() + searched, '\n', todo))
+            return static_cast<size_t>(static_cast<const char*>(found) - in.begin());
+        searched = in.available();
+    } while (in.more());
+    return in.available();
+}
+
+/// Room for n more points, also when many files are read into one vector.
+void reserveMore(std::vector<Point3>& vPoints, size_t n)
+{
+    if (vPoints.size() + n > vPoints.capacity())
+        vPoints.reserve(std::max(vPoints.size() + n, 2 * vPoints.capacity()));
+}
+
+/// The points of a binary file behind its header.
+class BinaryPoints
+{
+public:
+    BinaryPoints(std::istream& stream, bool is3D) : in(stream), numBytes(is3D ? 24 : 16) {}
+
+    /// Appends up to n points, as many as are complete; returns their number.
+    std::uint64_t readComplete(std::uint64_t n, std::vector<Point3>& vPoints)
+    {
+        std::uint64_t numRead = 0;
+        while (numRead < n && in.require(numBytes))
+        {
+            const size_t num = std::min<std::uint64_t>(n - numRead, in.available() / numBytes);
+            reserveMore(vPoints, num);
+            for (size_t i = 0; i < num; ++i)
+            {
+                take(numBytes);
+                append(vPoints);
+            }
+            numRead += num;
+        }
+        return numRead;
+    }
+
+    /// Appends n points that the file lacks: what is left of it counts, the other bytes are those of the point before.
+    void appendMissing(std::uint64_t n, std::vector<Point3>& vPoints)
+    {
+        take(in.available());
+        reserveMore(vPoints, n);
+        for (std::uint64_t i = 0; i < n; ++i)
+            append(vPoints);
+    }
+
+private:
+    void take(size_t n)
+    {
+        std::memcpy(xyz, in.begin(), n);
+        in.advance(n);
+    }
+    void append(std::vector<Point3>& vPoints) const { vPoints.emplace_back(xyz[0], xyz[1], xyz[2]); }
+
+    BlockBuffer in;
+    size_t numBytes;
+    double xyz[3] = {0.0, 0.0, 0.0};
+};
+
+template <class T>
+T readValue(std::istream& in)
+{
+    T value{};
+    in.read(reinterpret_cast<char*>(&value), sizeof(value));
+    return value;
+}
+} // namespace
+
+bool readPoints_ASCII(const char* path, std::vector<Point3>& vPoints)
+{
+    std::ifstream file(path);
+    if (!file.is_open())
+    {
+        std::cout << path << " is unreadable" << std::endl;
+        return false;
+    }
+    BlockBuffer in(file);
+    LineParser parser;
+    double xyz[3];
+    while (!in.atEnd())
+    {
+        const size_t length = findLine(in);
+        if (parser.parse(in.begin(), in.begin() + length, xyz))
+            vPoints.emplace_back(xyz[0], xyz[1], xyz[2]);
+        in.advance(std::min(length + 1, in.available()));
+    }
+    return true;
+}
+
+bool readPoints_BIN(const char* path, std::vector<Point3>& vPoints)
+{
+    std::ifstream file(path, std::ios::in | std::ios::binary);
+    if (!file.is_open())
+    {
+        std::cout << path << " can't be read" << std::endl;
+        return false;
+    }
+    const std::int32_t fileType = readValue<std::int32_t>(file);
+    if (fileType != fileType3D && fileType != fileType2D)
+    {
+        std::cout << path << " has wrong filetype " << fileType << ", expected: 30 or 20" << std::endl;
+        return true; // the file was open, which is all that the result says
+    }
+    const std::uint64_t numPoints = readValue<std::uint64_t>(file);
+    BinaryPoints points(file, fileType == fileType3D);
+    const std::uint64_t numMissing = numPoints - points.readComplete(numPoints, vPoints);
+    if (numMissing <= toleratedShortfall)
+        points.appendMissing(numMissing, vPoints);
+    else
+        std::cout << path << " ends " << numMissing << " points too early" << std::endl;
+    return true;
+}
+
+bool writePoints_ASCII(const char* path, const std::vector<Point3>& vPoints)
+{
+    std::ofstream file(path, std::ios::out | std::ios::trunc);
+    if (!file.is_open())
+    {
+        std::cout << path << " can't be written" << std::endl;
+        return false;
+    }
+    BlockWriter out(file, digitsOfText);
+    for (const Point3& point : vPoints)
+    {
+        out.putNumber(point.x());
+        out.put(' ');
+        out.putNumber(point.y());
+        out.put(' ');
+        out.putNumber(point.z());
+        out.put('\n');
+    }
+    out.flush();
+    return true;
+}
+
+bool writePoints_BIN(const char* path, const std::vector<Point3>& vPoints)
+{
+    std::ofstream file(path, std::ios::out | std::ios::trunc | std::ios::binary);
+    if (!file.is_open())
+    {
+        std::cout << path << " can't be written" << std::endl;
+        return false;
+    }
+    BlockWriter out(file, digitsOfText);
+    const std::uint64_t numPoints = vPoints.size();
+    std::memcpy(out.take(sizeof(fileType3D)), &fileType3D, sizeof(fileType3D));
+    std::memcpy(out.take(sizeof(numPoints)), &numPoints, sizeof(numPoints));
+    for (const Point3& point : vPoints)
+    {
+        const double xyz[3] = {point.x(), point.y(), point.z()};
+        std::memcpy(out.take(sizeof(xyz)), xyz, sizeof(xyz));
+    }
+    out.flush();
+    return true;
+}
+
+bool writePointsPly(const std::string& path, std::vector<Point3>& vPoints, bool bAscii)
+{
+    std::vector<Point3*> pointers;
+    pointers.reserve(vPoints.size());
+    for (Point3& point : vPoints)
+        pointers.push_back(&point);
+    return PLY::writePly(pointers, path, bAscii);
+}
+
+bool readPly(const char* path, bool bPointsOnly, std::vector<Point3>& vPoints)
+{
+    return PLY::readPly(path, bPointsOnly, vPoints);
+}
+
+} // namespace MIRT_ZAV
