@@ -36,6 +36,24 @@ struct PointHash
     }
 };
 
+/// Hash of vertices and of pairs of them. Vertices of neighbouring cells have neighbouring addresses, and topology is
+/// worked on place by place: small groups of vertices share a neighbourhood of the table, the groups are scattered.
+struct VertexHash
+{
+    std::uint64_t operator()(const Point3* p) const
+    {
+        const std::uint64_t index = reinterpret_cast<std::uintptr_t>(p) / sizeof(Point3);
+        return MIRT_TOOLS::mixBits(index >> 4) + (index & 15) * 0x100000001u;
+    }
+    std::uint64_t operator()(const std::pair<Point3*, Point3*>& key) const
+    {
+        const std::uint64_t index = reinterpret_cast<std::uintptr_t>(key.first) / sizeof(Point3);
+        const std::uint64_t place = MIRT_TOOLS::mixBits(index >> 3) + (index & 7) * 4;
+        const std::uint64_t all = MIRT_TOOLS::WordHash()(key);
+        return (all >> 32 << 32) | static_cast<std::uint32_t>(place + (all & 3));
+    }
+};
+
 /// Not thread-safe. Queries of several threads may overlap while nothing changes the topology, except those in mRE
 /// order.
 class RMesh
@@ -46,11 +64,11 @@ public:
     std::vector<Point3*> vZeroVtx; ///< the vertices without an input point of their own, sorted by address
     /// Vertices by coordinates. Of coincident vertices only the one at the lowest address is listed.
     MIRT_TOOLS::OrderedIndex<Point3, Point3*, PointHash> mVtx;
-    MIRT_TOOLS::OrderedIndex<VertexPair, REdge*> mRE;         ///< every edge that wasn't merged into another one
-    std::vector<RTriangle*> vRT;                              ///< every triangle in order of creation
-    std::vector<REdge*> vRE;                                  ///< every edge in order of creation
-    std::vector<RPatch*> vPatches;                            ///< patches of the last orientation, owned
-    MIRT_TOOLS::KeyedLists<const Point3*, RTriangle*> mmVtxT; ///< the alive triangles of each vertex
+    MIRT_TOOLS::OrderedIndex<VertexPair, REdge*, VertexHash> mRE; ///< every edge that wasn't merged into another one
+    std::vector<RTriangle*> vRT;                                  ///< every triangle in order of creation
+    std::vector<REdge*> vRE;                                      ///< every edge in order of creation
+    std::vector<RPatch*> vPatches;                                ///< patches of the last orientation, owned
+    MIRT_TOOLS::KeyedLists<const Point3*, RTriangle*, VertexHash> mmVtxT; ///< the alive triangles of each vertex
     MIRT_TOOLS::SimplePool<Point3> poolVtx;
     MIRT_TOOLS::SimplePool<RTriangle> poolRT;
     MIRT_TOOLS::SimplePool<REdge> poolRE;

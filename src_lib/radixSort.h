@@ -23,7 +23,7 @@ namespace MIRT_ZAV::radix
 
 template <class T>
 constexpr bool isKey = std::is_same_v<T, unsigned long long> || std::is_same_v<T, unsigned long> ||
-                       std::is_same_v<T, int> || std::is_same_v<T, double>;
+                       std::is_same_v<T, int> || std::is_same_v<T, double> || std::is_pointer_v<T>;
 
 template <class T>
 struct FirstOf
@@ -61,6 +61,10 @@ inline std::uint64_t toBits(unsigned long key)
 inline std::uint64_t toBits(int key)
 {
     return static_cast<std::uint32_t>(key) ^ 0x80000000u;
+}
+inline std::uint64_t toBits(const void* key)
+{
+    return reinterpret_cast<std::uintptr_t>(key);
 }
 /// The order of doubles; both zeros give the same bits. Numbers that aren't a number have no place in it.
 inline std::uint64_t toBits(double key)
