@@ -1,0 +1,323 @@
+// Runs the built tool as a user would and looks at its exit codes, its output and its files.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+struct Outcome
+{
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+std::string readFile(const fs::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+size_t countLines(const std::string& text)
+{
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+/// Each test works in an empty directory of its own.
+class Tool : public ::testing::Test
+{
+protected:
+    Tool()
+    {
+        std::string pattern = (fs::temp_directory_path() / "zav_tool_XXXXXX").string();
+        if (mkdtemp(pattern.data()) == nullptr)
+            throw std::runtime_error("no temporary directory");
+        directory = pattern;
+    }
+    ~Tool() override { fs::remove_all(directory); }
+
+    Outcome run(const std::string& arguments)
+    {
+        const std::string command =
+            "cd '" + directory.string() + "' && '" ZAV_TOOL "' " + arguments + " >stdout.txt 2>stderr.txt";
+        const int status = std::system(command.c_str());
+        Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, read("stdout.txt"), read("stderr.txt")};
+        fs::remove(directory / "stdout.txt");
+        fs::remove(directory / "stderr.txt");
+        return outcome;
+    }
+
+    void write(const std::string& name, const std::string& content)
+    {
+        std::ofstream(directory / name, std::ios::binary) << content;
+    }
+
+    void writeBin(const std::string& name, const std::vector<double>& coordinates, std::uint64_t claimed)
+    {
+        std::ofstream out(directory / name, std::ios::binary);
+        const std::int32_t type = 30;
+        out.write(reinterpret_cast<const char*>(&type), sizeof(type));
+        out.write(reinterpret_cast<const char*>(&claimed), sizeof(claimed));
+        out.write(reinterpret_cast<const char*>(coordinates.data()),
+                  static_cast<std::streamsize>(coordinates.size() * sizeof(double)));
+    }
+
+    std::string read(const std::string& name) { return readFile(directory / name); }
+
+    size_t countFiles()
+    {
+        return static_cast<size_t>(std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
+    }
+
+    fs::path directory;
+};
+
+/// The words behind a label of "zav info".
+std::string valueOf(const std::string& label, const Outcome& info)
+{
+    std::istringstream lines(info.out);
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind(label + " ", 0) == 0)
+            return line.substr(std::min(line.find_first_not_of(' ', label.size()), line.size()));
+    ADD_FAILURE() << "no line '" << label << "' in:\n" << info.out << info.err;
+    return "";
+}
+
+/// A square of points, one unit apart.
+std::string squareOfPoints(int side)
+{
+    std::ostringstream text;
+    for (int x = 0; x < side; ++x)
+        for (int y = 0; y < side; ++y)
+            text << x << ' ' << y << " 0\n";
+    return text.str();
+}
+} // namespace
+
+TEST_F(Tool, helpAndVersionGoToStandardOutput)
+{
+    for (const char* arguments : {"--help", "reconstruct --help", "info --help", "--version"})
+    {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, 0) << arguments;
+        EXPECT_EQ(outcome.err, "") << arguments;
+    }
+    EXPECT_EQ(run("--version").out, "zav 1.17\n");
+    EXPECT_NE(run("reconstruct --help").out.find("--factor"), std::string::npos);
+}
+
+TEST_F(Tool, wrongUsageEndsWith2)
+{
+    write("in.xyz", squareOfPoints(5));
+    for (const char* arguments :
+         {"", "paint", "reconstruct in.xyz", "reconstruct in.xyz out.stl", "reconstruct in.xyz out",
+          "reconstruct in.xyz out.ply --factor 0", "reconstruct in.xyz out.ply --factor nan",
+          "reconstruct in.xyz out.ply --spacing -1", "reconstruct in.xyz out.ply --spacing inf",
+          "reconstruct in.xyz out.ply --factor 2 --spacing 2", "reconstruct in.xyz out.ply --threads x",
+          "reconstruct in.stl out.ply", "info x", "generate cube out.ply", "generate box out.obj",
+          "generate box out.bin --ascii", "generate box out.ply --points 0"})
+    {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, 2) << arguments;
+        EXPECT_NE(outcome.err, "") << arguments;
+        EXPECT_EQ(outcome.out, "") << arguments;
+    }
+    EXPECT_EQ(countFiles(), 1u);
+}
+
+TEST_F(Tool, inputIsNeverOverwritten)
+{
+    const std::string header = "ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\nproperty float y\n"
+                               "property float z\nend_header\n0 0 0\n";
+    write("in.ply", header);
+    fs::create_symlink("in.ply", directory / "link.ply");
+    for (const char* output : {"in.ply", "./in.ply", "link.ply"})
+        EXPECT_EQ(run(std::string("reconstruct in.ply ") + output).exitCode, 2) << output;
+    EXPECT_EQ(read("in.ply"), header);
+}
+
+TEST_F(Tool, failureSaysWhyInOneLineAndLeavesTheOldOutput)
+{
+    write("empty.xyz", "");
+    write("words.xyz", "no numbers here\n");
+    write("cut.ply", "ply\nformat binary_little_endian 1.0\nelement vertex 1000000000000\nproperty float x\n"
+                     "property float y\nproperty float z\nend_header\nabc");
+    write("noheader.ply", "1 2 3\n");
+    writeBin("cut.bin", {0, 0, 0}, std::uint64_t(1) << 60);
+    write("other.bin", "something else altogether");
+    writeBin("nan.bin", {std::nan(""), 0, 0}, 1);
+    fs::create_directory(directory / "directory.xyz");
+    write("good.xyz", squareOfPoints(5));
+    write("out.ply", "an older result");
+    const size_t numFiles = countFiles();
+
+    for (const char* arguments : {"missing.ply out.ply", "empty.xyz out.ply", "words.xyz out.ply", "cut.ply out.ply",
+                                  "noheader.ply out.ply", "cut.bin out.ply", "other.bin out.ply", "nan.bin out.ply",
+                                  "directory.xyz out.ply", "good.xyz nowhere/out.ply", "good.xyz out.ply --holes 3"})
+    {
+        const Outcome outcome = run(std::string("reconstruct ") + arguments);
+        EXPECT_EQ(outcome.exitCode, 1) << arguments;
+        EXPECT_EQ(countLines(outcome.err), 1u) << arguments << ": " << outcome.err;
+        EXPECT_EQ(outcome.out, "") << arguments;
+    }
+    EXPECT_EQ(read("out.ply"), "an older result");
+    EXPECT_EQ(countFiles(), numFiles); // nothing half written stays behind
+}
+
+TEST_F(Tool, libraryThatGivesUpIsAFailure)
+{
+    // Two points so far apart that the lattice can't hold both at this spacing.
+    write("far.xyz", "0 0 0\n1e12 0 0\n");
+    const Outcome outcome = run("reconstruct far.xyz out.ply --spacing 0.001");
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_NE(outcome.err.find("--spacing"), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_FALSE(fs::exists(directory / "out.ply"));
+}
+
+TEST_F(Tool, generatesTheSameBytesForTheSameOptions)
+{
+    ASSERT_EQ(run("generate torus a.ply --points 5000 --seed 7").exitCode, 0);
+    ASSERT_EQ(run("generate torus b.ply --points 5000 --seed 7").exitCode, 0);
+    ASSERT_EQ(run("generate torus c.ply --points 5000 --seed 8").exitCode, 0);
+    EXPECT_EQ(read("a.ply"), read("b.ply"));
+    EXPECT_NE(read("a.ply"), read("c.ply"));
+}
+
+TEST_F(Tool, generatesWhatWasAskedFor)
+{
+    for (const char* shape : {"sphere", "torus", "box", "wave"})
+        for (const char* name : {"points.ply", "points.xyz", "points.bin"})
+        {
+            ASSERT_EQ(run(std::string("generate ") + shape + ' ' + name + " --points 1234").exitCode, 0);
+            const Outcome info = run(std::string("info ") + name);
+            EXPECT_EQ(valueOf("points", info), "1234") << shape << ' ' << name;
+            EXPECT_EQ(valueOf("colours", info), std::string(name) == "points.ply" ? "yes" : "no");
+        }
+
+    ASSERT_EQ(run("generate sphere sphere.xyz --points 2000 --noise 0 --gap 4").exitCode, 0);
+    std::istringstream lines(read("sphere.xyz"));
+    const double halfGap = 0.5 * 4.0 * std::sqrt(12.566 / 2000.0);
+    for (double x, y, z; lines >> x >> y >> z;)
+    {
+        EXPECT_NEAR(std::sqrt(x * x + y * y + z * z), 1.0, 1e-8);
+        EXPECT_TRUE(z <= 0.0 || std::fabs(x) >= halfGap);
+    }
+}
+
+TEST_F(Tool, spacingIsOneNumberThatScalesWithThePoints)
+{
+    write("square.xyz", squareOfPoints(40));
+    std::string doubled;
+    std::istringstream coordinates(squareOfPoints(40));
+    for (double x, y, z; coordinates >> x >> y >> z;)
+        doubled += std::to_string(2.0 * x) + ' ' + std::to_string(2.0 * y) + " 0\n";
+    write("doubled.xyz", doubled);
+
+    double spacings[2] = {};
+    for (int i = 0; i < 2; ++i)
+    {
+        const Outcome outcome = run(i == 0 ? "spacing square.xyz" : "spacing doubled.xyz");
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        EXPECT_EQ(outcome.err, "");
+        char* end = nullptr;
+        spacings[i] = std::strtod(outcome.out.c_str(), &end);
+        EXPECT_STREQ(end, "\n"); // nothing but the number
+    }
+    EXPECT_NEAR(spacings[0], 1.0, 0.2);
+    EXPECT_EQ(spacings[1], 2.0 * spacings[0]); // all digits are printed
+}
+
+TEST_F(Tool, infoCountsAMeshByHand)
+{
+    // A tetrahedron, a fin on one of its edges, a triangle of its own, a collapsed one and one that isn't finite. The
+    // triangle of its own has corners with the sides 3, 4 and 5; its vertices stand in the file twice.
+    write("mesh.ply",
+          "ply\nformat ascii 1.0\nelement vertex 12\nproperty double x\nproperty double y\n"
+          "property double z\nelement face 8\nproperty list uchar int vertex_indices\nend_header\n"
+          "0 0 0\n1 0 0\n0 1 0\n0 0 1\n0.5 -1 0\n10 0 0\n13 0 0\n10 4 0\n10 0 0\n13 0 0\n10 4 0\n1e999 0 0\n"
+          "3 0 2 1\n3 0 1 3\n3 1 2 3\n3 2 0 3\n3 0 1 4\n3 5 6 10\n3 5 8 6\n3 0 1 11\n");
+    const Outcome info = run("info mesh.ply");
+    ASSERT_EQ(info.exitCode, 0) << info.err;
+    EXPECT_EQ(valueOf("vertices in the file", info), "12");
+    EXPECT_EQ(valueOf("vertices", info), "8");
+    EXPECT_EQ(valueOf("triangles", info), "6");
+    EXPECT_EQ(valueOf("collapsed triangles", info), "1");
+    EXPECT_EQ(valueOf("edges", info), "11");
+    EXPECT_EQ(valueOf("  with 1 triangle", info), "5");
+    EXPECT_EQ(valueOf("  with 2 triangles", info), "5");
+    EXPECT_EQ(valueOf("  with 3 and more", info), "1");
+    EXPECT_EQ(valueOf("components", info), "2");
+    EXPECT_EQ(valueOf("Euler characteristic", info), "3");
+    const double lengths = 3.0 + 3.0 * std::sqrt(2.0) + 2.0 * std::sqrt(1.25) + 3.0 + 4.0 + 5.0;
+    EXPECT_NEAR(std::stod(valueOf("mean edge length", info)), lengths / 11.0, 1e-8);
+    EXPECT_EQ(valueOf("smallest angles", info), "least 36.87, median 45.00; 0.00 % below 10, 0.00 % below 30");
+    EXPECT_EQ(valueOf("smallest coordinates", info), "0 -1 0");
+    EXPECT_EQ(valueOf("largest coordinates", info), "13 4 1");
+}
+
+TEST_F(Tool, pointsThatAreNotFiniteAreLeftOutAndCounted)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    std::vector<double> coordinates = {std::nan(""), 0, 0, 0, infinity, 0};
+    for (int x = 0; x < 20; ++x)
+        for (int y = 0; y < 20; ++y)
+            coordinates.insert(coordinates.end(), {double(x), double(y), 0.0});
+    writeBin("points.bin", coordinates, coordinates.size() / 3);
+    write("clean.xyz", squareOfPoints(20));
+
+    const Outcome info = run("info points.bin");
+    EXPECT_EQ(valueOf("points", info), "402");
+    EXPECT_EQ(valueOf("not finite", info), "2");
+    EXPECT_EQ(valueOf("largest coordinates", info), "19 19 0");
+
+    const Outcome outcome = run("reconstruct points.bin with.ply");
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.err.find("2 of 402 points left out"), std::string::npos) << outcome.err;
+    ASSERT_EQ(run("reconstruct clean.xyz without.ply").exitCode, 0);
+    EXPECT_EQ(read("with.ply"), read("without.ply"));
+}
+
+TEST_F(Tool, reconstructsASurface)
+{
+    ASSERT_EQ(run("generate sphere in.ply --points 6000 --noise 0").exitCode, 0);
+    write("mesh.ply", "an older result");
+    const Outcome outcome = run("reconstruct in.ply mesh.ply --factor 2 --timings --threads 1");
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_EQ(countLines(outcome.out), 1u) << outcome.out; // the library's own messages don't mix in
+    for (const char* expected : {"read", "Reconstruct", "CL_eres", "write", " MB"})
+        EXPECT_NE(outcome.err.find(expected), std::string::npos) << expected << ':' << outcome.err;
+
+    const Outcome info = run("info mesh.ply");
+    const double numTriangles = std::stod(valueOf("triangles", info));
+    EXPECT_GT(numTriangles, 500.0);
+    EXPECT_NE(outcome.out.find(valueOf("triangles", info) + " triangles"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find(valueOf("vertices", info) + " vertices"), std::string::npos) << outcome.out;
+    std::istringstream corner(valueOf("largest coordinates", info));
+    for (double coordinate = 0.0; corner >> coordinate;)
+        EXPECT_NEAR(coordinate, 1.0, 0.1);
+
+    // The form of the file, the number of threads and the way to give the spacing change nothing about the mesh.
+    EXPECT_EQ(read("mesh.ply").find("format binary_little_endian"), 4u);
+    const Outcome quiet = run("reconstruct in.ply threads.ply --factor 2 --threads 3 --quiet");
+    EXPECT_EQ(quiet.out + quiet.err, "");
+    EXPECT_EQ(read("threads.ply"), read("mesh.ply"));
+    ASSERT_EQ(run("reconstruct in.ply text.ply --factor 2 --ascii").exitCode, 0);
+    EXPECT_EQ(read("text.ply").find("format ascii"), 4u);
+    EXPECT_EQ(valueOf("triangles", run("info text.ply")), valueOf("triangles", info));
+}
