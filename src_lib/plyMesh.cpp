@@ -1,5 +1,8 @@
 #include "plyMesh.h"
 
+#include "OrderedIndex.h"
+#include "RMesh.h"
+#include "RTriangle.h"
 #include "tinyply.h"
 #include "tools.h"
 
@@ -16,6 +19,8 @@ namespace PLY
 {
 using MIRT_ZAV::errorMsg;
 using MIRT_ZAV::Point3;
+using MIRT_ZAV::RMesh;
+using MIRT_ZAV::RTriangle;
 using MIRT_ZAV::toString;
 
 namespace
@@ -45,6 +50,47 @@ void addCoordinates(PlyFile& file, std::vector<float>& coordinates)
 {
     file.add_properties_to_element("vertex", {"x", "y", "z"}, Type::FLOAT32, coordinates.size() / 3,
                                    reinterpret_cast<std::uint8_t*>(coordinates.data()), Type::INVALID, 0);
+}
+
+/// A mesh as a file holds it. Vertices are numbered in the order of their first use by a triangle.
+struct IndexedMesh
+{
+    std::vector<Point3*> vertices;
+    std::vector<std::uint32_t> indices; // three per face
+};
+
+IndexedMesh indexMesh(const RMesh& mesh)
+{
+    std::vector<RTriangle*> triangles;
+    mesh.getAliveTriangles(triangles);
+    IndexedMesh result;
+    result.indices.reserve(3 * triangles.size());
+    MIRT_TOOLS::OrderedIndex<const Point3*, std::uint32_t> numberOf;
+    numberOf.reserve(triangles.size() / 2 + 2); // the vertices of a closed surface
+    for (const RTriangle* const pRT : triangles)
+    {
+        ZAV_ASSERT(pRT->isAlive(), "pRT->isAlive()");
+        for (int i = 0; i < 3; ++i)
+        {
+            Point3* const pVtx = pRT->getCorner(i);
+            const auto [pNumber, bNew] =
+                numberOf.insertOrFind(pVtx, static_cast<std::uint32_t>(result.vertices.size()));
+            if (bNew)
+                result.vertices.push_back(pVtx);
+            result.indices.push_back(*pNumber);
+        }
+    }
+    return result;
+}
+
+/// The bytes as they stand, also of points whose colour isn't set.
+std::vector<std::uint8_t> colorBytesOf(const std::vector<Point3*>& vPoints)
+{
+    std::vector<std::uint8_t> colors;
+    colors.reserve(4 * vPoints.size());
+    for (const Point3* const pPoint : vPoints)
+        colors.insert(colors.end(), {pPoint->r, pPoint->g, pPoint->b, pPoint->a});
+    return colors;
 }
 
 /// What readPly asks a file for; null for what it doesn't have.
@@ -231,6 +277,34 @@ bool readOpenPly(std::istream& in, bool bPointsOnly, std::vector<Point3>& vPoint
 }
 } // namespace
 
+bool writePly(RMesh* pRMesh, const std::string& path, bool bAscii)
+{
+    try
+    {
+        IndexedMesh mesh = indexMesh(*pRMesh);
+        std::vector<float> coordinates = coordinatesOf(mesh.vertices);
+        std::vector<std::uint8_t> colors = colorBytesOf(mesh.vertices);
+        std::ofstream out = openForWriting(path, bAscii);
+        if (!out.is_open())
+            throw std::runtime_error("failed to write " + path);
+        PlyFile file;
+        addCoordinates(file, coordinates);
+        file.add_properties_to_element("vertex", {"red", "green", "blue", "alpha"}, Type::UINT8, mesh.vertices.size(),
+                                       colors.data(), Type::INVALID, 0);
+        file.add_properties_to_element("face", {"vertex_indices"}, Type::UINT32, mesh.indices.size() / 3,
+                                       reinterpret_cast<std::uint8_t*>(mesh.indices.data()), Type::UINT8, 3);
+        file.write(out, !bAscii);
+        if (!out.flush())
+            throw std::runtime_error("failed to write " + path);
+        return true;
+    }
+    catch (const std::exception&)
+    {
+        errorMsg(ZAV_LOCATION, "Failed, filename=" + path);
+        return false;
+    }
+}
+
 bool writePly(std::vector<Point3*>& vPoints, const std::string& path, bool bAscii)
 {
     std::cout << "writePointsPly, received " << vPoints.size() << " points" << std::endl;
@@ -241,8 +315,7 @@ bool writePly(std::vector<Point3*>& vPoints, const std::string& path, bool bAsci
         PlyFile file;
         addCoordinates(file, coordinates);
         file.write(out, !bAscii);
-        out.flush();
-        if (out)
+        if (out.flush())
             return true;
     }
     std::cerr << "Can't write " << path << std::endl;

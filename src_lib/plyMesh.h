@@ -6,6 +6,11 @@
 #include <string>
 #include <vector>
 
+namespace MIRT_ZAV
+{
+class RMesh;
+}
+
 namespace PLY
 {
 
@@ -17,6 +22,12 @@ struct VtxColor
     float blue = 0.0f;
     float alpha = 0.0f;
 };
+
+/// Writes the alive triangles and the vertices that they use, numbered in the order of first use: coordinates as 32-bit
+/// floats, and always four colour bytes, which are what the points hold, zeros where they never had a colour.
+/// \param bAscii  true for the text form, with 6 significant digits; false for binary little-endian
+/// \return false, after an error message, when the file can't be written; no exception leaves the function
+bool writePly(MIRT_ZAV::RMesh* pRMesh, const std::string& path, bool bAscii);
 
 /// Writes coordinates as 32-bit floats, without colours. A failure is told on standard error.
 /// \param bAscii  true for the text form, with 6 significant digits; false for binary little-endian

@@ -132,12 +132,12 @@ private:
     double xyz[3] = {0.0, 0.0, 0.0};
 };
 
+/// 0 when the file ends within the value.
 template <class T>
 T readValue(std::istream& in)
 {
     T value{};
-    in.read(reinterpret_cast<char*>(&value), sizeof(value));
-    return value;
+    return in.read(reinterpret_cast<char*>(&value), sizeof(value)) ? value : T{};
 }
 } // namespace
 

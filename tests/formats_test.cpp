@@ -1,0 +1,733 @@
+// File formats: point files, PLY, and the choice of a format by name.
+#include "RMesh.h"
+#include "plyMesh.h"
+#include "tinyply.h"
+#include "zav_api_io.h"
+
+#include <array>
+#include <cfloat>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iomanip>
+#include <limits>
+#include <locale>
+#include <random>
+#include <sstream>
+#include <unistd.h>
+
+using namespace MIRT_ZAV;
+
+namespace
+{
+using Points = std::vector<Point3>;
+
+class Formats : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "zav_formats_XXXXXX").string();
+        ASSERT_NE(mkdtemp(name.data()), nullptr);
+        dir = name;
+    }
+    void TearDown() override { std::filesystem::remove_all(dir); }
+
+    std::string path(const std::string& name) const { return (dir / name).string(); }
+    std::string put(const std::string& name, const std::string& bytes) const
+    {
+        std::filesystem::remove(path(name)); // far faster than to write over a file again and again
+        std::ofstream(path(name), std::ios::binary) << bytes;
+        return path(name);
+    }
+    static std::string get(const std::string& path)
+    {
+        std::ifstream in(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    bool readPlyText(const std::string& bytes, Points& points, bool bPointsOnly = true) const
+    {
+        return readPly(put("in.ply", bytes).c_str(), bPointsOnly, points);
+    }
+
+    std::filesystem::path dir;
+};
+
+template <class T>
+std::string raw(T value, bool bBigEndian = false)
+{
+    std::string bytes(sizeof(T), '\0');
+    std::memcpy(bytes.data(), &value, sizeof(T));
+    if (bBigEndian)
+        std::reverse(bytes.begin(), bytes.end());
+    return bytes;
+}
+
+bool sameBits(double a, double b)
+{
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+void expectSame(const Points& actual, const Points& expected)
+{
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < actual.size(); ++i)
+    {
+        ASSERT_TRUE(sameBits(actual[i].x(), expected[i].x())) << i << ": " << actual[i] << expected[i];
+        ASSERT_TRUE(sameBits(actual[i].y(), expected[i].y())) << i << ": " << actual[i] << expected[i];
+        ASSERT_TRUE(sameBits(actual[i].z(), expected[i].z())) << i << ": " << actual[i] << expected[i];
+    }
+}
+
+Points randomPoints(size_t n)
+{
+    std::mt19937_64 random(n);
+    std::uniform_real_distribution<double> mantissa(-10.0, 10.0);
+    std::uniform_int_distribution<int> exponent(-30, 30);
+    Points points;
+    for (size_t i = 0; i < n; ++i)
+        points.emplace_back(std::ldexp(mantissa(random), exponent(random)), mantissa(random), mantissa(random));
+    return points;
+}
+
+Points roundedToFloat(const Points& points)
+{
+    Points result;
+    for (const Point3& p : points)
+        result.emplace_back(float(p.x()), float(p.y()), float(p.z()));
+    return result;
+}
+
+/// What a plain string stream makes of each line.
+Points pointsByStream(const std::string& text)
+{
+    Points points;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+    {
+        std::istringstream in(line);
+        double x, y, z;
+        if (in >> x >> y >> z)
+            points.emplace_back(x, y, z);
+    }
+    return points;
+}
+
+std::string bytesOf(const Point3& p)
+{
+    return raw(p.x()) + raw(p.y()) + raw(p.z());
+}
+
+const char* const pointHeader = "element vertex 2\nproperty float x\nproperty float y\nproperty float z\nend_header\n";
+} // namespace
+
+TEST_F(Formats, FileTypesByTheEndOfTheName)
+{
+    EXPECT_EQ(getFileType("a.Stl"), 0);
+    EXPECT_EQ(getFileType(".ply"), 1);
+    EXPECT_EQ(getFileType("a.Xyz"), 2);
+    EXPECT_EQ(getFileType("a.TXT"), 2);
+    EXPECT_EQ(getFileType("a.asc"), 2);
+    EXPECT_EQ(getFileType("a.BIN"), 3);
+    EXPECT_EQ(getFileType("a.list"), 4);
+    EXPECT_EQ(getFileType("list"), 5);
+    EXPECT_EQ(getFileType("a.xYz"), 5);
+    EXPECT_EQ(getFileType("a.ply.gz"), 5);
+    EXPECT_THROW(getFileType("ply"), std::out_of_range);
+}
+
+TEST_F(Formats, AutoPicksReaderAndWriter)
+{
+    Points points = randomPoints(100);
+    const Points rounded = roundedToFloat(points);
+    for (const std::string name : {"a.xyz", "a.bin", "a.Ply"})
+    {
+        std::string file = path(name);
+        ASSERT_TRUE(writePoints_auto(file, points, false));
+        Points read;
+        ASSERT_TRUE(readPoints_auto(file, read));
+        expectSame(read, name == "a.Ply" ? rounded : points);
+    }
+
+    std::string stl = path("a.stl");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(readPoints_auto(stl, points));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Filename extension of [" + stl + "] is not valid, expected *.ply, *.xyz or *.bin\n");
+
+    // The data go to the name that was given, not to the one in the message.
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(writePoints_auto(path("a.list"), points, true));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Filename [" + path("a.list") + "] is not valid, using [zav_output_bin.ply] instead\n");
+    EXPECT_EQ(get(path("a.list")).substr(0, 21), "ply\nformat ascii 1.0\n");
+}
+
+TEST_F(Formats, BinaryPointsByteForByte)
+{
+    const std::string two = raw(1.5) + raw(-2.5) + raw(1e300);
+    Points points = {{1.5, -2.5, 1e300}};
+    points[0].setColor(1, 2, 3, 4);
+    ASSERT_TRUE(writePoints_BIN(path("a.bin").c_str(), points));
+    EXPECT_EQ(get(path("a.bin")), raw(std::int32_t(30)) + raw(std::uint64_t(1)) + two);
+    ASSERT_TRUE(writePoints_BIN(path("b.bin").c_str(), {}));
+    EXPECT_EQ(get(path("b.bin")), raw(std::int32_t(30)) + raw(std::uint64_t(0)));
+
+    // Reading appends; points of type 20 lie at z 0.
+    put("c.bin", raw(std::int32_t(20)) + raw(std::uint64_t(2)) + raw(1.0) + raw(2.0) + raw(3.0) + raw(4.0));
+    ASSERT_TRUE(readPoints_BIN(path("c.bin").c_str(), points));
+    expectSame(points, {{1.5, -2.5, 1e300}, {1, 2, 0}, {3, 4, 0}});
+    EXPECT_FALSE(points[1].hasColor());
+
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(readPoints_BIN(put("d.bin", raw(std::int32_t(10)) + two).c_str(), points));
+    EXPECT_EQ(points.size(), 3u);
+    EXPECT_FALSE(readPoints_BIN(path("none.bin").c_str(), points));
+    EXPECT_FALSE(writePoints_BIN(path("none/a.bin").c_str(), points));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), path("d.bin") + " has wrong filetype 10, expected: 30 or 20\n" +
+                                                          path("none.bin") + " can't be read\n" + path("none/a.bin") +
+                                                          " can't be written\n");
+}
+
+TEST_F(Formats, BinaryPointsCutOff)
+{
+    // The file ends within y of the second point: x counts, the first half of y too, all else is repeated.
+    const std::string halfY = raw(7.25).substr(0, 4);
+    const std::string header = raw(std::int32_t(30)) + raw(std::uint64_t(4));
+    Points points;
+    ASSERT_TRUE(readPoints_BIN(put("a.bin", header + bytesOf({1, 2, 3}) + raw(9.0) + halfY).c_str(), points));
+    double y = 2.0;
+    std::memcpy(&y, halfY.data(), 4);
+    expectSame(points, {{1, 2, 3}, {9, y, 3}, {9, y, 3}, {9, y, 3}});
+
+    points.clear();
+    ASSERT_TRUE(readPoints_BIN(put("b.bin", header).c_str(), points));
+    expectSame(points, Points(4));
+
+    // Nor is the rest of a count.
+    for (size_t length = 0; length < 12; ++length)
+        EXPECT_TRUE(readPoints_BIN(put("d.bin", header.substr(0, length)).c_str(), points));
+    EXPECT_EQ(points.size(), 4u);
+
+    // A count that no cut explains isn't followed.
+    points.clear();
+    const std::string giant = raw(std::int32_t(30)) + raw(~std::uint64_t(0)) + bytesOf({1, 2, 3}) + bytesOf({4, 5, 6});
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(readPoints_BIN(put("c.bin", giant).c_str(), points));
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("points too early"), std::string::npos);
+    expectSame(points, {{1, 2, 3}, {4, 5, 6}});
+}
+
+TEST_F(Formats, TextPointsLineByLine)
+{
+    const std::string text = "1 2 3 4 5\n1 2\n\n# 1 2 3\n\t1e1\v.5\f-1.e-1\r\n1-2-3\n1,2,3\n0x1 2 3\n1 nan 3\n1 2 inf\n"
+                             "+1 +2 +3\n1 2 3abc\n1 2 1e\n1 2 1e999\n1 2 1e-999\n1.2.3.4\n1e5e5 1 1\n7 8 9";
+    Points points = {{0, 0, 0}};
+    ASSERT_TRUE(readPoints_ASCII(put("a.xyz", text).c_str(), points));
+    expectSame(points, {{0, 0, 0},
+                        {1, 2, 3},
+                        {10, 0.5, -0.1},
+                        {1, -2, -3},
+                        {1, 2, 3},
+                        {1, 2, 3},
+                        {1, 2, 0},
+                        {1.2, .3, .4},
+                        {7, 8, 9}});
+
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(readPoints_ASCII(path("none.xyz").c_str(), points));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), path("none.xyz") + " is unreadable\n");
+}
+
+TEST_F(Formats, TextPointsAreThoseOfAStream)
+{
+    std::mt19937 random(7);
+    const auto below = [&random](unsigned n) { return random() % n; };
+    const std::vector<std::string> parts = {"0",   "1",   "9",     "00",  ".",     "-",     "+",   "e",  "E",
+                                            "e-",  "e+3", " ",     " ",   " ",     "\t",    "\r",  "\v", "\f",
+                                            ",",   "x",   "nan",   "inf", "12345", "e5",    "1.5", "-7", "#",
+                                            "308", "999", "e-320", "\n",  "\n",    "0x1p3", "_"};
+    std::string text;
+    for (int i = 0; i < 200000; ++i)
+        text += parts[below(unsigned(parts.size()))];
+    text += std::string(1, '\0') + "1 2 3\n1 2 3" + std::string(1, '\0') + "\n";
+    text += std::string(600000, ' ') + "1 2 3\n1 " + std::string(300000, '1') + " 3\n4 5 6";
+    for (int i = 0; i < 20000; ++i)
+    {
+        // Numbers of any magnitude, in the longest notation, from random bits: rounding must be the stream's.
+        std::ostringstream line;
+        for (int axis = 0; axis < 3; ++axis)
+        {
+            const std::uint64_t bits = (std::uint64_t(random()) << 32) | random();
+            double value;
+            std::memcpy(&value, &bits, sizeof value);
+            line << std::setprecision(int(1 + below(25))) << value << (below(9) == 0 ? "\t" : " ");
+        }
+        (text += '\n') += line.str();
+    }
+    const Points expected = pointsByStream(text);
+    ASSERT_GT(expected.size(), 18000u);
+    Points points;
+    ASSERT_TRUE(readPoints_ASCII(put("a.xyz", text).c_str(), points));
+    expectSame(points, expected);
+}
+
+TEST_F(Formats, TextPointsAreWrittenWith18Digits)
+{
+    Points points = randomPoints(2000);
+    for (const double x : {0.0, -0.0, 0.1, 1e100, DBL_MIN / 8, DBL_MAX, 123456789012345678.0, 1e17, 1e18, 1e-5, 1e-4})
+        points.emplace_back(x, -x, std::nextafter(x, 1.0));
+    points.emplace_back(std::numeric_limits<double>::infinity(), std::nan(""), 0.0);
+    std::ostringstream expected;
+    expected << std::setprecision(18);
+    for (const Point3& p : points)
+        expected << p.x() << ' ' << p.y() << ' ' << p.z() << '\n';
+    ASSERT_TRUE(writePoints_ASCII(path("a.txt").c_str(), points));
+    EXPECT_EQ(get(path("a.txt")), expected.str());
+
+    points.pop_back(); // not a number isn't read back
+    Points read;
+    ASSERT_TRUE(readPoints_ASCII(path("a.txt").c_str(), read));
+    expectSame(read, points);
+}
+
+TEST_F(Formats, PlyPointFiles)
+{
+    Points points = {{0.1234567, -2, 1e10}, {1.0 / 3.0, 0, 100000}};
+    points[0].setColor(9, 9, 9, 9);
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(writePointsPly(path("a.ply"), points, true));
+    ASSERT_TRUE(writePointsPly(path("b.ply"), points, false));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "writePointsPly, received 2 points\nwritePointsPly, received 2 points\n");
+    const std::string header = pointHeader;
+    EXPECT_EQ(get(path("a.ply")), "ply\nformat ascii 1.0\n" + header + "0.123457 -2 1e+10 \n0.333333 0 100000 \n");
+    std::string body;
+    for (const Point3& p : points)
+        body += raw(float(p.x())) + raw(float(p.y())) + raw(float(p.z()));
+    EXPECT_EQ(get(path("b.ply")), "ply\nformat binary_little_endian 1.0\n" + header + body);
+
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(writePointsPly(path("none/a.ply"), points, true));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Can't write " + path("none/a.ply") + "\n");
+}
+
+TEST_F(Formats, PlyMeshFiles)
+{
+    RMesh mesh(1.0);
+    Point3 corners[] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0.1234567}};
+    corners[2].setColor(1, 2, 3, 255);
+    corners[3].g = 77; // a byte without the flag is written all the same
+    Point3* v[4];
+    for (int i = 0; i < 4; ++i)
+        v[i] = mesh.createVertex(corners[i]);
+    v[3]->g = 77;
+    mesh.createT(v[0], v[1], v[3])->kill(&mesh);
+    mesh.createT(v[2], v[3], v[0]);
+    mesh.createT(v[0], v[1], v[2]);
+
+    const std::string header = "element vertex 4\nproperty float x\nproperty float y\nproperty float z\n"
+                               "property uchar red\nproperty uchar green\nproperty uchar blue\nproperty uchar alpha\n"
+                               "element face 2\nproperty list uchar uint vertex_indices\nend_header\n";
+    ASSERT_TRUE(PLY::writePly(&mesh, path("a.ply"), true));
+    EXPECT_EQ(get(path("a.ply")), "ply\nformat ascii 1.0\n" + header +
+                                      "1 1 0 1 2 3 255 \n0 1 0.123457 0 77 0 0 \n0 0 0 0 0 0 0 \n1 0 0 0 0 0 0 \n"
+                                      "3 0 1 2 \n3 2 3 0 \n");
+    ASSERT_TRUE(PLY::writePly(&mesh, path("b.ply"), false));
+    std::string body;
+    for (const Point3* const p : {v[2], v[3], v[0], v[1]})
+        body += raw(float(p->x())) + raw(float(p->y())) + raw(float(p->z())) + raw(p->r) + raw(p->g) + raw(p->b) +
+                raw(p->a);
+    for (const auto& [a, b, c] : {std::array<std::uint32_t, 3>{0, 1, 2}, {2, 3, 0}})
+        body += "\3" + raw(a) + raw(b) + raw(c);
+    EXPECT_EQ(get(path("b.ply")), "ply\nformat binary_little_endian 1.0\n" + header + body);
+
+    Points read;
+    ASSERT_TRUE(readPly(path("b.ply").c_str(), false, read));
+    expectSame(read, roundedToFloat({*v[2], *v[3], *v[0], *v[0], *v[1], *v[2]}));
+    EXPECT_FALSE(read[0].hasColor());
+
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(PLY::writePly(&mesh, path("none/a.ply"), true));
+    EXPECT_NE(testing::internal::GetCapturedStdout().find(", ERROR: Failed, filename=" + path("none/a.ply")),
+              std::string::npos);
+}
+
+/// A file with everything that readers stumble over, in the three encodings: strangers before, between and behind the
+/// coordinates, lists among the vertices, wide values.
+std::string richFile(const std::string& encoding, size_t n, Points& vertices, Points& corners)
+{
+    const bool bAscii = encoding == "ascii";
+    const bool bBig = encoding == "binary_big_endian";
+    std::string file = "PLY\r\n\nformat " + encoding +
+                       " 1.0\ncomment\ncomment some words\nobj_info\nelement empty 0\n"
+                       "property strange thing\nelement camera 2\nproperty int16 id\nelement vertex " +
+                       std::to_string(n) +
+                       "\nproperty float nx\nproperty float64 x\nproperty double y\nproperty uchar red\n"
+                       "property list int int16 links\nproperty uint8 green\nproperty uint8 blue\nproperty double z\n"
+                       "property short quality\nproperty uchar scalar_Intensity\nelement face " +
+                       std::to_string(n) +
+                       "\nproperty list ushort int vertex_indices\nproperty char flag\nend_header\n";
+    const auto put = [&](auto value)
+    {
+        std::ostringstream text;
+        text << std::setprecision(17) << +value << (n % 2 == 0 ? " " : "\n");
+        file += bAscii ? text.str() : raw(value, bBig);
+    };
+    std::mt19937 random(5);
+    put(std::int16_t(-3));
+    put(std::int16_t(4));
+    vertices = randomPoints(n);
+    for (size_t i = 0; i < n; ++i)
+    {
+        put(0.5f);
+        put(vertices[i].x());
+        put(vertices[i].y());
+        vertices[i].setColor(i % 256, 2, i / 256 % 256, 200);
+        put(vertices[i].r);
+        const int numLinks = int(random() % 4);
+        put(numLinks);
+        for (int j = 0; j < numLinks; ++j)
+            put(std::int16_t(-j));
+        put(vertices[i].g);
+        put(vertices[i].b);
+        put(vertices[i].z());
+        put(std::int16_t(-1));
+        put(vertices[i].a);
+    }
+    corners.clear();
+    for (size_t i = 0; i < n; ++i)
+    {
+        put(std::uint16_t(3));
+        for (int j = 0; j < 3; ++j)
+        {
+            const int index = int(random() % n);
+            put(index);
+            corners.push_back(vertices[size_t(index)]);
+        }
+        put(std::int8_t(-1));
+    }
+    return file;
+}
+
+TEST_F(Formats, PlyReadsAllEncodings)
+{
+    for (const std::string encoding : {"ascii", "binary_little_endian", "binary_big_endian"})
+        for (const size_t n : {1u, 1000u, 20001u})
+        {
+            SCOPED_TRACE(encoding);
+            Points vertices, corners, read = {{1, 2, 3}};
+            const std::string file = richFile(encoding, n, vertices, corners);
+            ASSERT_TRUE(readPlyText(file, read));
+            expectSame(read, vertices);
+            for (size_t i = 0; i < n; ++i)
+            {
+                ASSERT_TRUE(read[i].hasColor());
+                ASSERT_EQ(std::memcmp(&read[i].r, &vertices[i].r, 4), 0) << i;
+            }
+            testing::internal::CaptureStdout();
+            ASSERT_TRUE(readPlyText(file, read, false));
+            EXPECT_NE(testing::internal::GetCapturedStdout().find("numPoints=" + std::to_string(3 * n) +
+                                                                  ", numColors=" + std::to_string(n) +
+                                                                  " colors not used"),
+                      std::string::npos);
+            expectSame(read, corners);
+            EXPECT_FALSE(read[0].hasColor());
+        }
+}
+
+TEST_F(Formats, PlyColorsAndTypes)
+{
+    const auto readOne = [this](const std::string& properties, const std::string& values, bool bExpected = true)
+    {
+        Points points;
+        EXPECT_EQ(
+            readPlyText("ply\nformat ascii 1.0\nelement vertex 1\n" + properties + "end_header\n" + values, points),
+            bExpected);
+        return points.empty() ? Point3() : points[0];
+    };
+    const std::string xyz = "property int x\nproperty int y\nproperty int z\n";
+    const std::string rgbF = "property float red\nproperty float green\nproperty float blue\n";
+    const std::string rgbU = "property uchar red\nproperty uchar green\nproperty uchar blue\n";
+    const auto color = [](const Point3& p) { return std::vector<int>{p.hasColor(), p.r, p.g, p.b, p.a}; };
+    using Color = std::vector<int>;
+
+    EXPECT_EQ(readOne(xyz, "-1 2 3"), Point3(-1, 2, 3));
+    EXPECT_EQ(color(readOne(xyz + rgbF, "1 2 3 0.5 1 0.01")), Color({1, 127, 255, 2, 0}));
+    EXPECT_EQ(color(readOne(xyz + rgbF, "1 2 3 510 255 1")), Color({1, 255, 127, 0, 0}));
+    EXPECT_EQ(color(readOne(xyz + rgbF, "1 2 3 100.9 2 1")), Color({1, 100, 2, 1, 0}));
+    EXPECT_EQ(color(readOne(xyz + rgbU + "property float alpha\n", "1 2 3 9 8 7 0.5")), Color({1, 9, 8, 7, 0}));
+    EXPECT_EQ(color(readOne(xyz + rgbF + "property float alpha\n", "1 2 3 1 0 0 0.5")), Color({1, 255, 0, 0, 127}));
+    EXPECT_EQ(color(readOne(xyz + rgbU + "property float scalar_Intensity\n", "1 2 3 9 8 7 300")),
+              Color({1, 9, 8, 7, 44}));
+    EXPECT_EQ(color(readOne(xyz + rgbU + "property uchar scalar_Intensity\nproperty uchar alpha\n", "1 2 3 9 8 7 5 6")),
+              Color({1, 9, 8, 7, 6}));
+    EXPECT_EQ(color(readOne(xyz + "property uchar red\nproperty uchar blue\n", "1 2 3 9 8")), Color({0, 0, 0, 0, 0}));
+    // Values that no byte holds must not go astray.
+    EXPECT_EQ(readOne(xyz + rgbF, "1 2 3 -1e30 255 1").r, 0);
+
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(
+        readOne(xyz + "property ushort red\nproperty ushort green\nproperty ushort blue\n", "1 2 3 1 1 1").hasColor());
+    readOne("property short x\nproperty short y\nproperty short z\n", "1 2 3", false);
+    const std::string told = testing::internal::GetCapturedStdout();
+    const std::string text = "unsupported type in , ERROR: readPly";
+    ASSERT_NE(told.find(text), std::string::npos);
+    EXPECT_NE(told.find(text), told.rfind(text));
+    readOne("property float x\nproperty double y\nproperty float z\n", "1 2 3", false);
+    readOne("property float x\nproperty float y\n", "1 2", false);
+}
+
+TEST_F(Formats, AdaptTo255KeepsBytesAndRefusesNothing)
+{
+    std::vector<PLY::VtxColor> colors = {{1.5f, 200.5f, 0, 255}, {3, 4, 5, 6}};
+    PLY::adaptTo255(colors);
+    EXPECT_EQ(colors[0].red, 1.5f); // nothing to do, so not even floored
+    colors[0].alpha = 256.5f;
+    PLY::adaptTo255(colors);
+    EXPECT_EQ(colors[0].red, 1.0f);
+    EXPECT_EQ(colors[0].alpha, 256.0f);
+    colors.clear();
+    EXPECT_ANY_THROW(PLY::adaptTo255(colors));
+}
+
+TEST_F(Formats, PlyTextValuesAreThoseOfAStream)
+{
+    Points points;
+    const std::string ascii = std::string("ply\nformat ascii 1.0\n") + pointHeader;
+    ASSERT_TRUE(readPlyText(ascii + "1-2-3\n+4 .5 6e0", points));
+    expectSame(points, {{1, -2, -3}, {4, 0.5, 6}});
+    // As with a stream, nothing is read behind a value that it refuses.
+    ASSERT_TRUE(readPlyText(ascii + "1 2 nan\n4 5 6", points));
+    expectSame(points, {{1, 2, 0}, {0, 0, 0}});
+    ASSERT_TRUE(readPlyText(ascii + "1 2 1e39\n4 5 6", points));
+    expectSame(points, {{1, 2, FLT_MAX}, {0, 0, 0}});
+}
+
+TEST_F(Formats, PlyFacesOfOtherWidths)
+{
+    const auto read = [this](const std::string& vertexCount, const std::string& body, Points& points)
+    {
+        return readPlyText("ply\nelement vertex " + vertexCount +
+                               "\nproperty float x\nproperty float y\nproperty float z\nelement face 2\n"
+                               "property list uchar int vertex_indices\nend_header\n" +
+                               body,
+                           points, false);
+    };
+    const std::string four = "0 0 0 1 0 0 2 0 0 3 0 0\n";
+    Points points;
+    // The indices run on as one sequence, of which three per face count.
+    ASSERT_TRUE(read("4", four + "4 0 1 2 3\n5 3 2 1 0 3", points));
+    expectSame(points, {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {3, 0, 0}, {2, 0, 0}});
+    ASSERT_TRUE(read("4", four + "2 1 2\n1 3", points));
+    expectSame(points, {{1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}});
+
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(read("4", four + "3 0 1 4\n3 0 1 2", points));
+    EXPECT_FALSE(read("4", four + "3 0 1 -1\n3 0 1 2", points));
+    EXPECT_FALSE(read("0", "3 0 1 4\n3 0 1 2", points));
+    EXPECT_EQ(points.size(), 6u);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("tinyply exception: "), std::string::npos);
+}
+
+TEST_F(Formats, PlyFilesThatEndTooEarly)
+{
+    Points vertices, corners, points;
+    const std::string little = std::string("ply\nformat binary_little_endian 1.0\n") + pointHeader;
+    // What the file holds counts, zeros follow.
+    ASSERT_TRUE(readPlyText(little + raw(1.0f) + raw(2.0f) + raw(3.0f) + raw(4.0f), points));
+    expectSame(points, {{1, 2, 3}, {4, 0, 0}});
+    ASSERT_TRUE(readPlyText(little, points));
+    expectSame(points, Points(2));
+
+    // Sizes that no cut explains.
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    for (const std::string count : {"123456789012", "18446744073709551615", "-1", "99999999999999999999999"})
+        for (const std::string format : {"ascii", "binary_little_endian"})
+            for (const std::string face : {"", "element face 1\nproperty list uchar int vertex_indices\n"})
+            {
+                const std::string vertex =
+                    "element vertex " + count + "\nproperty float x\nproperty float y\nproperty float z\n";
+                EXPECT_FALSE(
+                    readPlyText("ply\nformat " + format + " 1.0\n" + vertex + face + "end_header\n1 2 3", points))
+                    << count;
+            }
+    const std::string told = testing::internal::GetCapturedStdout();
+    EXPECT_NE(told.find("readPly, ERROR: " + path("in.ply") + " not read"), std::string::npos);
+    testing::internal::GetCapturedStderr();
+
+    // Rows without a byte and lists that claim to be endless.
+    ASSERT_TRUE(readPlyText("ply\nformat binary_little_endian 1.0\nelement nothing 18446744073709551615\n" +
+                                std::string(pointHeader) + std::string(24, '\0'),
+                            points));
+    const std::string endless =
+        "ply\nformat binary_little_endian 1.0\nelement a 2\nproperty list uint double l\n" + std::string(pointHeader);
+    ASSERT_TRUE(readPlyText(endless + raw(0xffffffffu) + "rest", points));
+    expectSame(points, Points(2));
+}
+
+TEST_F(Formats, PlySurvivesMutations)
+{
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    std::mt19937 random(11);
+    int numRead = 0;
+    for (const std::string encoding : {"ascii", "binary_little_endian", "binary_big_endian"})
+    {
+        Points vertices, corners, points;
+        const std::string valid = richFile(encoding, 12, vertices, corners);
+        const std::vector<std::string> words = {"vertex", "face",     "x",        "list",         "uchar",
+                                                "int",    "99999999", "element",  "\n",           " ",
+                                                "-1",     "double",   "property", "end_header\n", "3"};
+        for (int i = 0; i < 1500; ++i)
+        {
+            std::string file = valid;
+            for (unsigned j = 1 + random() % 4; j > 0; --j)
+            {
+                const size_t at = random() % file.size();
+                if (random() % 3 == 0)
+                    file[at] = static_cast<char>(random());
+                else if (random() % 2 == 0)
+                    file.replace(at, random() % 6, words[random() % words.size()]);
+                else if (random() % 4 == 0)
+                    file.resize(at + 1);
+                else
+                    file.erase(at, random() % 20);
+            }
+            numRead += readPlyText(file, points, i % 2 == 0);
+        }
+    }
+    testing::internal::GetCapturedStdout();
+    testing::internal::GetCapturedStderr();
+    EXPECT_GT(numRead, 100); // else the mutations test nothing but the header
+}
+
+TEST(Ply, HeaderWords)
+{
+    const auto parse = [](const std::string& text, PLY::PlyFile& file)
+    {
+        std::istringstream in(text);
+        return file.parse_header(in);
+    };
+    PLY::PlyFile file;
+    EXPECT_TRUE(parse("comment  two\ncomment\nobj_info x\nelement a 3\nproperty uint8 p\nproperty list uchar float q\n"
+                      "property weird w\nend_header\nrubbish",
+                      file));
+    EXPECT_EQ(file.getComments(), std::vector<std::string>({" two", ""}));
+    EXPECT_EQ(file.getObjectInfo(), std::vector<std::string>({"x"}));
+    ASSERT_EQ(file.getElements().size(), 1u);
+    EXPECT_EQ(file.getElements()[0].size, 3u);
+    const auto& properties = file.getElements()[0].properties;
+    ASSERT_EQ(properties.size(), 3u);
+    EXPECT_EQ(properties[0].propertyType, PLY::Type::UINT8);
+    EXPECT_TRUE(properties[1].isList);
+    EXPECT_EQ(properties[1].listType, PLY::Type::UINT8);
+    EXPECT_EQ(properties[1].propertyType, PLY::Type::FLOAT32);
+    EXPECT_EQ(properties[2].propertyType, PLY::Type::INVALID);
+
+    PLY::PlyFile other;
+    EXPECT_TRUE(parse("element a", other)); // the stream may run out
+    EXPECT_FALSE(parse("what is this\nend_header\n", other));
+    EXPECT_THROW(parse("property int x\n", *std::make_unique<PLY::PlyFile>()), std::runtime_error);
+}
+
+TEST(Ply, RequestsAreChecked)
+{
+    const auto messageOf = [](PLY::PlyFile& file, const std::string& element, const std::vector<std::string>& keys)
+    {
+        try
+        {
+            file.request_properties_from_element(element, keys, 0);
+        }
+        catch (const std::exception& e)
+        {
+            return std::string(e.what());
+        }
+        return std::string();
+    };
+    PLY::PlyFile file;
+    EXPECT_EQ(messageOf(file, "v", {"x"}), "header had no elements defined. malformed file?");
+    std::istringstream in("element v 1\nproperty int x\nproperty int y\nproperty int z\nproperty weird w\n"
+                          "element vx 1\nproperty int y\nend_header\n1 2 3 4 5");
+    file.parse_header(in);
+    EXPECT_EQ(messageOf(file, "", {"x"}), "`elementKey` argument is empty");
+    EXPECT_EQ(messageOf(file, "v", {}), "`propertyKeys` argument is empty");
+    EXPECT_EQ(messageOf(file, "face", {"x"}), "the element key was not found in the header: face");
+    EXPECT_EQ(messageOf(file, "v", {"x", "r", "g"}), "the following property keys were not found in the header: r, g");
+    EXPECT_EQ(messageOf(file, "v", {"x", "x"}), "element-property key has already been requested: x");
+    EXPECT_EQ(messageOf(file, "v", {"x"}), ""); // nothing of the failed requests is left
+    EXPECT_EQ(messageOf(file, "v", {"x", "y"}), "element-property key has already been requested: x");
+    try
+    {
+        file.read(in);
+        FAIL();
+    }
+    catch (const std::invalid_argument& e)
+    {
+        EXPECT_STREQ(e.what(), "invalid ply property");
+    }
+}
+
+TEST(Ply, EqualNamesMeanTheFirstOne)
+{
+    // "v" + "xy" and "vx" + "y" have the same key; only what was asked for may land in the buffer.
+    std::istringstream in(
+        "element v 2\nproperty int xy\nproperty int xy\nelement vx 2\nproperty int y\n"
+        "element v 2\nproperty int xy\nelement w 1\nproperty uchar q\nend_header\n1 2 3 4 5 6 7 8 300");
+    PLY::PlyFile file;
+    file.parse_header(in);
+    const auto data = file.request_properties_from_element("v", {"xy"}, 0);
+    const auto last = file.request_properties_from_element("w", {"q"}, 0);
+    EXPECT_THROW(file.request_properties_from_element("vx", {"y"}, 0), std::invalid_argument);
+    file.read(in);
+    ASSERT_EQ(data->buffer.sizeInBytes(), 8u);
+    EXPECT_EQ(std::memcmp(data->buffer.get(), (raw(1) + raw(3)).data(), 8), 0);
+    EXPECT_EQ(last->buffer.get()[0], 300 % 256); // read as an int
+}
+
+TEST(Ply, ListsAndGroupsRoundTrip)
+{
+    std::vector<float> ab = {1, 2, 3, 4, 5, 6};
+    std::vector<std::int16_t> lists = {1, -2, 3, -4, 5, -6};
+    std::vector<std::int8_t> c = {-1, 0, 1};
+    const auto bytes = [](auto& v) { return reinterpret_cast<std::uint8_t*>(v.data()); };
+    for (const bool bBinary : {false, true})
+    {
+        std::stringstream stream;
+        PLY::PlyFile writer;
+        writer.getComments().push_back("made by hand");
+        writer.add_properties_to_element("e", {"a", "b"}, PLY::Type::FLOAT32, 3, bytes(ab), PLY::Type::INVALID, 0);
+        writer.add_properties_to_element("e", {"l"}, PLY::Type::INT16, 3, bytes(lists), PLY::Type::UINT32, 2);
+        writer.add_properties_to_element("e", {"c"}, PLY::Type::INT8, 3, bytes(c), PLY::Type::INVALID, 0);
+        EXPECT_THROW(writer.add_properties_to_element("e", {"d"}, PLY::Type::INT8, 2, bytes(c), PLY::Type::INVALID, 0),
+                     std::invalid_argument);
+        EXPECT_THROW(writer.add_properties_to_element("f", {"l"}, PLY::Type::INT8, 1, bytes(c), PLY::Type::INT8, 128),
+                     std::invalid_argument);
+        writer.write(stream, bBinary);
+        if (!bBinary)
+        {
+            EXPECT_EQ(stream.str(), "ply\nformat ascii 1.0\ncomment made by hand\nelement e 3\nproperty float a\n"
+                                    "property float b\nproperty list uint short l\nproperty char c\nend_header\n"
+                                    "1 2 2 1 -2 -1 \n3 4 2 3 -4 0 \n5 6 2 5 -6 1 \n");
+        }
+        for (const size_t hint : {0u, 1u, 2u}) // counted, too short, exact
+        {
+            std::istringstream in(stream.str());
+            PLY::PlyFile reader;
+            ASSERT_TRUE(reader.parse_header(in));
+            const auto readLists = reader.request_properties_from_element("e", {"l"}, hint);
+            const auto readB = reader.request_properties_from_element("e", {"b"}, hint);
+            reader.read(in);
+            EXPECT_TRUE(readLists->isList);
+            EXPECT_EQ(readLists->count, 3u);
+            ASSERT_EQ(readLists->buffer.sizeInBytes(), 12u);
+            EXPECT_EQ(std::memcmp(readLists->buffer.get(), lists.data(), 12), 0);
+            const float b[] = {2, 4, 6};
+            ASSERT_EQ(readB->buffer.sizeInBytes(), 12u);
+            EXPECT_EQ(std::memcmp(readB->buffer.get(), b, 12), 0);
+        }
+    }
+}
