@@ -51,8 +51,8 @@ int main(int argc, char** argv)
         if (!mesh)
             return 1;
         std::cout << mesh->getNumT() << " triangles\n";
-        const bool binary = true;
-        return MIRT_ZAV::writeMesh_auto(output, mesh, binary) ? 0 : 1;
+        // The names of the two PLY writers are crossed: this one writes the binary form, writePly_BIN the text form.
+        return mesh->writePly_ASCII(output) ? 0 : 1;
     }
     catch (const std::exception& problem)
     {
