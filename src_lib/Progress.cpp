@@ -145,8 +145,10 @@ void Progress::computeStep()
 
 void Progress::announce()
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    sinceBroadcast = 0;
+    {
+        std::lock_guard<std::recursive_mutex> lock(mutex);
+        sinceBroadcast = 0;
+    }
     broadcast("");
 }
 
@@ -181,12 +183,13 @@ double Progress::getFrac()
 
 void Progress::broadcast(const std::string&)
 {
+    // Only the root's mutex is held from here on. A node's own would come before its siblings', in any order of stages.
+    getRoot()->tellSubscriber();
+}
+
+void Progress::tellSubscriber()
+{
     std::lock_guard<std::recursive_mutex> lock(mutex);
-    if (parent != nullptr)
-    {
-        parent->broadcast("");
-        return;
-    }
     const double fraction = getFrac();
     if (fraction == lastFraction)
         return;

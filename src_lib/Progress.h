@@ -19,7 +19,7 @@ class ZAV_API ProgressBase
 {
 public:
     virtual ~ProgressBase();
-    /// Called on the thread that runs the operation, with locks of the progress tree held: it should return quickly and
+    /// Called on the thread that runs the operation, with the lock of the progress tree held: it should return soon and
     /// must not call back into the library.
     /// \param name      what runs, e.g. "Reconstruct"
     /// \param fraction  the part done, 0 to 1
@@ -60,8 +60,8 @@ private:
     std::vector<OpenStage> vOpen;
 };
 
-/// One node of the tree. The root belongs to a thread; its children are the stages of a run. Only the thread that
-/// called the public function counts; the mutexes allow others to read.
+/// One node of the tree. The root belongs to a thread; its children are the stages of a run. Only that thread may use
+/// the tree: the counters of the fast path have no lock. The mutexes guard the rest, locked parent before child.
 class Progress
 {
 public:
@@ -119,6 +119,7 @@ public:
 
 private:
     void announce();
+    void tellSubscriber();
     void setTodo(std::uint64_t todoArg);
     void computeStep();
     Progress* getRoot();
