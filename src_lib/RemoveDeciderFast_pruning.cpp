@@ -15,7 +15,8 @@ namespace
 {
 using Weighted = std::pair<double, RCD>;
 
-/// Finds the index of a cell in a sorted list, with a directory by x so that a search stays in few cache lines.
+/// Finds the index of a cell in a sorted list. A directory of the rows of equal x and y makes a search a matter of few
+/// cells; where the list is too thin for it, several rows share an entry.
 class CellIndex
 {
 public:
@@ -25,35 +26,59 @@ public:
     {
         if (cells.empty())
             return;
-        // Planes of equal x, several of them in one slot where the list is thin.
-        shift = 42;
-        while (slotOf(cells.back()) > cells.size())
-            ++shift;
+        chooseSlots();
         vFirst.reserve(slotOf(cells.back()) + 2);
         for (size_t i = 0; i < cells.size(); ++i)
-            while (vFirst.size() <= slotOf(cells[i]))
-                vFirst.push_back(i);
-        vFirst.push_back(cells.size());
+            for (const size_t slot = slotOf(cells[i]); vFirst.size() <= slot;)
+                vFirst.push_back(static_cast<unsigned>(i));
+        vFirst.push_back(static_cast<unsigned>(cells.size()));
     }
 
     size_t find(RCD r) const
     {
-        if (cells.empty() || r < cells.front() || r > cells.back())
+        if (cells.empty() || r < cells.front() || r > cells.back() || rcd::getY(r) < minY || rcd::getY(r) > maxY)
             return notFound;
         const size_t slot = slotOf(r);
-        const auto end = cells.begin() + static_cast<std::ptrdiff_t>(vFirst[slot + 1]);
-        const auto it = std::lower_bound(cells.begin() + static_cast<std::ptrdiff_t>(vFirst[slot]), end, r);
-        return it != end && *it == r ? static_cast<size_t>(it - cells.begin()) : notFound;
+        const RCD* const end = cells.data() + vFirst[slot + 1];
+        const RCD* it = cells.data() + vFirst[slot];
+        if (end - it > 16)
+            it = std::lower_bound(it, end, r);
+        while (it != end && *it < r)
+            ++it;
+        return it != end && *it == r ? static_cast<size_t>(it - cells.data()) : notFound;
     }
 
     const std::vector<RCD>& getCells() const { return cells; }
 
 private:
-    size_t slotOf(RCD r) const { return (r >> shift) - (cells.front() >> shift); }
+    size_t slotOf(RCD r) const
+    {
+        return ((rcd::getX(r) - minX) >> shiftX) * slotsPerX + ((rcd::getY(r) - minY) >> shiftY);
+    }
+
+    /// Slots of rows, then of planes of equal x, in the order of the cells; not many more slots than cells.
+    void chooseSlots()
+    {
+        minX = rcd::getX(cells.front());
+        for (const RCD r : cells)
+        {
+            minY = std::min(minY, rcd::getY(r));
+            maxY = std::max(maxY, rcd::getY(r));
+        }
+        const u64 numX = rcd::getX(cells.back()) - minX + 1;
+        while ((((maxY - minY) >> shiftY) + 1) * numX > cells.size() && (maxY - minY) >> shiftY > 0)
+            ++shiftY;
+        slotsPerX = ((maxY - minY) >> shiftY) + 1;
+        while (numX >> shiftX > cells.size())
+            ++shiftX;
+    }
 
     std::vector<RCD> cells;
-    std::vector<size_t> vFirst; // per slot its first cell, and the end
-    int shift = 0;
+    std::vector<unsigned> vFirst; // per slot its first cell, and the end
+    u64 minX = 0;
+    u64 minY = ~u64(0), maxY = 0;
+    u64 slotsPerX = 1;
+    unsigned shiftX = 0, shiftY = 0; // the first only when the second leaves one slot per x
 };
 
 /// The queue of prunePrioq: entries in ascending order of weight, equal ones in the order in which they came. The first
@@ -141,8 +166,7 @@ struct RemoveDeciderFast::PruneRun
     const std::vector<RCD>& vRCD;
     bool bAllCells; // vRCD has every cell that can come up
     bool killBorders;
-    std::vector<RCD> killed;     // by the present sweep
-    std::vector<RCD> candidates; // for the next one
+    std::vector<RCD> killed; // by the present sweep
 };
 
 std::vector<Weighted> RemoveDeciderFast::weighSorted(const std::vector<RCD>& cells, const PointWeights& weights) const
@@ -166,17 +190,13 @@ size_t RemoveDeciderFast::prunePrioq(const RCDPoints& vRCDPoint, const std::vect
     size_t numRemoved = prePrune ? prePruneSmallBorderCCs(vRemoved) : 0;
 
     const PointWeights weights(*this, vRCDPoint);
-    PruneRun run{weights, vRCD, vRCD.size() >= vRCDPoint.size(), killBorders, {}, {}};
+    PruneRun run{weights, vRCD, vRCD.size() >= vRCDPoint.size(), killBorders, {}};
     std::vector<RCD> candidates = vRCD;
     do
     {
         sweepPrioq(candidates, run);
-        // A cell whose neighbourhood didn't change can't change its answer.
-        oneInstance(run.candidates);
-        keepVec(run.candidates, vRCD);
-        sortMT(run.killed.begin(), run.killed.end());
-        removeVec(run.candidates, run.killed);
-        candidates.swap(run.candidates);
+        getNextCandidates(run.killed, candidates);
+        keepVec(candidates, vRCD);
         vRemoved.insert(vRemoved.end(), run.killed.begin(), run.killed.end());
         numRemoved += run.killed.size();
     } while (!run.killed.empty());
@@ -190,7 +210,6 @@ size_t RemoveDeciderFast::prunePrioq(const RCDPoints& vRCDPoint, const std::vect
 void RemoveDeciderFast::sweepPrioq(const std::vector<RCD>& candidates, PruneRun& run)
 {
     run.killed.clear();
-    run.candidates.clear();
     PruneQueue queue(weighSorted(candidates, run.weights));
     std::vector<RCD> neigs;
     while (!queue.empty())
@@ -212,8 +231,17 @@ void RemoveDeciderFast::sweepPrioq(const std::vector<RCD>& candidates, PruneRun&
         for (const RCD neig : neigs)
             if (run.bAllCells || std::binary_search(run.vRCD.begin(), run.vRCD.end(), neig))
                 queue.insert(run.weights(neig), neig);
-        pMatrix->getNeigRCD26(address, run.candidates);
     }
+}
+
+/// The cells around a sweep's kills, as a set: one whose neighbourhood didn't change can't change its answer.
+void RemoveDeciderFast::getNextCandidates(std::vector<RCD>& killed, std::vector<RCD>& candidates) const
+{
+    sortMT(killed.begin(), killed.end()); // near cells in a row are read faster
+    candidates.clear();
+    for (const RCD r : killed)
+        appendNeigs26(r, candidates);
+    oneInstance(candidates);
 }
 
 namespace
