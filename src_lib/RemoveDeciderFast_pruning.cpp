@@ -6,8 +6,6 @@
 #include "vectorHelpers.h"
 
 #include <algorithm>
-#include <bit>
-#include <functional>
 
 namespace MIRT_ZAV
 {
@@ -15,40 +13,43 @@ namespace
 {
 using Weighted = std::pair<double, RCD>;
 
-/// Finds the index of a cell in a sorted list. A directory of the rows of equal x and y makes a search a matter of few
-/// cells; where the list is too thin for it, several rows share an entry.
-class CellIndex
+/// A map from cell to value as a sorted list. A directory of the rows of equal x and y makes a search a matter of few
+/// entries; where the cells are too thin for it, several rows share a slot.
+template <class T>
+class CellMap
 {
 public:
-    static constexpr size_t notFound = ~size_t(0);
+    using Entry = std::pair<RCD, T>;
 
-    explicit CellIndex(std::vector<RCD> sortedCells) : cells(std::move(sortedCells))
+    explicit CellMap(std::vector<Entry> sortedEntries) : entries(std::move(sortedEntries))
     {
-        if (cells.empty())
+        if (entries.empty())
             return;
         chooseSlots();
-        vFirst.reserve(slotOf(cells.back()) + 2);
-        for (size_t i = 0; i < cells.size(); ++i)
-            for (const size_t slot = slotOf(cells[i]); vFirst.size() <= slot;)
+        vFirst.reserve(slotOf(entries.back().first) + 2);
+        for (size_t i = 0; i < entries.size(); ++i)
+            for (const size_t slot = slotOf(entries[i].first); vFirst.size() <= slot;)
                 vFirst.push_back(static_cast<unsigned>(i));
-        vFirst.push_back(static_cast<unsigned>(cells.size()));
+        vFirst.push_back(static_cast<unsigned>(entries.size()));
     }
 
-    size_t find(RCD r) const
+    /// The value of a cell, null where there is none.
+    T* find(RCD r)
     {
-        if (cells.empty() || r < cells.front() || r > cells.back() || rcd::getY(r) < minY || rcd::getY(r) > maxY)
-            return notFound;
+        if (entries.empty() || r < entries.front().first || r > entries.back().first || rcd::getY(r) < minY ||
+            rcd::getY(r) > maxY)
+            return nullptr;
         const size_t slot = slotOf(r);
-        const RCD* const end = cells.data() + vFirst[slot + 1];
-        const RCD* it = cells.data() + vFirst[slot];
+        Entry* it = entries.data() + vFirst[slot];
+        Entry* const end = entries.data() + vFirst[slot + 1];
+        const auto isBelow = [](const Entry& entry, RCD cell) { return entry.first < cell; };
         if (end - it > 16)
-            it = std::lower_bound(it, end, r);
-        while (it != end && *it < r)
+            it = std::lower_bound(it, end, r, isBelow);
+        while (it != end && isBelow(*it, r))
             ++it;
-        return it != end && *it == r ? static_cast<size_t>(it - cells.data()) : notFound;
+        return it != end && it->first == r ? &it->second : nullptr;
     }
-
-    const std::vector<RCD>& getCells() const { return cells; }
+    const T* find(RCD r) const { return const_cast<CellMap*>(this)->find(r); }
 
 private:
     size_t slotOf(RCD r) const
@@ -59,22 +60,22 @@ private:
     /// Slots of rows, then of planes of equal x, in the order of the cells; not many more slots than cells.
     void chooseSlots()
     {
-        minX = rcd::getX(cells.front());
-        for (const RCD r : cells)
+        minX = rcd::getX(entries.front().first);
+        for (const Entry& entry : entries)
         {
-            minY = std::min(minY, rcd::getY(r));
-            maxY = std::max(maxY, rcd::getY(r));
+            minY = std::min(minY, rcd::getY(entry.first));
+            maxY = std::max(maxY, rcd::getY(entry.first));
         }
-        const u64 numX = rcd::getX(cells.back()) - minX + 1;
-        while ((((maxY - minY) >> shiftY) + 1) * numX > cells.size() && (maxY - minY) >> shiftY > 0)
+        const u64 numX = rcd::getX(entries.back().first) - minX + 1;
+        while ((((maxY - minY) >> shiftY) + 1) * numX > entries.size() && (maxY - minY) >> shiftY > 0)
             ++shiftY;
         slotsPerX = ((maxY - minY) >> shiftY) + 1;
-        while (numX >> shiftX > cells.size())
+        while (numX >> shiftX > entries.size())
             ++shiftX;
     }
 
-    std::vector<RCD> cells;
-    std::vector<unsigned> vFirst; // per slot its first cell, and the end
+    std::vector<Entry> entries;
+    std::vector<unsigned> vFirst; // per slot its first entry, and the end
     u64 minX = 0;
     u64 minY = ~u64(0), maxY = 0;
     u64 slotsPerX = 1;
@@ -93,14 +94,14 @@ public:
     void insert(double weight, RCD r)
     {
         heap.push_back({weight, heapCounter++, r});
-        std::push_heap(heap.begin(), heap.end(), comesLater);
+        std::push_heap(heap.begin(), heap.end(), ComesLater());
     }
 
     RCD pop()
     {
         if (heap.empty() || (cursor < fill.size() && fill[cursor].first <= heap.front().weight))
             return fill[cursor++].second;
-        std::pop_heap(heap.begin(), heap.end(), comesLater);
+        std::pop_heap(heap.begin(), heap.end(), ComesLater());
         const RCD r = heap.back().cell;
         heap.pop_back();
         return r;
@@ -113,10 +114,13 @@ private:
         u64 order;
         RCD cell;
     };
-    static bool comesLater(const Entry& a, const Entry& b)
+    struct ComesLater
     {
-        return a.weight != b.weight ? a.weight > b.weight : a.order > b.order;
-    }
+        bool operator()(const Entry& a, const Entry& b) const
+        {
+            return a.weight != b.weight ? a.weight > b.weight : a.order > b.order;
+        }
+    };
 
     std::vector<Weighted> fill;
     size_t cursor = 0;
@@ -130,33 +134,33 @@ class RemoveDeciderFast::PointWeights
 {
 public:
     PointWeights(const RemoveDeciderFast& deciderArg, const RCDPoints& vRCDPoint)
-        : decider(deciderArg), index(takeCells(vRCDPoint))
+        : decider(deciderArg), distances(measure(deciderArg, vRCDPoint))
     {
-        transformMT(vRCDPoint, vDistance,
-                    [this](const auto& entry) { return decider.getRelativeDistance(entry.first, entry.second); });
     }
 
     double operator()(RCD r) const
     {
         if (decider.pvCard2RCD_srt != nullptr)
             return decider.getCardWeight(r);
-        const size_t i = index.find(r);
-        ZAV_ASSERT(i != CellIndex::notFound, "q_it!=vRCDPoint.end() && q_it->first==rcd");
-        return decider.countFaceNeigs(r) + decider.sideLen - vDistance[i];
+        const double* const pDistance = distances.find(r);
+        ZAV_ASSERT(pDistance != nullptr, "q_it!=vRCDPoint.end() && q_it->first==rcd");
+        return decider.countFaceNeigs(r) + decider.sideLen - *pDistance;
     }
 
 private:
-    static std::vector<RCD> takeCells(const RCDPoints& vRCDPoint)
+    using Distances = std::vector<std::pair<RCD, double>>;
+
+    static Distances measure(const RemoveDeciderFast& decider, const RCDPoints& vRCDPoint)
     {
-        std::vector<RCD> cells(vRCDPoint.size());
-        std::transform(vRCDPoint.begin(), vRCDPoint.end(), cells.begin(),
-                       [](const auto& entry) { return entry.first; });
-        return cells;
+        Distances result;
+        transformMT(vRCDPoint, result,
+                    [&decider](const auto& entry)
+                    { return std::pair(entry.first, decider.getRelativeDistance(entry.first, entry.second)); });
+        return result;
     }
 
     const RemoveDeciderFast& decider;
-    CellIndex index;
-    std::vector<double> vDistance; // relative distance of a point to the centre of its cell
+    CellMap<double> distances; // of a point to the centre of its cell, relative
 };
 
 /// What the sweeps of one prunePrioq share.
@@ -252,8 +256,9 @@ class DistanceQueue
 {
 public:
     /// \param sorted  by descending distance; pushed in this order
-    DistanceQueue(const std::vector<Weighted>& sorted, std::vector<RCD> sortedCells)
-        : heap(sorted), index(std::move(sortedCells)), vAside(index.getCells().size())
+    /// \param cells   all cells of the list, as a sorted set
+    DistanceQueue(const std::vector<Weighted>& sorted, const std::vector<RCD>& cells)
+        : heap(sorted), asides(nothingAside(cells))
     {
         // A list in descending order is the heap that pushing it one by one makes.
     }
@@ -271,18 +276,18 @@ public:
     /// Keeps the first distance with which the cell was put aside.
     void putAside(const Weighted& entry)
     {
-        Aside& aside = vAside[index.find(entry.second)];
-        if (!aside.bThere)
-            aside = {entry.first, true};
+        Aside* const pAside = asides.find(entry.second);
+        if (!pAside->bThere)
+            *pAside = {entry.first, true};
     }
 
     /// A cell that was put aside is queued again; it stays put aside, so that it can come back more than once.
     void pushBack(RCD r)
     {
-        const size_t i = index.find(r);
-        if (i == CellIndex::notFound || !vAside[i].bThere)
+        const Aside* const pAside = asides.find(r);
+        if (pAside == nullptr || !pAside->bThere)
             return;
-        heap.emplace_back(vAside[i].distance, r);
+        heap.emplace_back(pAside->distance, r);
         std::push_heap(heap.begin(), heap.end(), Func_ltFirstComponent());
     }
 
@@ -293,9 +298,17 @@ private:
         bool bThere = false;
     };
 
+    static std::vector<std::pair<RCD, Aside>> nothingAside(const std::vector<RCD>& cells)
+    {
+        std::vector<std::pair<RCD, Aside>> result;
+        result.reserve(cells.size());
+        for (const RCD r : cells)
+            result.emplace_back(r, Aside());
+        return result;
+    }
+
     std::vector<Weighted> heap;
-    CellIndex index;
-    std::vector<Aside> vAside; // per cell of the index
+    CellMap<Aside> asides;
 };
 
 enum class Verdict
