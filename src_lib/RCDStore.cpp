@@ -54,16 +54,28 @@ void RCDStore::createBlocks(std::vector<std::pair<RCD, RCD>>& list)
 
 void RCDStore::linkBlocks()
 {
+    for (int offx = -1; offx <= 1; ++offx)
+        for (int offy = -1; offy <= 1; ++offy)
+            for (int offz = -1; offz <= 1; ++offz)
+                if (offx != 0 || offy != 0 || offz != 0)
+                    linkBlocks(offx, offy, offz);
+}
+
+/// Enters the neighbours at one offset. Moved by a constant, the ascending blocks stay ascending: the two lists are
+/// walked side by side.
+void RCDStore::linkBlocks(int offx, int offy, int offz)
+{
+    size_t cursor = 0;
     for (RCDMatrix& matrix : vMatrix)
-        for (int offx = -1; offx <= 1; ++offx)
-            for (int offy = -1; offy <= 1; ++offy)
-                for (int offz = -1; offz <= 1; ++offz)
-                {
-                    if (offx == 0 && offy == 0 && offz == 0)
-                        continue;
-                    if (RCDMatrix* const pNeig = lookUp(getUpperNeigPart(matrix.baseRCD, offx, offy, offz)))
-                        matrix.setNeigMtx(offx, offy, offz, pNeig);
-                }
+    {
+        const RCD neig = getUpperNeigPart(matrix.baseRCD, offx, offy, offz);
+        if (neig > vUpper.back()) // also what lies below 0
+            continue;
+        while (vUpper[cursor] < neig)
+            ++cursor;
+        if (vUpper[cursor] == neig)
+            matrix.setNeigMtx(offx, offy, offz, &vMatrix[cursor]);
+    }
 }
 
 void RCDStore::getAllRCD(std::vector<RCD>& out) const
@@ -108,10 +120,11 @@ RCDMatrix* RCDStore::findMatrix(RCD upper, BlockCache& cache) const
 
 RCDMatrix* RCDStore::lookUp(RCD upper) const
 {
-    const auto it = std::lower_bound(vUpper.begin(), vUpper.end(), upper);
-    if (it == vUpper.end() || *it != upper)
-        return nullptr;
-    return &vMatrix[static_cast<size_t>(it - vUpper.begin())];
+    // Binary search by additions in place of branches, which nobody could predict here.
+    size_t i = 0;
+    for (size_t n = vUpper.size(); n > 1; n -= n / 2)
+        i += (vUpper[i + n / 2] <= upper) * (n / 2);
+    return i < vUpper.size() && vUpper[i] == upper ? &vMatrix[i] : nullptr;
 }
 
 } // namespace MIRT_ZAV

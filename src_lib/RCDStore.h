@@ -56,6 +56,7 @@ private:
     void constructStore(const std::vector<RCD>& cells);
     void createBlocks(std::vector<std::pair<RCD, RCD>>& list);
     void linkBlocks();
+    void linkBlocks(int offx, int offy, int offz);
     RCDMatrix* findMatrix(RCD upper, BlockCache& cache) const;
     RCDMatrix* lookUp(RCD upper) const;
 

@@ -121,6 +121,7 @@ private:
     double getRelativeDistance(RCD r, const Point3& point) const;
     std::vector<std::pair<double, RCD>> weighSorted(const std::vector<RCD>& cells, const PointWeights& weights) const;
     void sweepPrioq(const std::vector<RCD>& candidates, PruneRun& run);
+    void getNextCandidates(std::vector<RCD>& killed, std::vector<RCD>& candidates) const;
 
     double sideLen;
     std::vector<RCD>* pvRCD;

@@ -6,8 +6,6 @@
 #include "vectorHelpers.h"
 
 #include <algorithm>
-#include <bit>
-#include <functional>
 
 namespace MIRT_ZAV
 {
@@ -15,45 +13,73 @@ namespace
 {
 using Weighted = std::pair<double, RCD>;
 
-/// Finds the index of a cell in a sorted list, with a directory by x so that a search stays in few cache lines.
-class CellIndex
+/// A map from cell to value as a sorted list. A directory of the rows of equal x and y makes a search a matter of few
+/// entries; where the cells are too thin for it, several rows share a slot.
+template <class T>
+class CellMap
 {
 public:
-    static constexpr size_t notFound = ~size_t(0);
+    using Entry = std::pair<RCD, T>;
 
-    explicit CellIndex(std::vector<RCD> sortedCells) : cells(std::move(sortedCells))
+    explicit CellMap(std::vector<Entry> sortedEntries) : entries(std::move(sortedEntries))
     {
-        if (cells.empty())
+        if (entries.empty())
             return;
-        // Planes of equal x, several of them in one slot where the list is thin.
-        shift = 42;
-        while (slotOf(cells.back()) > cells.size())
-            ++shift;
-        vFirst.reserve(slotOf(cells.back()) + 2);
-        for (size_t i = 0; i < cells.size(); ++i)
-            while (vFirst.size() <= slotOf(cells[i]))
-                vFirst.push_back(i);
-        vFirst.push_back(cells.size());
+        chooseSlots();
+        vFirst.reserve(slotOf(entries.back().first) + 2);
+        for (size_t i = 0; i < entries.size(); ++i)
+            for (const size_t slot = slotOf(entries[i].first); vFirst.size() <= slot;)
+                vFirst.push_back(static_cast<unsigned>(i));
+        vFirst.push_back(static_cast<unsigned>(entries.size()));
     }
 
-    size_t find(RCD r) const
+    /// The value of a cell, null where there is none.
+    T* find(RCD r)
     {
-        if (cells.empty() || r < cells.front() || r > cells.back())
-            return notFound;
+        if (entries.empty() || r < entries.front().first || r > entries.back().first || rcd::getY(r) < minY ||
+            rcd::getY(r) > maxY)
+            return nullptr;
         const size_t slot = slotOf(r);
-        const auto end = cells.begin() + static_cast<std::ptrdiff_t>(vFirst[slot + 1]);
-        const auto it = std::lower_bound(cells.begin() + static_cast<std::ptrdiff_t>(vFirst[slot]), end, r);
-        return it != end && *it == r ? static_cast<size_t>(it - cells.begin()) : notFound;
+        Entry* it = entries.data() + vFirst[slot];
+        Entry* const end = entries.data() + vFirst[slot + 1];
+        const auto isBelow = [](const Entry& entry, RCD cell) { return entry.first < cell; };
+        if (end - it > 16)
+            it = std::lower_bound(it, end, r, isBelow);
+        while (it != end && isBelow(*it, r))
+            ++it;
+        return it != end && it->first == r ? &it->second : nullptr;
     }
-
-    const std::vector<RCD>& getCells() const { return cells; }
+    const T* find(RCD r) const { return const_cast<CellMap*>(this)->find(r); }
 
 private:
-    size_t slotOf(RCD r) const { return (r >> shift) - (cells.front() >> shift); }
+    size_t slotOf(RCD r) const
+    {
+        return ((rcd::getX(r) - minX) >> shiftX) * slotsPerX + ((rcd::getY(r) - minY) >> shiftY);
+    }
 
-    std::vector<RCD> cells;
-    std::vector<size_t> vFirst; // per slot its first cell, and the end
-    int shift = 0;
+    /// Slots of rows, then of planes of equal x, in the order of the cells; not many more slots than cells.
+    void chooseSlots()
+    {
+        minX = rcd::getX(entries.front().first);
+        for (const Entry& entry : entries)
+        {
+            minY = std::min(minY, rcd::getY(entry.first));
+            maxY = std::max(maxY, rcd::getY(entry.first));
+        }
+        const u64 numX = rcd::getX(entries.back().first) - minX + 1;
+        while ((((maxY - minY) >> shiftY) + 1) * numX > entries.size() && (maxY - minY) >> shiftY > 0)
+            ++shiftY;
+        slotsPerX = ((maxY - minY) >> shiftY) + 1;
+        while (numX >> shiftX > entries.size())
+            ++shiftX;
+    }
+
+    std::vector<Entry> entries;
+    std::vector<unsigned> vFirst; // per slot its first entry, and the end
+    u64 minX = 0;
+    u64 minY = ~u64(0), maxY = 0;
+    u64 slotsPerX = 1;
+    unsigned shiftX = 0, shiftY = 0; // the first only when the second leaves one slot per x
 };
 
 /// The queue of prunePrioq: entries in ascending order of weight, equal ones in the order in which they came. The first
@@ -68,14 +94,14 @@ public:
     void insert(double weight, RCD r)
     {
         heap.push_back({weight, heapCounter++, r});
-        std::push_heap(heap.begin(), heap.end(), comesLater);
+        std::push_heap(heap.begin(), heap.end(), ComesLater());
     }
 
     RCD pop()
     {
         if (heap.empty() || (cursor < fill.size() && fill[cursor].first <= heap.front().weight))
             return fill[cursor++].second;
-        std::pop_heap(heap.begin(), heap.end(), comesLater);
+        std::pop_heap(heap.begin(), heap.end(), ComesLater());
         const RCD r = heap.back().cell;
         heap.pop_back();
         return r;
@@ -88,10 +114,13 @@ private:
         u64 order;
         RCD cell;
     };
-    static bool comesLater(const Entry& a, const Entry& b)
+    struct ComesLater
     {
-        return a.weight != b.weight ? a.weight > b.weight : a.order > b.order;
-    }
+        bool operator()(const Entry& a, const Entry& b) const
+        {
+            return a.weight != b.weight ? a.weight > b.weight : a.order > b.order;
+        }
+    };
 
     std::vector<Weighted> fill;
     size_t cursor = 0;
@@ -105,33 +134,33 @@ class RemoveDeciderFast::PointWeights
 {
 public:
     PointWeights(const RemoveDeciderFast& deciderArg, const RCDPoints& vRCDPoint)
-        : decider(deciderArg), index(takeCells(vRCDPoint))
+        : decider(deciderArg), distances(measure(deciderArg, vRCDPoint))
     {
-        transformMT(vRCDPoint, vDistance,
-                    [this](const auto& entry) { return decider.getRelativeDistance(entry.first, entry.second); });
     }
 
     double operator()(RCD r) const
     {
         if (decider.pvCard2RCD_srt != nullptr)
             return decider.getCardWeight(r);
-        const size_t i = index.find(r);
-        ZAV_ASSERT(i != CellIndex::notFound, "q_it!=vRCDPoint.end() && q_it->first==rcd");
-        return decider.countFaceNeigs(r) + decider.sideLen - vDistance[i];
+        const double* const pDistance = distances.find(r);
+        ZAV_ASSERT(pDistance != nullptr, "q_it!=vRCDPoint.end() && q_it->first==rcd");
+        return decider.countFaceNeigs(r) + decider.sideLen - *pDistance;
     }
 
 private:
-    static std::vector<RCD> takeCells(const RCDPoints& vRCDPoint)
+    using Distances = std::vector<std::pair<RCD, double>>;
+
+    static Distances measure(const RemoveDeciderFast& decider, const RCDPoints& vRCDPoint)
     {
-        std::vector<RCD> cells(vRCDPoint.size());
-        std::transform(vRCDPoint.begin(), vRCDPoint.end(), cells.begin(),
-                       [](const auto& entry) { return entry.first; });
-        return cells;
+        Distances result;
+        transformMT(vRCDPoint, result,
+                    [&decider](const auto& entry)
+                    { return std::pair(entry.first, decider.getRelativeDistance(entry.first, entry.second)); });
+        return result;
     }
 
     const RemoveDeciderFast& decider;
-    CellIndex index;
-    std::vector<double> vDistance; // relative distance of a point to the centre of its cell
+    CellMap<double> distances; // of a point to the centre of its cell, relative
 };
 
 /// What the sweeps of one prunePrioq share.
@@ -141,8 +170,7 @@ struct RemoveDeciderFast::PruneRun
     const std::vector<RCD>& vRCD;
     bool bAllCells; // vRCD has every cell that can come up
     bool killBorders;
-    std::vector<RCD> killed;     // by the present sweep
-    std::vector<RCD> candidates; // for the next one
+    std::vector<RCD> killed; // by the present sweep
 };
 
 std::vector<Weighted> RemoveDeciderFast::weighSorted(const std::vector<RCD>& cells, const PointWeights& weights) const
@@ -166,17 +194,13 @@ size_t RemoveDeciderFast::prunePrioq(const RCDPoints& vRCDPoint, const std::vect
     size_t numRemoved = prePrune ? prePruneSmallBorderCCs(vRemoved) : 0;
 
     const PointWeights weights(*this, vRCDPoint);
-    PruneRun run{weights, vRCD, vRCD.size() >= vRCDPoint.size(), killBorders, {}, {}};
+    PruneRun run{weights, vRCD, vRCD.size() >= vRCDPoint.size(), killBorders, {}};
     std::vector<RCD> candidates = vRCD;
     do
     {
         sweepPrioq(candidates, run);
-        // A cell whose neighbourhood didn't change can't change its answer.
-        oneInstance(run.candidates);
-        keepVec(run.candidates, vRCD);
-        sortMT(run.killed.begin(), run.killed.end());
-        removeVec(run.candidates, run.killed);
-        candidates.swap(run.candidates);
+        getNextCandidates(run.killed, candidates);
+        keepVec(candidates, vRCD);
         vRemoved.insert(vRemoved.end(), run.killed.begin(), run.killed.end());
         numRemoved += run.killed.size();
     } while (!run.killed.empty());
@@ -190,7 +214,6 @@ size_t RemoveDeciderFast::prunePrioq(const RCDPoints& vRCDPoint, const std::vect
 void RemoveDeciderFast::sweepPrioq(const std::vector<RCD>& candidates, PruneRun& run)
 {
     run.killed.clear();
-    run.candidates.clear();
     PruneQueue queue(weighSorted(candidates, run.weights));
     std::vector<RCD> neigs;
     while (!queue.empty())
@@ -212,8 +235,17 @@ void RemoveDeciderFast::sweepPrioq(const std::vector<RCD>& candidates, PruneRun&
         for (const RCD neig : neigs)
             if (run.bAllCells || std::binary_search(run.vRCD.begin(), run.vRCD.end(), neig))
                 queue.insert(run.weights(neig), neig);
-        pMatrix->getNeigRCD26(address, run.candidates);
     }
+}
+
+/// The cells around a sweep's kills, as a set: one whose neighbourhood didn't change can't change its answer.
+void RemoveDeciderFast::getNextCandidates(std::vector<RCD>& killed, std::vector<RCD>& candidates) const
+{
+    sortMT(killed.begin(), killed.end()); // near cells in a row are read faster
+    candidates.clear();
+    for (const RCD r : killed)
+        appendNeigs26(r, candidates);
+    oneInstance(candidates);
 }
 
 namespace
@@ -224,8 +256,9 @@ class DistanceQueue
 {
 public:
     /// \param sorted  by descending distance; pushed in this order
-    DistanceQueue(const std::vector<Weighted>& sorted, std::vector<RCD> sortedCells)
-        : heap(sorted), index(std::move(sortedCells)), vAside(index.getCells().size())
+    /// \param cells   all cells of the list, as a sorted set
+    DistanceQueue(const std::vector<Weighted>& sorted, const std::vector<RCD>& cells)
+        : heap(sorted), asides(nothingAside(cells))
     {
         // A list in descending order is the heap that pushing it one by one makes.
     }
@@ -243,18 +276,18 @@ public:
     /// Keeps the first distance with which the cell was put aside.
     void putAside(const Weighted& entry)
     {
-        Aside& aside = vAside[index.find(entry.second)];
-        if (!aside.bThere)
-            aside = {entry.first, true};
+        Aside* const pAside = asides.find(entry.second);
+        if (!pAside->bThere)
+            *pAside = {entry.first, true};
     }
 
     /// A cell that was put aside is queued again; it stays put aside, so that it can come back more than once.
     void pushBack(RCD r)
     {
-        const size_t i = index.find(r);
-        if (i == CellIndex::notFound || !vAside[i].bThere)
+        const Aside* const pAside = asides.find(r);
+        if (pAside == nullptr || !pAside->bThere)
             return;
-        heap.emplace_back(vAside[i].distance, r);
+        heap.emplace_back(pAside->distance, r);
         std::push_heap(heap.begin(), heap.end(), Func_ltFirstComponent());
     }
 
@@ -265,9 +298,17 @@ private:
         bool bThere = false;
     };
 
+    static std::vector<std::pair<RCD, Aside>> nothingAside(const std::vector<RCD>& cells)
+    {
+        std::vector<std::pair<RCD, Aside>> result;
+        result.reserve(cells.size());
+        for (const RCD r : cells)
+            result.emplace_back(r, Aside());
+        return result;
+    }
+
     std::vector<Weighted> heap;
-    CellIndex index;
-    std::vector<Aside> vAside; // per cell of the index
+    CellMap<Aside> asides;
 };
 
 enum class Verdict

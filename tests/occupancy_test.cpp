@@ -1,0 +1,261 @@
+// The bit blocks against a plain set of cells.
+#include "RCDStore.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+using namespace MIRT_ZAV;
+
+namespace
+{
+Calc& unitCalc()
+{
+    static Calc calc(0.0, 0.0, 0.0, 2097152.0, 2097152.0, 2097152.0, 21);
+    return calc;
+}
+
+constexpr RCD at(u64 x, u64 y, u64 z)
+{
+    return rcd::fromXYZ(x, y, z);
+}
+
+/// What a neighbourhood is, cell by cell.
+struct Model
+{
+    std::set<RCD> alive;
+
+    static RCD neig(RCD r, int position)
+    {
+        const auto move = [](u64 c, int d) { return c + static_cast<u64>(d); };
+        return at(move(rcd::getX(r), position % 3 - 1), move(rcd::getY(r), position / 3 % 3 - 1),
+                  move(rcd::getZ(r), position / 9 - 1));
+    }
+    std::vector<RCD> neigs(RCD r, const std::vector<int>& positions) const
+    {
+        std::vector<RCD> found;
+        for (const int position : positions)
+            if (alive.count(neig(r, position)) != 0)
+                found.push_back(neig(r, position));
+        return found;
+    }
+    unsigned configuration(RCD r) const
+    {
+        unsigned config = 0;
+        for (int position = 0; position < 27; ++position)
+            config |= alive.count(neig(r, position)) != 0 ? 1u << position : 0;
+        return alive.count(r) != 0 ? config : 0;
+    }
+};
+
+std::vector<int> all26()
+{
+    std::vector<int> positions;
+    for (int position = 0; position < 27; ++position)
+        if (position != 13)
+            positions.push_back(position);
+    return positions;
+}
+
+/// Cells around the corner of eight blocks, some of which stay without any.
+std::vector<RCD> cellsAroundCorner(unsigned seed, double density)
+{
+    std::mt19937 random(seed);
+    std::bernoulli_distribution take(density);
+    std::vector<RCD> cells;
+    for (u64 x = 124; x < 132; ++x)
+        for (u64 y = 60; y < 68; ++y)
+            for (u64 z = 188; z < 196; ++z)
+                if (take(random) && !(x < 128 && y >= 64 && z < 192))
+                    cells.push_back(at(x, y, z));
+    std::shuffle(cells.begin(), cells.end(), random);
+    return cells;
+}
+
+void clear(RCDStore& store, RCD r)
+{
+    store.getRCDMatrix(r)->bits.reset(RCDMatrix::rcdToAddress(r));
+}
+
+void expectLikeModel(const RCDStore& store, const std::vector<RCD>& cells, const Model& model)
+{
+    for (const RCD r : cells)
+    {
+        const RCDMatrix* const pMatrix = store.getRCDMatrix(r);
+        ASSERT_NE(pMatrix, nullptr);
+        const ADDR address = RCDMatrix::rcdToAddress(r);
+        unsigned config = 99;
+        const int count = pMatrix->getConfiguration(address, config);
+        ASSERT_EQ(config, model.configuration(r)) << std::hex << r;
+        ASSERT_EQ(count, config == 0 ? -1 : std::popcount(config));
+
+        std::vector<RCD> neigs26, neigs6;
+        pMatrix->getNeigRCD26(address, neigs26); // of dead cells, too
+        ASSERT_EQ(neigs26, model.neigs(r, all26()));
+        const int numFaces = pMatrix->getNeigs6(address, &neigs6);
+        ASSERT_EQ(neigs6, model.neigs(r, {12, 14, 10, 16, 4, 22}));
+        ASSERT_EQ(numFaces, static_cast<int>(neigs6.size()));
+        ASSERT_EQ(numFaces, pMatrix->getNeigs6(address, nullptr));
+    }
+    std::vector<RCD> alive;
+    store.getAllRCD(alive);
+    std::sort(alive.begin(), alive.end());
+    ASSERT_EQ(alive, std::vector<RCD>(model.alive.begin(), model.alive.end()));
+}
+} // namespace
+
+TEST(Occupancy, ReadsLikeASetOfCellsAcrossBlocks)
+{
+    for (const double density : {0.1, 0.5, 1.0})
+    {
+        std::vector<RCD> cells = cellsAroundCorner(1, density);
+        RCDStore store(&unitCalc(), cells);
+        Model model{{cells.begin(), cells.end()}};
+        expectLikeModel(store, cells, model);
+
+        for (size_t i = 0; i < cells.size(); i += 2)
+        {
+            clear(store, cells[i]);
+            model.alive.erase(cells[i]);
+        }
+        expectLikeModel(store, cells, model);
+    }
+}
+
+TEST(Occupancy, ReadsLikeASetOfCellsInsideABlock)
+{
+    std::mt19937 random(2);
+    std::set<RCD> chosen;
+    while (chosen.size() < 8000)
+        chosen.insert(at(640 + random() % 64, 640 + random() % 20, 684 + random() % 20));
+    std::vector<RCD> cells(chosen.begin(), chosen.end());
+    const RCDStore store(&unitCalc(), cells);
+    expectLikeModel(store, cells, Model{chosen});
+}
+
+TEST(Occupancy, AllCellsComeByBlockAndAddress)
+{
+    std::vector<RCD> cells = {at(65, 0, 0), at(2, 3, 1), at(1, 3, 1), at(0, 4, 0), at(63, 63, 63)};
+    RCDStore store(&unitCalc(), cells);
+    std::vector<RCD> all;
+    store.getAllRCD(all);
+    EXPECT_EQ(all, (std::vector<RCD>{at(0, 4, 0), at(1, 3, 1), at(2, 3, 1), at(63, 63, 63), at(65, 0, 0)}));
+    for (const RCD r : cells)
+        clear(store, r);
+    all.clear();
+    store.getAllRCD(all);
+    EXPECT_TRUE(all.empty());
+}
+
+TEST(Occupancy, BitsOfABlock)
+{
+    BlockBits::LayerPool pool;
+    pool.init(4, -1);
+    BlockBits bits(pool), other(pool);
+    bits.reset(70000); // in a layer that nothing was set in
+    bits.set(70000);
+    bits.set(BlockBits::size - 1);
+    EXPECT_TRUE(bits[70000] && bits.test(BlockBits::size - 1));
+    EXPECT_FALSE(bits[70001] || bits[70000 - 64] || other[70000]);
+    bits.reset(70000);
+    EXPECT_FALSE(bits[70000]);
+    bits.reset();
+    EXPECT_FALSE(bits[BlockBits::size - 1]);
+
+    unsigned x, y, z;
+    RCDMatrix::addressToXYZ(RCDMatrix::rcdToAddress(at(64 + 5, 128 + 6, 192 + 7)), x, y, z);
+    EXPECT_EQ(std::vector<unsigned>({x, y, z}), std::vector<unsigned>({5, 6, 7}));
+}
+
+TEST(Occupancy, MisuseOfABlockIsReported)
+{
+    BlockBits::LayerPool pool;
+    pool.init(4, -1);
+    RCDMatrix matrix(pool), neig(pool);
+    for (const RCD outside : {at(64, 0, 0), at(0, 64, 0), at(0, 0, 64)})
+    {
+        std::vector<std::pair<RCD, RCD>> list = {{0, outside}};
+        try
+        {
+            matrix.store(list, 0, 1);
+            ADD_FAILURE() << outside;
+        }
+        catch (const std::out_of_range& e)
+        {
+            EXPECT_STREQ(e.what(), "bitset::set");
+        }
+    }
+
+    matrix.setNeigMtx(-1, 0, 1, &neig);
+    EXPECT_EQ(matrix.aNeigMtx[0][1][2], &neig);
+    testing::internal::CaptureStdout();
+    EXPECT_THROW(matrix.setNeigMtx(-1, 0, 1, &neig), ZavBugException);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("[ aNeigMtx[offx+1][offy+1][offz+1]==__null failed ]"),
+              std::string::npos);
+}
+
+TEST(Occupancy, NeighbourBlocks)
+{
+    std::vector<RCD> none;
+    const RCDStore store(&unitCalc(), none);
+    const RCD upper = at(640, 1280, 64);
+    EXPECT_EQ(store.getUpperNeigPart(upper, 1, -1, 1), at(704, 1216, 128));
+    EXPECT_EQ(store.getUpperNeigPart(upper, -1, 0, -1), at(576, 1280, 0));
+    EXPECT_EQ(store.getUpperNeigPart(upper, 2, -2, 7), upper);
+}
+
+TEST(Occupancy, CellOutsideOfAllBlocksGivesAWarning)
+{
+    std::vector<RCD> none, one = {at(1, 1, 1)};
+    const RCDStore empty(&unitCalc(), none), store(&unitCalc(), one);
+    RCDMatrix* const pMatrix = store.getRCDMatrix(one[0]);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(empty.getRCDMatrix(one[0]), nullptr);
+    EXPECT_EQ(store.getRCDMatrix(at(64, 1, 1)), nullptr);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_NE(printed.find("WARNING: No matrix"), std::string::npos);
+    EXPECT_NE(printed.find("WARNING: No matrix", printed.size() / 2), std::string::npos);
+    EXPECT_EQ(store.getRCDMatrix(one[0]), pMatrix);
+}
+
+TEST(Occupancy, TheCacheOfAThreadNeverAnswersForAnotherStore)
+{
+    std::vector<RCD> cells = {at(1, 1, 1), at(100, 1, 1)};
+    RCDStore first(&unitCalc(), cells), second(&unitCalc(), cells);
+    std::vector<RCDMatrix*> here;
+    const auto ask = [&]
+    {
+        std::vector<RCDMatrix*> answers;
+        for (const RCD r : cells)
+            for (const RCDStore* pStore : {&first, &second, &first})
+                answers.push_back(pStore->getRCDMatrix(r));
+        return answers;
+    };
+    here = ask();
+    EXPECT_EQ(here[0], here[2]);
+    EXPECT_NE(here[0], here[1]);
+    EXPECT_NE(here[0], here[3]);
+    std::vector<RCDMatrix*> there;
+    std::thread([&] { there = ask(); }).join();
+    EXPECT_EQ(here, there);
+    const unsigned label = RCDStore::getLabel();
+    EXPECT_EQ(RCDStore::getLabel(), label + 1);
+}
+
+TEST(Occupancy, IsolatedCellsStaySmall)
+{
+    // With a full block for each of these cells the store would need 600 MiB.
+    std::vector<RCD> cells;
+    for (u64 i = 0; i < 20000; ++i)
+        cells.push_back(at(5000 + 64 * (i % 50), 5000 + 64 * (i / 50 % 20), 5000 + 64 * (i / 1000)));
+    const RCDStore store(&unitCalc(), cells);
+    size_t numLayers = 0;
+    for (const RCD r : cells)
+        for (unsigned z = 0; z < 64; ++z)
+            numLayers += store.getRCDMatrix(r)->bits.hasLayer(z) ? 1 : 0;
+    EXPECT_EQ(numLayers, cells.size());
+}

@@ -1,0 +1,421 @@
+// The removal loops against plain versions of themselves on sets and multimaps.
+#include "RemoveDeciderFast.h"
+
+#include "vectorHelpers.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <set>
+
+using namespace MIRT_ZAV;
+
+namespace
+{
+using Weighted = std::pair<double, RCD>;
+using RCDPoints = RemoveDeciderFast::RCDPoints;
+
+Calc& unitCalc()
+{
+    static Calc calc(0.0, 0.0, 0.0, 2097152.0, 2097152.0, 2097152.0, 21);
+    return calc;
+}
+
+constexpr RCD at(u64 x, u64 y, u64 z)
+{
+    return rcd::fromXYZ(x, y, z);
+}
+
+std::vector<RCD> box(RCD lowest, RCD highest)
+{
+    std::vector<RCD> cells;
+    for (u64 x = rcd::getX(lowest); x <= rcd::getX(highest); ++x)
+        for (u64 y = rcd::getY(lowest); y <= rcd::getY(highest); ++y)
+            for (u64 z = rcd::getZ(lowest); z <= rcd::getZ(highest); ++z)
+                cells.push_back(at(x, y, z));
+    return cells;
+}
+
+/// A rough shell of a sphere around a corner of blocks. Points stand on a coarse raster, so that weights are often
+/// equal.
+RCDPoints noisyShell(unsigned seed, double radius, double noise, int numPoints)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<double> normal;
+    RCDPoints points;
+    for (int i = 0; i < numPoints; ++i)
+    {
+        const Vector3 direction(normal(random), normal(random), normal(random));
+        const Vector3 v = direction * ((radius + noise * normal(random)) / direction.length());
+        const auto raster = [](double x) { return 5120.0 + std::round(8.0 * x) / 8.0; };
+        const Point3 p(raster(v.x()), raster(v.y()), raster(v.z()));
+        points.emplace_back(unitCalc().getRCD(&p), p);
+    }
+    std::sort(points.begin(), points.end());
+    points.erase(std::unique(points.begin(), points.end(), [](auto& a, auto& b) { return a.first == b.first; }),
+                 points.end());
+    return points;
+}
+
+std::vector<RCD> cellsOf(const RCDPoints& points)
+{
+    std::vector<RCD> cells;
+    for (const auto& entry : points)
+        cells.push_back(entry.first);
+    return cells;
+}
+
+/// Occupied cells as a set, with the same questions.
+struct PlainCells
+{
+    std::set<RCD> alive;
+
+    static RCD neig(RCD r, unsigned position)
+    {
+        return r + (RCD(position % 3) - 1) * rcd::xUnit + (RCD(position / 3 % 3) - 1) * rcd::yUnit +
+               (RCD(position / 9) - 1);
+    }
+    bool has(RCD r, unsigned position) const { return alive.count(neig(r, position)) != 0; }
+    std::vector<RCD> neigs(RCD r, std::initializer_list<unsigned> positions) const
+    {
+        std::vector<RCD> found;
+        for (const unsigned position : positions)
+            if (has(r, position))
+                found.push_back(neig(r, position));
+        return found;
+    }
+    std::vector<RCD> neigs6(RCD r) const { return neigs(r, {12, 14, 10, 16, 4, 22}); }
+    std::vector<RCD> neigs26(RCD r) const
+    {
+        return neigs(r, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26});
+    }
+    unsigned index(RCD r) const
+    {
+        unsigned bits = 0;
+        for (unsigned position = 0; position < 27 && alive.count(r) != 0; ++position)
+            if (position != 13 && has(r, position))
+                bits |= 1u << (position < 13 ? position : position - 1);
+        return bits;
+    }
+    double weight(const RCDPoints& points, RCD r) const
+    {
+        const auto isThis = [r](const auto& entry) { return entry.first == r; };
+        const Point3 p = std::lower_bound(points.begin(), points.end(), r,
+                                          [](const auto& entry, RCD cell) { return entry.first < cell; })
+                             ->second;
+        EXPECT_TRUE(std::any_of(points.begin(), points.end(), isThis));
+        const double x = p.x() - (static_cast<double>(rcd::getX(r)) + 0.5);
+        const double y = p.y() - (static_cast<double>(rcd::getY(r)) + 0.5);
+        const double z = p.z() - (static_cast<double>(rcd::getZ(r)) + 0.5);
+        return static_cast<double>(neigs6(r).size()) + 1.0 - std::sqrt(x * x + y * y + z * z);
+    }
+};
+
+/// prunePrioq step by step; the removed cells in the order of their removal.
+std::vector<RCD> plainPrunePrioq(PlainCells& cells, const RCDPoints& points, const std::vector<RCD>& vRCD,
+                                 bool killBorders)
+{
+    std::vector<RCD> removed;
+    const std::set<RCD> known(vRCD.begin(), vRCD.end());
+    std::set<RCD> candidates = known;
+    while (!candidates.empty())
+    {
+        std::set<Weighted> sorted;
+        for (const RCD r : candidates)
+            sorted.emplace(cells.weight(points, r), r);
+        std::multimap<double, RCD> queue(sorted.begin(), sorted.end());
+        candidates.clear();
+        std::set<RCD> killed;
+        while (!queue.empty())
+        {
+            const RCD r = queue.begin()->second;
+            queue.erase(queue.begin());
+            const unsigned index = cells.index(r);
+            if (cells.alive.count(r) == 0 || (!killBorders && borderBit(index)) || gapBit(index))
+                continue;
+            cells.alive.erase(r);
+            killed.insert(r);
+            removed.push_back(r);
+            for (const RCD neig : cells.neigs6(r))
+                if (vRCD.size() >= points.size() || known.count(neig) != 0)
+                    queue.emplace(cells.weight(points, neig), neig);
+            for (const RCD neig : cells.neigs26(r))
+                if (known.count(neig) != 0)
+                    candidates.insert(neig);
+        }
+        for (const RCD r : killed)
+            candidates.erase(r);
+        if (killed.empty())
+            break;
+    }
+    return removed;
+}
+
+/// pruneByDistance step by step, with the heap of the standard library.
+std::vector<RCD> plainPruneByDistance(PlainCells& cells, PruningMode mode, std::vector<Weighted> list)
+{
+    std::stable_sort(list.begin(), list.end(), [](auto& a, auto& b) { return a.second < b.second; });
+    std::stable_sort(list.begin(), list.end(), [](auto& a, auto& b) { return a.first > b.first; });
+    const auto isNearer = [](const Weighted& a, const Weighted& b) { return a.first < b.first; };
+    std::vector<Weighted> heap;
+    const auto push = [&](const Weighted& entry)
+    {
+        heap.push_back(entry);
+        std::push_heap(heap.begin(), heap.end(), isNearer);
+    };
+    std::for_each(list.begin(), list.end(), push);
+    std::vector<RCD> killed;
+    std::map<RCD, double> aside;
+    while (!heap.empty())
+    {
+        std::pop_heap(heap.begin(), heap.end(), isNearer);
+        const auto [distance, r] = heap.back();
+        heap.pop_back();
+        if (cells.alive.count(r) == 0)
+            continue;
+        const unsigned index = cells.index(r);
+        const bool bInside = cells.neigs6(r).size() == 6;
+        if (mode == PM_PRUNE_BORDERS && !bInside && !borderBit(index))
+            continue;
+        if (bInside || (mode == PM_PRUNE_AREA && borderBit(index)) || gapBit(index))
+        {
+            aside.emplace(r, distance);
+            continue;
+        }
+        cells.alive.erase(r);
+        killed.push_back(r);
+        for (const RCD neig : cells.neigs26(r))
+            if (aside.count(neig) != 0)
+                push({aside[neig], neig});
+    }
+    return killed;
+}
+
+std::vector<RCD> sortedCopy(std::vector<RCD> v)
+{
+    std::sort(v.begin(), v.end());
+    return v;
+}
+
+/// Runs f with several CPU counts and puts the old one back.
+template <class F>
+void forCPUCounts(const F& f)
+{
+    const int before = getGlobalNumCPU();
+    for (const int numCPU : {1, 2, 3, 7})
+    {
+        getSetGlobalNumCPU(numCPU);
+        SCOPED_TRACE(numCPU);
+        f();
+    }
+    getSetGlobalNumCPU(before);
+}
+
+void expectLikePlain(const RCDPoints& points, std::vector<RCD> vRCD, bool killBorders)
+{
+    std::vector<RCD> cells = cellsOf(points);
+    PlainCells plain{{cells.begin(), cells.end()}};
+    const std::vector<RCD> expected = sortedCopy(plainPrunePrioq(plain, points, vRCD, killBorders));
+    forCPUCounts(
+        [&]
+        {
+            RemoveDeciderFast decider(cells, &unitCalc());
+            std::vector<RCD> kept, removed, alive;
+            EXPECT_EQ(decider.prunePrioq(points, vRCD, kept, removed, killBorders, false), expected.size());
+            EXPECT_EQ(removed, expected);
+            removeVec(removed, kept);
+            EXPECT_EQ(removed, expected);
+            EXPECT_EQ(kept.size(), vRCD.size() - expected.size());
+            decider.getAliveRCD(alive);
+            EXPECT_EQ(alive, std::vector<RCD>(plain.alive.begin(), plain.alive.end()));
+        });
+}
+} // namespace
+
+TEST(PrunePrioq, MatchesThePlainLoop)
+{
+    for (const unsigned seed : {1u, 2u, 3u})
+    {
+        const RCDPoints points = noisyShell(seed, 7.0, 0.8, 3000);
+        expectLikePlain(points, cellsOf(points), false);
+        expectLikePlain(points, cellsOf(points), true);
+        // A part of the cells only: the others stay, and are no reason to weigh anything again.
+        std::vector<RCD> some = cellsOf(points);
+        some.erase(std::remove_if(some.begin(), some.end(), [](RCD r) { return rcd::getZ(r) % 5 == 0; }), some.end());
+        expectLikePlain(points, some, false);
+    }
+}
+
+TEST(PrunePrioq, LeavesWhatMustStay)
+{
+    for (const std::vector<RCD>& shape : {std::vector<RCD>{at(9, 9, 9)}, box(at(60, 60, 60), at(66, 66, 66))})
+    {
+        std::vector<RCD> cells = shape, kept, removed;
+        RCDPoints points;
+        for (const RCD r : cells)
+            points.emplace_back(r, unitCalc().getCenter(r));
+        RemoveDeciderFast decider(cells, &unitCalc());
+        EXPECT_EQ(decider.prunePrioq(points, cells, kept, removed, false, false), 0u);
+        EXPECT_EQ(kept, cells);
+        EXPECT_TRUE(removed.empty());
+    }
+}
+
+TEST(PrunePrioq, QueueHoldsEqualWeightsByCell)
+{
+    const RCDPoints points = noisyShell(4, 6.0, 0.7, 2500);
+    std::vector<RCD> cells = cellsOf(points);
+    const RemoveDeciderFast decider(cells, &unitCalc());
+    std::vector<Weighted> expected;
+    for (const RCD r : cells)
+        expected.emplace_back(decider.getWeight(points, r), r);
+    std::sort(expected.begin(), expected.end());
+    std::vector<RCD> shuffled = cells;
+    std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(5));
+    forCPUCounts(
+        [&]
+        {
+            std::multimap<double, RCD> queue;
+            decider.createPrioq(shuffled, points, queue);
+            EXPECT_TRUE(std::equal(queue.begin(), queue.end(), expected.begin(), expected.end(),
+                                   [](auto& a, auto& b) { return a.first == b.first && a.second == b.second; }));
+        });
+
+    RCDPoints thinned = points;
+    thinned.erase(thinned.begin() + 100);
+    std::multimap<double, RCD> queue;
+    testing::internal::CaptureStdout();
+    EXPECT_THROW(decider.createPrioq(cells, thinned, queue), ZavBugException);
+    testing::internal::GetCapturedStdout();
+}
+
+TEST(PrunePrioq, GivenWeightsDecideTheOrder)
+{
+    // Killing borders of a flat strip of two rows: what goes last is what stays.
+    std::vector<RCD> cells = box(at(9, 9, 9), at(9, 10, 9));
+    RCDPoints points;
+    for (const RCD r : cells)
+        points.emplace_back(r, unitCalc().getCenter(r));
+    for (const int first : {0, 1})
+    {
+        std::vector<std::pair<RCD, int>> cards = {{cells[0], first}, {cells[1], 1 - first}};
+        RemoveDeciderFast decider(cells, &unitCalc());
+        decider.set(&cards);
+        std::multimap<double, RCD> queue;
+        decider.createPrioq(cells, points, queue);
+        EXPECT_EQ(queue.begin()->second, cells[static_cast<size_t>(first)]);
+        std::vector<RCD> kept, removed;
+        EXPECT_EQ(decider.prunePrioq(points, cells, kept, removed, true, false), 2u);
+    }
+}
+
+TEST(PruneByDistance, MatchesThePlainLoop)
+{
+    for (const unsigned seed : {6u, 7u})
+    {
+        std::vector<RCD> cells = cellsOf(noisyShell(seed, 7.0, 1.2, 6000));
+        std::vector<Weighted> list;
+        std::mt19937 random(seed);
+        for (const RCD r : cells)
+            if (random() % 5 != 0) // the rest is protected
+                list.emplace_back(static_cast<double>(random() % 6), r);
+        list.insert(list.end(), list.begin(), list.begin() + 50); // queued twice
+        std::shuffle(list.begin(), list.end(), random);
+
+        PlainCells plain{{cells.begin(), cells.end()}};
+        std::vector<std::vector<RCD>> expected;
+        for (const PruningMode mode : {PM_PRUNE_BORDERS, PM_PRUNE_AREA})
+            expected.push_back(plainPruneByDistance(plain, mode, list));
+        ASSERT_FALSE(expected[0].empty() || expected[1].empty());
+
+        forCPUCounts(
+            [&]
+            {
+                RemoveDeciderFast decider(cells, &unitCalc());
+                std::vector<RCD> kept = {1}, killed = {1};
+                std::vector<Weighted> dist = list;
+                EXPECT_EQ(decider.pruneByDistance(PM_PRUNE_BORDERS, dist, kept, killed), expected[0].size());
+                EXPECT_EQ(killed, sortedCopy(expected[0]));
+                EXPECT_TRUE(
+                    std::is_sorted(dist.begin(), dist.end(), [](auto& a, auto& b) { return a.first > b.first; }));
+                EXPECT_EQ(dist.size(), list.size());
+
+                // The second call names the cells that the first one killed, and doesn't count them.
+                EXPECT_EQ(decider.pruneByDistance(PM_PRUNE_AREA, dist, kept, killed), expected[1].size());
+                EXPECT_EQ(killed.size(), expected[0].size() + expected[1].size());
+                EXPECT_EQ(kept.size() + killed.size(), list.size() - 50);
+            });
+    }
+}
+
+TEST(PruneByDistance, CellsWaitAndComeBackOrAreGivenUp)
+{
+    // The middle of a small block is the farthest, but waits until a face neighbour has gone.
+    std::vector<RCD> cells = box(at(62, 62, 62), at(64, 64, 64));
+    const RCD middle = at(63, 63, 63);
+    std::vector<Weighted> list;
+    for (const RCD r : cells)
+        list.emplace_back(r == middle ? 2.0 : 1.0, r);
+    RemoveDeciderFast decider(cells, &unitCalc());
+    std::vector<RCD> kept, killed;
+    decider.pruneByDistance(PM_PRUNE_BORDERS, list, kept, killed);
+    EXPECT_TRUE(decider.isDoomed(middle));
+    EXPECT_TRUE(std::binary_search(killed.begin(), killed.end(), middle));
+
+    // A gap cell of a sheet with an empty face is dropped: it stays, though its neighbours go and it becomes a rim.
+    std::vector<RCD> sheet = box(at(62, 62, 62), at(64, 64, 62));
+    list.clear();
+    for (const RCD r : sheet)
+        list.emplace_back(r == at(63, 63, 62) ? 2.0 : 1.0, r);
+    RemoveDeciderFast sheetDecider(sheet, &unitCalc());
+    EXPECT_EQ(sheetDecider.pruneByDistance(PM_PRUNE_BORDERS, list, kept, killed), 8u);
+    EXPECT_EQ(kept, std::vector<RCD>{at(63, 63, 62)});
+    EXPECT_TRUE(sheetDecider.isBorder(kept[0]));
+
+    list.clear();
+    EXPECT_EQ(decider.pruneByDistance(PM_PRUNE_AREA, list, kept, killed), 0u);
+    EXPECT_TRUE(kept.empty() && killed.empty());
+}
+
+TEST(SmallBorderPieces, SizeLimit)
+{
+    // Strips one cell wide are border all along.
+    for (const u64 length : {40, 41})
+    {
+        std::vector<RCD> cells = box(at(100, 100, 100), at(100, 100, 99 + length)), removed;
+        RemoveDeciderFast decider(cells, &unitCalc());
+        EXPECT_EQ(decider.prePruneSmallBorderCCs(removed), length == 40 ? 40u : 0u);
+        EXPECT_EQ(removed.size(), length == 40 ? 40u : 0u);
+    }
+}
+
+TEST(SmallBorderPieces, ReturnWhenTheBorderWouldSpread)
+{
+    // The rim of a sheet: without it, the next ring would be rim.
+    std::vector<RCD> sheet = box(at(62, 62, 62), at(66, 66, 62)), area, border, removed;
+    RemoveDeciderFast decider(sheet, &unitCalc());
+    decider.detectAreaAndBorder(area, border);
+    ASSERT_EQ(border.size(), 16u);
+    std::reverse(border.begin(), border.end());
+    EXPECT_EQ(decider.tryRemoveBorderCC(border, removed), 0u);
+    EXPECT_TRUE(std::is_sorted(border.begin(), border.end()));
+    EXPECT_EQ(decider.getNumKilled(), 0);
+    std::vector<RCD> alive;
+    decider.getAliveRCD(alive);
+    EXPECT_EQ(alive, sheet);
+    EXPECT_TRUE(removed.empty());
+}
+
+TEST(SmallBorderPieces, PrePruningCountsInPrunePrioq)
+{
+    std::vector<RCD> cells = box(at(10, 10, 10), at(10, 10, 14)), kept, removed;
+    RCDPoints points;
+    for (const RCD r : cells)
+        points.emplace_back(r, unitCalc().getCenter(r));
+    RemoveDeciderFast decider(cells, &unitCalc());
+    EXPECT_EQ(decider.prunePrioq(points, cells, kept, removed, false, true), 5u);
+    EXPECT_EQ(removed, cells);
+    EXPECT_TRUE(kept.empty());
+}
