@@ -1,6 +1,7 @@
 // The removal loops against plain versions of themselves on sets and multimaps.
 #include "RemoveDeciderFast.h"
 
+#include "plain_cells.h"
 #include "vectorHelpers.h"
 
 #include <gtest/gtest.h>
@@ -16,27 +17,6 @@ namespace
 {
 using Weighted = std::pair<double, RCD>;
 using RCDPoints = RemoveDeciderFast::RCDPoints;
-
-Calc& unitCalc()
-{
-    static Calc calc(0.0, 0.0, 0.0, 2097152.0, 2097152.0, 2097152.0, 21);
-    return calc;
-}
-
-constexpr RCD at(u64 x, u64 y, u64 z)
-{
-    return rcd::fromXYZ(x, y, z);
-}
-
-std::vector<RCD> box(RCD lowest, RCD highest)
-{
-    std::vector<RCD> cells;
-    for (u64 x = rcd::getX(lowest); x <= rcd::getX(highest); ++x)
-        for (u64 y = rcd::getY(lowest); y <= rcd::getY(highest); ++y)
-            for (u64 z = rcd::getZ(lowest); z <= rcd::getZ(highest); ++z)
-                cells.push_back(at(x, y, z));
-    return cells;
-}
 
 /// A rough shell of a sphere around a corner of blocks. Points stand on a coarse raster, so that weights are often
 /// equal.
@@ -67,64 +47,33 @@ std::vector<RCD> cellsOf(const RCDPoints& points)
     return cells;
 }
 
-/// Occupied cells as a set, with the same questions.
-struct PlainCells
+unsigned indexOf(const PlainCells& cells, RCD r)
 {
-    std::set<RCD> alive;
+    return static_cast<unsigned>(getAlternativeBitmap(cells.configuration(r)));
+}
 
-    static RCD neig(RCD r, unsigned position)
-    {
-        return r + (RCD(position % 3) - 1) * rcd::xUnit + (RCD(position / 3 % 3) - 1) * rcd::yUnit +
-               (RCD(position / 9) - 1);
-    }
-    bool has(RCD r, unsigned position) const { return alive.count(neig(r, position)) != 0; }
-    std::vector<RCD> neigs(RCD r, std::initializer_list<unsigned> positions) const
-    {
-        std::vector<RCD> found;
-        for (const unsigned position : positions)
-            if (has(r, position))
-                found.push_back(neig(r, position));
-        return found;
-    }
-    std::vector<RCD> neigs6(RCD r) const { return neigs(r, {12, 14, 10, 16, 4, 22}); }
-    std::vector<RCD> neigs26(RCD r) const
-    {
-        return neigs(r, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26});
-    }
-    unsigned index(RCD r) const
-    {
-        unsigned bits = 0;
-        for (unsigned position = 0; position < 27 && alive.count(r) != 0; ++position)
-            if (position != 13 && has(r, position))
-                bits |= 1u << (position < 13 ? position : position - 1);
-        return bits;
-    }
-    double weight(const RCDPoints& points, RCD r) const
-    {
-        const auto isThis = [r](const auto& entry) { return entry.first == r; };
-        const Point3 p = std::lower_bound(points.begin(), points.end(), r,
-                                          [](const auto& entry, RCD cell) { return entry.first < cell; })
-                             ->second;
-        EXPECT_TRUE(std::any_of(points.begin(), points.end(), isThis));
-        const double x = p.x() - (static_cast<double>(rcd::getX(r)) + 0.5);
-        const double y = p.y() - (static_cast<double>(rcd::getY(r)) + 0.5);
-        const double z = p.z() - (static_cast<double>(rcd::getZ(r)) + 0.5);
-        return static_cast<double>(neigs6(r).size()) + 1.0 - std::sqrt(x * x + y * y + z * z);
-    }
-};
+double weightOf(const PlainCells& cells, const std::map<RCD, Point3>& points, RCD r)
+{
+    const Point3& p = points.at(r);
+    const double x = p.x() - (static_cast<double>(rcd::getX(r)) + 0.5);
+    const double y = p.y() - (static_cast<double>(rcd::getY(r)) + 0.5);
+    const double z = p.z() - (static_cast<double>(rcd::getZ(r)) + 0.5);
+    return static_cast<double>(cells.neigs6(r).size()) + 1.0 - std::sqrt(x * x + y * y + z * z);
+}
 
 /// prunePrioq step by step; the removed cells in the order of their removal.
 std::vector<RCD> plainPrunePrioq(PlainCells& cells, const RCDPoints& points, const std::vector<RCD>& vRCD,
                                  bool killBorders)
 {
     std::vector<RCD> removed;
+    const std::map<RCD, Point3> pointOf(points.begin(), points.end());
     const std::set<RCD> known(vRCD.begin(), vRCD.end());
     std::set<RCD> candidates = known;
     while (!candidates.empty())
     {
         std::set<Weighted> sorted;
         for (const RCD r : candidates)
-            sorted.emplace(cells.weight(points, r), r);
+            sorted.emplace(weightOf(cells, pointOf, r), r);
         std::multimap<double, RCD> queue(sorted.begin(), sorted.end());
         candidates.clear();
         std::set<RCD> killed;
@@ -132,7 +81,7 @@ std::vector<RCD> plainPrunePrioq(PlainCells& cells, const RCDPoints& points, con
         {
             const RCD r = queue.begin()->second;
             queue.erase(queue.begin());
-            const unsigned index = cells.index(r);
+            const unsigned index = indexOf(cells, r);
             if (cells.alive.count(r) == 0 || (!killBorders && borderBit(index)) || gapBit(index))
                 continue;
             cells.alive.erase(r);
@@ -140,7 +89,7 @@ std::vector<RCD> plainPrunePrioq(PlainCells& cells, const RCDPoints& points, con
             removed.push_back(r);
             for (const RCD neig : cells.neigs6(r))
                 if (vRCD.size() >= points.size() || known.count(neig) != 0)
-                    queue.emplace(cells.weight(points, neig), neig);
+                    queue.emplace(weightOf(cells, pointOf, neig), neig);
             for (const RCD neig : cells.neigs26(r))
                 if (known.count(neig) != 0)
                     candidates.insert(neig);
@@ -175,7 +124,7 @@ std::vector<RCD> plainPruneByDistance(PlainCells& cells, PruningMode mode, std::
         heap.pop_back();
         if (cells.alive.count(r) == 0)
             continue;
-        const unsigned index = cells.index(r);
+        const unsigned index = indexOf(cells, r);
         const bool bInside = cells.neigs6(r).size() == 6;
         if (mode == PM_PRUNE_BORDERS && !bInside && !borderBit(index))
             continue;
@@ -289,26 +238,6 @@ TEST(PrunePrioq, QueueHoldsEqualWeightsByCell)
     testing::internal::CaptureStdout();
     EXPECT_THROW(decider.createPrioq(cells, thinned, queue), ZavBugException);
     testing::internal::GetCapturedStdout();
-}
-
-TEST(PrunePrioq, GivenWeightsDecideTheOrder)
-{
-    // Killing borders of a flat strip of two rows: what goes last is what stays.
-    std::vector<RCD> cells = box(at(9, 9, 9), at(9, 10, 9));
-    RCDPoints points;
-    for (const RCD r : cells)
-        points.emplace_back(r, unitCalc().getCenter(r));
-    for (const int first : {0, 1})
-    {
-        std::vector<std::pair<RCD, int>> cards = {{cells[0], first}, {cells[1], 1 - first}};
-        RemoveDeciderFast decider(cells, &unitCalc());
-        decider.set(&cards);
-        std::multimap<double, RCD> queue;
-        decider.createPrioq(cells, points, queue);
-        EXPECT_EQ(queue.begin()->second, cells[static_cast<size_t>(first)]);
-        std::vector<RCD> kept, removed;
-        EXPECT_EQ(decider.prunePrioq(points, cells, kept, removed, true, false), 2u);
-    }
 }
 
 TEST(PruneByDistance, MatchesThePlainLoop)
