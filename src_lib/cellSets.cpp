@@ -51,8 +51,9 @@ std::vector<RCD> getNextLayer(const std::vector<RCD>& layer, const std::vector<R
                 ++cursor[i];
                 head[i] = headAt(i);
             }
-        const bool bKnown = isIn(itLayer, layer.end(), r) | isIn(itPrevious, previous.end(), r);
-        if (!bKnown)
+        const bool bInLayer = isIn(itLayer, layer.end(), r);
+        const bool bInPrevious = isIn(itPrevious, previous.end(), r);
+        if (!bInLayer && !bInPrevious)
             next.push_back(r);
     }
 }

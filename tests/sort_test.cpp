@@ -93,6 +93,14 @@ TEST(SortMT, IntegerKeys)
     expectSortsAtAllSizes([](auto& random) { return (random() % 4000) << 42 | (random() % 4000); }, std::less<>());
 }
 
+TEST(SortMT, PointerKeys)
+{
+    static const char text[5000] = {};
+    expectSortsAtAllSizes([](auto& random) { return &text[random() % sizeof(text)]; }, std::less<>());
+    expectSortsAtAllSizes([](auto& random) { return std::make_pair(&text[random() % 50], int(random() % 50)); },
+                          std::less<>());
+}
+
 TEST(SortMT, DoubleKeys)
 {
     const double infinity = std::numeric_limits<double>::infinity();
