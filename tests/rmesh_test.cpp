@@ -397,7 +397,9 @@ TEST(RMesh, WindingAndNormals)
     for (int i = 0; i < 3; ++i)
         EXPECT_FALSE(neighbour.getRE(i)->has(neighbour.getCorner(i)));
     // The cache outlives a move of a vertex, but not a collapse.
+    fan.vtx[2]->setColor(1, 2, 3, 4);
     fan.mesh.updateVertex(fan.vtx[2], Point3(0, 0, 7));
+    EXPECT_TRUE(fan.vtx[2]->hasColor() && fan.vtx[2]->z() == 7.0);
     EXPECT_EQ(neighbour.getNNV(ok).z(), -1.0);
     EXPECT_EQ(neighbour.getICI(fan.vtx[0], fan.vtx[2]), neighbour.getICI(fan.vtx[3]));
     EXPECT_EQ(neighbour.getThirdPoint(fan.vtx[3], fan.vtx[0]), fan.vtx[2]);
