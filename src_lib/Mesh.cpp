@@ -1,14 +1,10 @@
 #include "Mesh.h"
 
 #include "RMesh.h"
+#include "plyMesh.h"
 #include "tools.h"
 
 #include <algorithm>
-
-namespace PLY
-{
-bool writePly(MIRT_ZAV::RMesh* pRMesh, const std::string& path, bool bAscii);
-}
 
 namespace MIRT_ZAV
 {
