@@ -50,4 +50,17 @@ BlockBuffer::int_type BlockBuffer::underflow()
     return atEnd() ? traits_type::eof() : traits_type::to_int_type(*gptr());
 }
 
+std::int64_t bytesLeft(std::istream& is)
+{
+    is.clear(); // a stream that was read to its end can tell, too
+    const std::istream::pos_type here = is.tellg();
+    if (here == std::istream::pos_type(-1))
+        return -1;
+    is.seekg(0, std::ios::end);
+    const std::int64_t left = static_cast<std::int64_t>(is.tellg() - here);
+    is.clear();
+    is.seekg(here);
+    return left;
+}
+
 } // namespace MIRT_ZAV

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <istream>
 #include <streambuf>
 #include <vector>
@@ -40,5 +41,9 @@ private:
     std::istream& source;
     std::vector<char> block;
 };
+
+/// The number of bytes from the stream's position to its end, or a negative number when the stream can't tell, such as
+/// a pipe. The position stays; error states are cleared.
+std::int64_t bytesLeft(std::istream& is);
 
 } // namespace MIRT_ZAV

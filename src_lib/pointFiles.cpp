@@ -92,6 +92,8 @@ class BinaryPoints
 public:
     BinaryPoints(std::istream& stream, bool is3D) : in(stream), numBytes(is3D ? 24 : 16) {}
 
+    size_t rowBytes() const { return numBytes; }
+
     /// Appends up to n points, as many as are complete; returns their number.
     std::uint64_t readComplete(std::uint64_t n, std::vector<Point3>& vPoints)
     {
@@ -177,7 +179,10 @@ bool readPoints_BIN(const char* path, std::vector<Point3>& vPoints)
         return true; // the file was open, which is all that the result says
     }
     const std::uint64_t numPoints = readValue<std::uint64_t>(file);
+    const std::int64_t left = bytesLeft(file);
     BinaryPoints points(file, fileType == fileType3D);
+    if (left > 0)
+        reserveMore(vPoints, std::min<std::uint64_t>(numPoints, static_cast<std::uint64_t>(left) / points.rowBytes()));
     const std::uint64_t numMissing = numPoints - points.readComplete(numPoints, vPoints);
     if (numMissing <= toleratedShortfall)
         points.appendMissing(numMissing, vPoints);

@@ -20,20 +20,6 @@ constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 24;
 /// triangle, 8 for the two of a number in text.
 constexpr std::uint64_t maxExpansion = 16;
 
-/// The number of bytes from the stream's position to its end, or -1 when the stream can't tell.
-std::int64_t bytesLeft(std::istream& is)
-{
-    is.clear(); // a header without an end leaves the stream at its end
-    const std::istream::pos_type here = is.tellg();
-    if (here == std::istream::pos_type(-1))
-        return -1;
-    is.seekg(0, std::ios::end);
-    const std::int64_t left = static_cast<std::int64_t>(is.tellg() - here);
-    is.clear();
-    is.seekg(here);
-    return left;
-}
-
 /// The number of entries of a list, from the value that stands before them.
 std::uint64_t listCountFrom(Type listType, const std::uint8_t* bytes)
 {
@@ -106,7 +92,7 @@ private:
 };
 void PlyFile::PlyFileImpl::read(std::istream& is)
 {
-    const std::int64_t left = bytesLeft(is);
+    const std::int64_t left = MIRT_ZAV::bytesLeft(is);
     if (left >= 0)
         return readSeekable(is, static_cast<std::uint64_t>(left));
     is.clear(); // a pipe: its length isn't known before it has been read

@@ -480,7 +480,7 @@ TEST_F(Formats, PlyColorsAndTypes)
     readOne("property float x\nproperty float y\n", "1 2", false);
 }
 
-TEST_F(Formats, AdaptTo255KeepsBytesAndRefusesNothing)
+TEST_F(Formats, AdaptTo255LeavesBytesAsTheyAre)
 {
     std::vector<PLY::VtxColor> colors = {{1.5f, 200.5f, 0, 255}, {3, 4, 5, 6}};
     PLY::adaptTo255(colors);
