@@ -1,0 +1,54 @@
+// Whole runs on a synthetic cloud: what a reconstruction costs per point, from the call to the finished mesh.
+
+#include "zav_api.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+using namespace MIRT_ZAV;
+
+namespace
+{
+/// A torus with some noise across it, sampled at random.
+std::vector<Point3> getTorus(size_t n)
+{
+    std::mt19937_64 random(5);
+    std::uniform_real_distribution<double> angle(0.0, 2.0 * M_PI);
+    std::normal_distribution<double> noise(0.0, 0.3 * std::sqrt(12.0 * M_PI * M_PI / double(n)));
+    std::vector<Point3> points;
+    points.reserve(n);
+    for (size_t i = 0; i < n; ++i)
+    {
+        const double u = angle(random), v = angle(random), tube = 1.0 + noise(random), r = 3.0 + tube * std::cos(v);
+        points.emplace_back(r * std::cos(u), r * std::sin(u), tube * std::sin(v));
+    }
+    return points;
+}
+
+void reconstruct(benchmark::State& state)
+{
+    std::vector<Point3> points = getTorus(size_t(state.range(0)));
+    const int numCPU = getGlobalNumCPU();
+    destroySingletons();
+    setGlobalNumCPU(int(state.range(1)));
+    size_t numTriangles = 0;
+    for (auto _ : state)
+        numTriangles = reconstruct_auto(points, 1.0, 0)->getNumT();
+    destroySingletons();
+    setGlobalNumCPU(numCPU);
+    state.counters["triangles"] = double(numTriangles);
+    state.counters["points/s"] =
+        benchmark::Counter(double(points.size()) * double(state.iterations()), benchmark::Counter::kIsRate);
+}
+BENCHMARK(reconstruct)
+    ->ArgNames({"points", "cpus"})
+    ->Args({100000, 1})
+    ->Args({100000, 2})
+    ->Args({1000000, 1})
+    ->Args({1000000, 2})
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime();
+} // namespace
