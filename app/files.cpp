@@ -190,12 +190,13 @@ void tellNotFinite(const Cloud& cloud)
              " points left out: their coordinates aren't finite");
 }
 
-std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path, bool bQuiet)
+std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path)
 {
     const PlySummary summary = readPlySummary(path);
     refuseCutShort(summary.bComplete, path);
     std::vector<MIRT_ZAV::Point3> corners;
-    const bool bRead = callLibrary(bQuiet, "check that " + path + " is complete",
+    // Always quiet: the library warns of colours, which belong to vertices and don't fit corners.
+    const bool bRead = callLibrary(true, "check that " + path + " is complete",
                                    [&] { return MIRT_ZAV::readPly(path.c_str(), false, corners); });
     if (!bRead)
         throw Failure(path + " can't be understood; its faces have to be triangles listed as vertex_indices");

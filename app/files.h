@@ -48,7 +48,7 @@ Cloud readCloud(const std::string& path, bool bQuiet);
 void tellNotFinite(const Cloud& cloud);
 
 /// The corners of the triangles of a PLY file, three per triangle.
-std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path, bool bQuiet);
+std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path);
 
 /// An output file that appears under its name only when it is complete: what stood there before stays until then.
 class SafeOutput

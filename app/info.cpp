@@ -37,7 +37,7 @@ void describePoints(const std::string& path)
 
 void describeMesh(const std::string& path, size_t numVerticesInFile)
 {
-    std::vector<MIRT_ZAV::Point3> corners = readCorners(path, false);
+    std::vector<MIRT_ZAV::Point3> corners = readCorners(path);
     const MeshStatistics mesh = getMeshStatistics(corners);
     printNumber("vertices in the file", numVerticesInFile);
     printNumber("vertices", mesh.numVertices);

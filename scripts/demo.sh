@@ -12,6 +12,7 @@ case ${1-} in
 esac
 [ $# -le 1 ] || { echo "usage: scripts/demo.sh [FILE_WITH_POINTS]" >&2; exit 2; }
 input=
+options=(--timings)
 if [ $# -eq 1 ]; then
     [ -r "$1" ] || { echo "$1 can't be read." >&2; exit 1; }
     input=$(realpath -- "$1")
@@ -28,6 +29,7 @@ if [ -z "$input" ]; then
     say "Making points as a scanner would see a torus from eight sides"
     input=build/demo/torus_scan.ply
     "$zav" generate torus "$input" --points 200000 --views 8 --noise 0.2
+    options+=(--factor 2) # overlapping views leave gaps at the mean spacing
 fi
 name=$(basename "$input")
 mesh=build/demo/${name%.*}_mesh.ply
@@ -35,7 +37,7 @@ mesh=build/demo/${name%.*}_mesh.ply
 say "The points"
 "$zav" info "$input"
 say "Reconstructing"
-"$zav" reconstruct "$input" "$mesh" --timings
+"$zav" reconstruct "$input" "$mesh" "${options[@]}"
 say "The mesh"
 "$zav" info "$mesh"
 say "It is in $PWD/$mesh"
