@@ -1,9 +1,9 @@
-// Least-significant-digit radix sort for keys whose order is that of an unsigned 64-bit number.
+// Radix sort for keys whose order is that of an unsigned 64-bit number.
 //
-// Only the bits in which the keys differ are looked at: cell codes of one object share their upper bits, and the three
-// fields of a row code leave wide gaps of equal bits between them. Digits of 11 bits keep the counters in the first
-// cache level. The sort is stable; where pairs are ordered by both members, runs of equal first members are finished by
-// comparison.
+// Ranges beyond the cache are cut by their highest digit; within the cache the lowest digit goes first. Only the bits
+// in which the keys differ are looked at: cell codes of one object share their upper bits, and the three fields of a
+// row code leave wide gaps of equal bits between them. The sort is stable; where pairs are ordered by both members,
+// runs of equal first members are finished by comparison.
 #pragma once
 
 #include <algorithm>
@@ -82,67 +82,139 @@ std::uint64_t keyOf(const T& element)
         return toBits(element.first);
 }
 
-constexpr int digitBits = 11;
+/// Digits are wide where the keys fit a near cache, for fewer passes, and narrow where every digit's run lies on a
+/// memory page of its own.
+constexpr int wideDigit = 11;
+constexpr int narrowDigit = 8;
+/// Ranges up to this size are sorted within the cache.
+constexpr std::size_t cacheBytes = std::size_t(1) << 19;
 
-/// The lowest bits of the digits that hold every bit of the mask.
-inline std::vector<int> digitShifts(std::uint64_t varyingBits)
-{
-    std::vector<int> shifts;
-    while (varyingBits != 0)
-    {
-        const int shift = std::countr_zero(varyingBits);
-        shifts.push_back(shift);
-        const int next = shift + digitBits;
-        varyingBits = next >= 64 ? 0 : varyingBits >> next << next;
-    }
-    return shifts;
-}
+/// Where the elements of each digit start.
+template <int digitBits>
+using DigitStarts = std::array<std::size_t, (std::size_t(1) << digitBits) + 1>;
 
 /// One stable pass by the digit at shift, from one buffer to the other.
-template <class T>
-void scatterByDigit(const T* from, const T* end, T* to, int shift)
+template <int digitBits, class T>
+DigitStarts<digitBits> scatterByDigit(const T* from, const T* end, T* to, int shift)
 {
-    constexpr std::size_t numDigits = std::size_t(1) << digitBits;
-    std::array<std::size_t, numDigits> position{};
-    const auto digitOf = [shift](const T& element) { return (keyOf(element) >> shift) & (numDigits - 1); };
+    constexpr std::size_t mask = (std::size_t(1) << digitBits) - 1;
+    const auto digitOf = [shift](const T& element) { return (keyOf(element) >> shift) & mask; };
+    DigitStarts<digitBits> starts{};
     for (const T* it = from; it != end; ++it)
-        ++position[digitOf(*it)];
-    std::size_t sum = 0;
-    for (std::size_t& p : position)
-        sum += std::exchange(p, sum);
+        ++starts[digitOf(*it) + 1];
+    for (std::size_t digit = 0; digit <= mask; ++digit)
+        starts[digit + 1] += starts[digit];
+    DigitStarts<digitBits> position = starts;
     for (const T* it = from; it != end; ++it)
         to[position[digitOf(*it)]++] = *it;
+    return starts;
 }
 
-/// Stable sort by the key alone.
-template <class T>
-void sortByKey(T* first, T* last)
+/// The bits in which the keys of a range differ, and whether the range is sorted already.
+struct KeySurvey
 {
     std::uint64_t varyingBits = 0;
     bool bSorted = true;
-    const std::uint64_t firstKey = keyOf(*first);
-    std::uint64_t previous = firstKey;
-    for (const T* it = first; it != last; ++it)
-    {
-        const std::uint64_t key = keyOf(*it);
-        varyingBits |= key ^ firstKey;
-        bSorted &= previous <= key;
-        previous = key;
-    }
-    if (bSorted)
-        return;
 
-    const std::size_t n = static_cast<std::size_t>(last - first);
-    const std::unique_ptr<T[]> buffer = std::make_unique_for_overwrite<T[]>(n);
-    T* from = first;
-    T* to = buffer.get();
-    for (const int shift : digitShifts(varyingBits))
+    template <class T>
+    KeySurvey(const T* first, const T* last)
     {
-        scatterByDigit(from, from + n, to, shift);
-        std::swap(from, to);
+        if (first == last)
+            return;
+        const std::uint64_t firstKey = keyOf(*first);
+        std::uint64_t previous = firstKey;
+        for (const T* it = first; it != last; ++it)
+        {
+            const std::uint64_t key = keyOf(*it);
+            varyingBits |= key ^ firstKey;
+            bSorted &= previous <= key;
+            previous = key;
+        }
     }
-    if (from != first)
-        std::copy(from, from + n, first);
+};
+
+/// Stable sort of a range that fits the cache, least significant digit first. The elements stand in from; the result
+/// goes to from or to the buffer.
+template <class T>
+void sortInCache(T* from, T* buffer, std::size_t n, std::uint64_t varyingBits, bool bIntoBuffer)
+{
+    T* const result = bIntoBuffer ? buffer : from;
+    while (varyingBits != 0)
+    {
+        const int shift = std::countr_zero(varyingBits);
+        scatterByDigit<wideDigit>(from, from + n, buffer, shift);
+        std::swap(from, buffer);
+        const int next = shift + wideDigit;
+        varyingBits = next >= 64 ? 0 : varyingBits >> next << next;
+    }
+    if (from != result)
+        std::copy(from, from + n, result);
+}
+
+/// For a few elements.
+template <class T>
+void insertionSort(T* first, T* last)
+{
+    for (T* it = first; it != last; ++it)
+    {
+        T element = std::move(*it);
+        T* hole = it;
+        for (; hole != first && keyOf(element) < keyOf(hole[-1]); --hole)
+            *hole = std::move(hole[-1]);
+        *hole = std::move(element);
+    }
+}
+
+/// Runs f(i) for all i below n, one after the other.
+struct SerialLoop
+{
+    template <class F>
+    void operator()(std::size_t n, const F& f) const
+    {
+        for (std::size_t i = 0; i < n; ++i)
+            f(i);
+    }
+};
+
+/// Stable sort of any range: large ones are cut by their highest digit into parts that are sorted each for itself.
+template <class T, class Loop>
+void sortRange(T* from, T* buffer, std::size_t n, bool bIntoBuffer, const Loop& loop)
+{
+    constexpr std::size_t fewElements = 48;
+    const KeySurvey survey(from, from + n);
+    if (survey.bSorted || n <= fewElements)
+    {
+        if (!survey.bSorted)
+            insertionSort(from, from + n);
+        if (bIntoBuffer)
+            std::copy(from, from + n, buffer);
+        return;
+    }
+    if (n * sizeof(T) <= cacheBytes)
+    {
+        sortInCache(from, buffer, n, survey.varyingBits, bIntoBuffer);
+        return;
+    }
+    const int shift = std::max(0, 64 - std::countl_zero(survey.varyingBits) - narrowDigit);
+    const auto starts = scatterByDigit<narrowDigit>(from, from + n, buffer, shift);
+    loop(starts.size() - 1,
+         [&](std::size_t part)
+         {
+             const std::size_t start = starts[part];
+             sortRange(buffer + start, from + start, starts[part + 1] - start, !bIntoBuffer, SerialLoop());
+         });
+}
+
+/// Stable sort by the key alone.
+/// \param loop  runs the parts of a large range, possibly at the same time
+template <class T, class Loop = SerialLoop>
+void sortByKey(T* first, T* last, const Loop& loop = Loop())
+{
+    const std::size_t n = static_cast<std::size_t>(last - first);
+    if (KeySurvey(first, last).bSorted)
+        return;
+    const std::unique_ptr<T[]> buffer = std::make_unique_for_overwrite<T[]>(n);
+    sortRange(first, buffer.get(), n, false, loop);
 }
 
 /// After a sort by the first member: sorts every run of equal first members under the full order.
@@ -172,8 +244,9 @@ bool hasNaN(const T* first, const T* last)
 }
 
 /// Sorts a contiguous range; false, with nothing done, where a comparison sort is the better or the only choice.
-template <class RandomIt, class Compare>
-bool sort(RandomIt first, RandomIt last, const Compare& comp)
+/// \param loop  runs the parts of a large range, possibly at the same time
+template <class RandomIt, class Compare, class Loop = SerialLoop>
+bool sort(RandomIt first, RandomIt last, const Compare& comp, const Loop& loop = Loop())
 {
     using T = typename std::iterator_traits<RandomIt>::value_type;
     if constexpr (!std::contiguous_iterator<RandomIt> || !std::is_default_constructible_v<T>)
@@ -186,7 +259,7 @@ bool sort(RandomIt first, RandomIt last, const Compare& comp)
         T* const end = begin + (last - first);
         if (hasNaN(begin, end))
             return false;
-        sortByKey(begin, end);
+        sortByKey(begin, end, loop);
         if constexpr (!isKey<T> && isLess<T, Compare>)
             finishRuns(begin, end, comp);
         return true;

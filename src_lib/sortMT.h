@@ -150,37 +150,6 @@ void sortByPartitions(RandomIt first, RandomIt last, const Compare& comp, int nu
 }
 } // namespace sortMT_detail
 
-/// Sorts [first, last) under comp on all CPUs. Not stable: the order of elements that compare equal can differ between
-/// numbers of CPUs, so that callers whose result must not depend on it compare by a full order.
-template <class RandomIt, class Compare>
-void sortMT(RandomIt first, RandomIt last, const Compare& comp)
-{
-    using T = typename std::iterator_traits<RandomIt>::value_type;
-    if constexpr (radix::isNaturalOrder<T, Compare> || radix::isFirstOrder<T, Compare, Func_ltFirstComponent>)
-    {
-        if (radix::sort(first, last, comp))
-            return;
-    }
-    const int numCPU = getGlobalNumCPU();
-    if (numCPU <= 1 || last - first < 1000)
-        std::sort(first, last, comp);
-    else
-        sortMT_detail::sortByPartitions(first, last, comp, numCPU);
-}
-
-template <class RandomIt>
-void sortMT(RandomIt first, RandomIt last)
-{
-    sortMT(first, last, std::less<typename std::iterator_traits<RandomIt>::value_type>());
-}
-
-/// Sorts pairs by the first member only.
-template <class RandomIt>
-void sortByFirstMT(RandomIt first, RandomIt last)
-{
-    sortMT(first, last, Func_ltFirstComponent());
-}
-
 /// Calls f(begin, end) for contiguous slices of [0, n) on the pool of the caller's level; on the calling thread with
 /// one CPU or one element. Slices have n / (slicesPerCPU * numCPU) elements, at least 1. f must touch disjoint data
 /// only.
@@ -207,6 +176,52 @@ void forSlicesMT(size_t n, size_t slicesPerCPU, const F& f)
     for (size_t begin = 0; begin < n; begin += sliceSize)
         tasks.push_back({&f, begin, std::min(n, begin + sliceSize)});
     runTasks(tasks);
+}
+
+/// Runs f(i) for all i below n on the pool of the caller's level, in slices of neighbouring indices.
+struct ParallelLoop
+{
+    template <class F>
+    void operator()(size_t n, const F& f) const
+    {
+        forSlicesMT(n, 8,
+                    [&f](size_t begin, size_t end)
+                    {
+                        for (size_t i = begin; i < end; ++i)
+                            f(i);
+                    });
+    }
+};
+
+/// Sorts [first, last) under comp on all CPUs. Not stable: the order of elements that compare equal can differ between
+/// numbers of CPUs, so that callers whose result must not depend on it compare by a full order.
+template <class RandomIt, class Compare>
+void sortMT(RandomIt first, RandomIt last, const Compare& comp)
+{
+    using T = typename std::iterator_traits<RandomIt>::value_type;
+    if constexpr (radix::isNaturalOrder<T, Compare> || radix::isFirstOrder<T, Compare, Func_ltFirstComponent>)
+    {
+        if (radix::sort(first, last, comp, ParallelLoop()))
+            return;
+    }
+    const int numCPU = getGlobalNumCPU();
+    if (numCPU <= 1 || last - first < 1000)
+        std::sort(first, last, comp);
+    else
+        sortMT_detail::sortByPartitions(first, last, comp, numCPU);
+}
+
+template <class RandomIt>
+void sortMT(RandomIt first, RandomIt last)
+{
+    sortMT(first, last, std::less<typename std::iterator_traits<RandomIt>::value_type>());
+}
+
+/// Sorts pairs by the first member only.
+template <class RandomIt>
+void sortByFirstMT(RandomIt first, RandomIt last)
+{
+    sortMT(first, last, Func_ltFirstComponent());
 }
 
 /// One slice of forEachMT.
