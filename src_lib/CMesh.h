@@ -76,7 +76,7 @@ public:
     double getArea() const;
 
     bool hasBundle(CCD c) const { return pMapCCDBundle->find(c) != pMapCCDBundle->end(); }
-    std::map<CCD, Bundle*>& getRefToBundleMap() { return *pMapCCDBundle; }
+    std::map<CCD, Bundle*>& getRefToBundleMap() const { return *pMapCCDBundle; }
     const std::vector<CCD>& getZeroCCD() const { return vZeroCCD; }
     Calc* getCalc() const { return pCalc; }
     double getSideLen() const { return pCalc->getSideLen(); }
@@ -90,7 +90,7 @@ public:
     /// map.
     void addBundle(CCD c, double x, double y, double z);
     /// Moves an additional vertex to the middle of its ring of neighbours; with fewer than two edges it stays. The new
-    /// position may lie outside of the cell. Takes one number from rand().
+    /// position may lie outside of the cell. A move takes one number from rand().
     void averageBundle(Bundle* b);
     void averageBundles();
     /// Collapses an additional vertex along the first edge that allows it; true if one did.

@@ -9,6 +9,7 @@
 #include <cfloat>
 #include <cstdlib>
 #include <iostream>
+#include <memory>
 
 namespace MIRT_ZAV
 {
@@ -18,10 +19,12 @@ void CMesh::addBundle(CCD c, double x, double y, double z)
     const bool bMiddle = x == DBL_MAX && y == DBL_MAX && z == DBL_MAX;
     const Point3 position = bMiddle ? pCalc->getMidPoint(c) : Point3(x, y, z);
     ZAV_ASSERT(pCalc->getCCD(&position) == c, "pCalc->getCCD(pVtx)==ccd");
-    Point3* const pVtx = new Point3(position);
-    sAdditionalVtx.insert(pVtx);
-    Bundle* const b = new Bundle{pVtx, c, nullptr, position};
-    vAdditionalBundles.push_back(b);
+    auto pVtx = std::make_unique<Point3>(position);
+    auto pBundle = std::make_unique<Bundle>(Bundle{pVtx.get(), c, nullptr, position});
+    vAdditionalBundles.push_back(pBundle.get());
+    pVtx.release(); // from here on the list owns both
+    Bundle* const b = pBundle.release();
+    sAdditionalVtx.insert(b->pVtx);
     (*pMapCCDBundle)[c] = b;
     averageBundle(b);
 }
@@ -92,6 +95,8 @@ bool CMesh::integrateBundle(Bundle* b)
 
 void CMesh::integrateAdditionalBundles()
 {
+    // Both keep the order of creation: the bundles lie on the heap, where the order of addresses is accidental, and the
+    // order in which they are averaged shows in the result.
     std::vector<Bundle*> vRemaining;
     std::vector<Bundle*> vIntegrated;
     for (Bundle* const b : vAdditionalBundles)

@@ -228,6 +228,7 @@ void Casx::expandBaseCases()
 
 void Casx::addTriConfig(int config, const std::vector<int>& triangles)
 {
+    ZAV_ASSERT(triangles.size() <= rowLength, "triangles.size()<=rowLength");
     const auto row = vTriVec.begin() + config * rowLength;
     std::fill(row, row + rowLength, endOfRow);
     std::copy(triangles.begin(), triangles.end(), row);
@@ -240,6 +241,7 @@ void Casx::addTriUse(int config, const std::vector<TriUse>& uses)
 
 void Casx::setTriUse(int config, const std::vector<TriUse>& uses)
 {
+    ZAV_ASSERT(uses.size() <= rowLength, "uses.size()<=rowLength");
     const auto row = vTriUse.begin() + config * rowLength;
     std::fill(row, row + rowLength, TUU);
     std::copy(uses.begin(), uses.end(), row);

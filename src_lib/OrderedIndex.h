@@ -109,7 +109,7 @@ public:
 
     const_iterator begin() const
     {
-        const_cast<OrderedIndex*>(this)->putInOrder();
+        putInOrder();
         return entries.begin();
     }
     const_iterator end() const { return entries.end(); }
@@ -142,7 +142,7 @@ private:
         return notFound;
     }
 
-    void occupy(std::uint64_t hash, std::uint32_t index)
+    void occupy(std::uint64_t hash, std::uint32_t index) const
     {
         size_t slot = homeOf(hash);
         while (slots[slot].index != noEntry)
@@ -166,14 +166,14 @@ private:
         slots[hole] = Slot();
     }
 
-    void rebuildSlots(size_t numSlots)
+    void rebuildSlots(size_t numSlots) const
     {
         slots.assign(numSlots, Slot());
         for (size_t i = 0; i < entries.size(); ++i)
             occupy(Hash()(entries[i].first), static_cast<std::uint32_t>(i));
     }
 
-    void putInOrder()
+    void putInOrder() const
     {
         if (numSorted == entries.size())
             return;
@@ -185,9 +185,10 @@ private:
         rebuildSlots(slots.size());
     }
 
-    std::vector<value_type> entries;
-    std::vector<Slot> slots; // a power of two, at most two thirds full
-    size_t numSorted = 0;    // length of the ordered front part of entries
+    // Mutable: an iteration puts the entries in order.
+    mutable std::vector<value_type> entries;
+    mutable std::vector<Slot> slots; // a power of two, at most two thirds full
+    mutable size_t numSorted = 0;    // length of the ordered front part of entries
 };
 
 /// A list of values per key, like std::multimap with access by key: the values of a key keep their order of insertion.

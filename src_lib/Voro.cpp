@@ -99,14 +99,14 @@ void Voro::fatExtractTriangles()
 
     Progress* const walk = getThreadProgress()->getChildProgressSetTodo("VO_ftx", vStaticVCD2CCD.size());
     std::vector<unsigned long long> ambiguous;
-    std::vector<CCD> cells;
+    std::vector<CCD> cells, vTri;
     for (auto it = vStaticVCD2CCD.begin(); it != vStaticVCD2CCD.end();)
     {
         const VCD vertex = it->first;
         cells.clear();
         for (; it != vStaticVCD2CCD.end() && it->first == vertex; ++it)
             cells.push_back(it->second);
-        extractAtVertex(vertex, cells, ambiguous);
+        extractAtVertex(vertex, cells, ambiguous, vTri);
         walk->incProgressBy(cells.size());
     }
     walk->setDone(true);
@@ -119,7 +119,9 @@ void Voro::fatExtractTriangles()
     solving->setDone(true);
 }
 
-void Voro::extractAtVertex(VCD vertex, const std::vector<CCD>& cells, std::vector<unsigned long long>& ambiguous)
+/// vTri is scratch space, kept from vertex to vertex.
+void Voro::extractAtVertex(VCD vertex, const std::vector<CCD>& cells, std::vector<unsigned long long>& ambiguous,
+                           std::vector<CCD>& vTri)
 {
     // Two cells make no triangle, and eight mean that the vertex lies inside.
     if (cells.size() < 3 || cells.size() > 7)
@@ -128,7 +130,7 @@ void Voro::extractAtVertex(VCD vertex, const std::vector<CCD>& cells, std::vecto
     std::array<CCD, 8> corners;
     corners[5] = vertex;
     pCalc->completeArraySym(corners.data());
-    std::vector<CCD> vTri;
+    vTri.clear();
     casx.getTriangles(config, corners.data(), vTri, TUT);
     if (isSquare(config))
     {

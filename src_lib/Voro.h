@@ -49,7 +49,8 @@ public:
 private:
     struct Square;
 
-    void extractAtVertex(VCD vertex, const std::vector<CCD>& cells, std::vector<unsigned long long>& ambiguous);
+    void extractAtVertex(VCD vertex, const std::vector<CCD>& cells, std::vector<unsigned long long>& ambiguous,
+                         std::vector<CCD>& vTri);
     void createUnlessThere(CEdge* e, VCD a, VCD b, VCD c, VCD vertex, int config);
     void orderByDiagonal(const unsigned long long* record, Square& square) const;
     void createExtraCCDs_borderFix(const std::vector<VCD>& vVCD, std::vector<CCD>& vExtra, std::vector<CCD>& vRemove);

@@ -236,6 +236,19 @@ TEST_F(CMeshTest, AdditionalBundlesStandInTheMiddleOfTheirRing)
     EXPECT_EQ(mesh.vAdditionalBundles.size(), 1u);
     EXPECT_EQ(incidentT(centre).size(), 4u);
 
+    // A second new cell with fewer than three regular neighbours: the additional one counts, too.
+    const CCD second = cell(4, 4, 5);
+    create({second, ring[0], centre});
+    const Point3 centrePoint = *mesh.getVtx(centre), regular = *mesh.getVtx(ring[0]);
+    mesh.addBundle(second, DBL_MAX, DBL_MAX, DBL_MAX);
+    const Point3 between = regular + (centrePoint - regular) * 0.5;
+    EXPECT_NEAR((*mesh.getVtx(second) - between).length(), 0.003 * (centrePoint - regular).length() / 2.0, 1.1e-5);
+    // No neighbour has a bundle: the middle of the cell.
+    const CCD alone = cell(12, 12, 12);
+    create({alone, cell(13, 12, 12), cell(12, 13, 12)});
+    mesh.addBundle(alone, 12.1, 12.1, 12.1);
+    EXPECT_EQ(*mesh.getVtx(alone), calc.getMidPoint(alone));
+
     const CCD lonely = cell(9, 9, 9);
     mesh.addBundle(lonely, 9.25, 9.5, 9.75);
     EXPECT_EQ(*mesh.getVtx(lonely), Point3(9.25, 9.5, 9.75));
@@ -266,6 +279,27 @@ TEST_F(CMeshTest, FlatTrianglesAreSplitAway)
         bool ok = false;
         EXPECT_GT(t->getRealNNV(&mesh, ok).z(), 0.99) << "the winding stays";
     }
+}
+
+TEST_F(CMeshTest, SplitsHandOnThePatchAndAreRefusedWhereANeighbourWouldTurn)
+{
+    const CCD a = vertexAt(2, 2, 2, {2.5, 2.5, 2.5}), b = vertexAt(4, 2, 2, {4.5, 2.5, 2.5});
+    const CCD v = vertexAt(3, 2, 2, {3.5, 2.5, 2.5}), d = vertexAt(3, 4, 2, {3.5, 4.5, 2.5});
+    const CCD beyond = vertexAt(3, 6, 2, {3.5, 6.5, 2.5}); // past d: the split would turn the neighbour over
+    CPatch patch(&mesh, &calc);
+    CTriangle* const neighbour = create({a, b, d});
+    patch.add(neighbour);
+    std::vector<CTriangle*> vNew;
+    CTriangle* const far = create({a, beyond, b});
+    EXPECT_FALSE(mesh.getEdge(a, b)->trySplitNeigsKillT(&mesh, far, 1, vNew));
+    EXPECT_TRUE(far->isAlive() && neighbour->isAlive() && vNew.empty());
+    far->kill(&mesh);
+
+    CTriangle* const flat = create({a, v, b});
+    EXPECT_TRUE(mesh.getEdge(a, b)->trySplitNeigsKillT(&mesh, flat, 1, vNew));
+    ASSERT_EQ(vNew.size(), 2u);
+    EXPECT_TRUE(vNew[0]->getPatch() == &patch && vNew[1]->getPatch() == &patch);
+    EXPECT_EQ(patch.getSize(), 3u) << "the killed member stays listed";
 }
 
 TEST_F(CMeshTest, LaplacianMovesAtMostATenthOfACell)

@@ -214,6 +214,7 @@ TEST(CaseTable, RotationsKeepTheNumberOfTrianglesOfEachRole)
 TEST(Extraction, ConfigurationNumbersFollowTheOrderOfTheEightCells)
 {
     Scene scene;
+    scene.extract();
     std::mt19937 random(3);
     const VCD vertex = scene.calc.rcd2ccd(rcd::fromXYZ(8, 8, 8));
     for (int config = 0; config < 256; ++config)
@@ -226,9 +227,7 @@ TEST(Extraction, ConfigurationNumbersFollowTheOrderOfTheEightCells)
                 cells.push_back(scene.calc.rcd2ccd(rcd::fromXYZ(u64(7 + o[0]), u64(7 + o[1]), u64(7 + o[2]))));
             }
         std::shuffle(cells.begin(), cells.end(), random);
-        Scene one;
-        one.extract();
-        EXPECT_EQ(one.voro->getConfig(vertex, cells), config);
+        EXPECT_EQ(scene.voro->getConfig(vertex, cells), config);
     }
 }
 
@@ -238,6 +237,12 @@ TEST(Extraction, ALoneSquareTakesTheDiagonalOfTheFirstTriangle)
     const CCD c00 = scene.add(8, 8, 8), c10 = scene.add(9, 8, 8), c01 = scene.add(8, 9, 8), c11 = scene.add(9, 9, 8);
     scene.extract();
     EXPECT_EQ(scene.getTriangles(), (std::set<std::set<CCD>>{{c00, c10, c01}, {c10, c11, c01}}));
+    // The vertex below the square sees it in its four lower cells, the first of the two in code order.
+    for (const CTriangle* t : scene.voro->getCMesh()->vT)
+    {
+        EXPECT_EQ(t->vcd, c11);
+        EXPECT_EQ(t->config, 1 | 2 | 16 | 32);
+    }
 }
 
 /// Extraction in the plainest terms: all vertices of the lattice in code order, sets of triangles, squares at the end.
@@ -328,7 +333,7 @@ TEST(Extraction, AgreesWithANaiveWalkOnRandomCells)
         }
 }
 
-TEST(Extraction, ABallsShellGivesAClosedSurfaceOfCellsThatTouch)
+TEST(Extraction, ABallsShellGivesASurfaceOfCellsThatTouch)
 {
     Scene scene;
     for (int x = 0; x < 40; ++x)
@@ -366,21 +371,57 @@ TEST(Extraction, ABallsShellGivesAClosedSurfaceOfCellsThatTouch)
     EXPECT_EQ(scene.getTriangles(), before);
 }
 
+/// Completes the vertex (9, 9, 9) of a scene that has the cells of a configuration around it.
+struct Completion
+{
+    Scene scene;
+    CMesh* mesh = nullptr;
+
+    explicit Completion(int config)
+    {
+        for (int bit = 0; bit < 8; ++bit)
+            if (config >> bit & 1)
+                scene.add(8 + offsets[bit][0], 8 + offsets[bit][1], 8 + offsets[bit][2]);
+        scene.extract();
+        std::vector<VCD> vertices = {scene.calc.rcd2ccd(rcd::fromXYZ(9, 9, 9))};
+        mesh = scene.voro->meshAgain(vertices);
+    }
+
+    int getConfig() const
+    {
+        int config = 0;
+        for (int bit = 0; bit < 8; ++bit)
+        {
+            const auto& o = offsets[bit];
+            const CCD c = scene.calc.rcd2ccd(rcd::fromXYZ(u64(8 + o[0]), u64(8 + o[1]), u64(8 + o[2])));
+            const auto& cells = scene.voro->vCCD;
+            config |= std::binary_search(cells.begin(), cells.end(), c) ? 1 << bit : 0;
+        }
+        return config;
+    }
+};
+
 TEST(Extraction, NearlyFullVerticesAreCompletedInExchangeForRemovableCells)
 {
-    Scene scene; // seven of eight cells around (9, 9, 9), the eighth at (9, 9, 9) missing
-    for (int bit = 0; bit < 8; ++bit)
-        if (bit != 5)
-            scene.add(8 + offsets[bit][0], 8 + offsets[bit][1], 8 + offsets[bit][2]);
-    scene.extract();
-    const CCD missing = scene.calc.rcd2ccd(rcd::fromXYZ(9, 9, 9));
-    std::vector<VCD> full = {missing};
-    CMesh* const mesh = scene.voro->meshAgain(full);
-    EXPECT_TRUE(std::binary_search(scene.voro->vCCD.begin(), scene.voro->vCCD.end(), missing));
-    EXPECT_TRUE(mesh->hasBundle(missing));
-    ASSERT_EQ(mesh->vAdditionalBundles.size(), 1u);
-
-    std::vector<VCD> beyond = {scene.calc.rcd2ccd(rcd::fromXYZ(60, 60, 60))};
-    EXPECT_THROW(scene.voro->meshAgain(beyond), ZavBugException);
-    scene.bundles.erase(missing); // the additional bundle goes with its mesh
+    {
+        Completion seven(223); // cell 5 comes, cell 3 goes
+        EXPECT_EQ(seven.getConfig(), 255 & ~8);
+        EXPECT_EQ(seven.mesh->vAdditionalBundles.size(), 1u);
+        EXPECT_EQ(seven.scene.getTriangles().size(), 6u);
+        for (const CTriangle* t : seven.mesh->vT)
+            EXPECT_EQ(t->config, 247);
+    }
+    {
+        Completion six(63); // two cells come, two go
+        EXPECT_EQ(six.getConfig(), 252);
+        EXPECT_EQ(six.mesh->vAdditionalBundles.size(), 2u);
+        EXPECT_EQ(six.scene.getTriangles().size(), 4u);
+    }
+    {
+        Completion apart(125); // nothing can go
+        EXPECT_EQ(apart.getConfig(), 255);
+        EXPECT_EQ(apart.scene.getTriangles().size(), 12u);
+        std::vector<VCD> beyond = {apart.scene.calc.rcd2ccd(rcd::fromXYZ(60, 60, 60))};
+        EXPECT_THROW(apart.scene.voro->meshAgain(beyond), ZavBugException);
+    }
 }
