@@ -10,6 +10,7 @@
 #include <array>
 #include <bit>
 #include <cfloat>
+#include <climits>
 #include <cmath>
 #include <new>
 
@@ -107,12 +108,22 @@ void Cloud::prepareScanPoints(Calc* pGivenCalc)
     createBundlesNew(vPoints);
 }
 
+/// Not a number if the extent along any axis isn't one.
 double Cloud::getMaxExtent() const
 {
-    return std::max({maxBound[0] - minBound[0], maxBound[1] - minBound[1], maxBound[2] - minBound[2]});
+    double maxExtent = 0.0;
+    for (size_t axis = 0; axis < 3; ++axis)
+    {
+        const double extent = maxBound[axis] - minBound[axis];
+        if (extent > maxExtent || std::isnan(extent))
+            maxExtent = extent;
+        if (std::isnan(maxExtent))
+            break;
+    }
+    return maxExtent;
 }
 
-std::vector<CCD> Cloud::getSortedCodes(const Calc& calc) const
+std::vector<CCD> Cloud::getCodes(const Calc& calc) const
 {
     std::vector<CCD> codes;
     codes.reserve(vPoints.size());
@@ -134,7 +145,7 @@ void Cloud::estimateRes2()
 
     const double extent = getMaxExtent();
     const Calc calc(minBound[0], minBound[1], minBound[2], extent, extent, extent, 20);
-    std::vector<CCD> codes = getSortedCodes(calc);
+    std::vector<CCD> codes = getCodes(calc);
     progress->incProgressByOne();
     sortMT(codes.begin(), codes.end());
     progress->incProgressByOne();
@@ -191,7 +202,7 @@ void Cloud::createBundlesNew(std::vector<Point3>& points)
     }
     progress->incProgressByOne();
 
-    const int n = static_cast<int>(vResult.size());
+    const int n = static_cast<int>(std::min<size_t>(vResult.size(), INT_MAX));
     const int numMore = std::max(100, static_cast<int>(n * 0.1));
     bundlePool.init(n, numMore, 543478);
     pointPool.init(n, numMore, 3125000);

@@ -52,7 +52,7 @@ public:
     bool isPixelizer() const { return bPixelizer; }
 
 private:
-    std::vector<CCD> getSortedCodes(const Calc& calc) const;
+    std::vector<CCD> getCodes(const Calc& calc) const;
     double getMaxExtent() const;
 
     int holeControlLimit;

@@ -6,30 +6,58 @@
 #include "tools.h"
 
 #include <algorithm>
+#include <climits>
 #include <new>
 #include <numeric>
 
 namespace MIRT_ZAV
 {
+namespace
+{
+constexpr const char* creatingLabel = "PREP_createRCD";
+constexpr const char* fillingLabel = "PREP_fillHoles";
+constexpr const char* integratingLabel = "PREP_integFill";
+} // namespace
 
 Prepare::Prepare(std::vector<Point3>& points, int holeControlLimitArg, Calc* pCalcArg)
     : pvPoints(&points), holeControlLimit(holeControlLimitArg), pCalc(pCalcArg),
       sideLen(static_cast<float>(pCalcArg->getSideLen()))
 {
-    poolVtx.init(static_cast<int>(points.size()), -1);
+    poolVtx.init(static_cast<int>(std::min<size_t>(points.size(), INT_MAX)), -1);
 }
+
+namespace
+{
+/// The node that holds the stages of the preparation: the root, where a reconstruction has registered them, or the
+/// stage of the bundles in a run that knows of nothing finer.
+Progress* getParentOfStages()
+{
+    Progress* const root = getThreadProgress();
+    if (root->findChild(creatingLabel) != nullptr || root->findChild("CL_creb") == nullptr)
+        return root;
+    Progress* const parent = root->findChild("CL_creb");
+    for (const char* const label : {creatingLabel, fillingLabel, integratingLabel})
+        parent->createChild(label, 1.0); // all at once, so that the fraction never falls
+    return parent;
+}
+} // namespace
 
 void Prepare::run(std::vector<std::pair<CCD, Point3>>& vCCDPoint, std::vector<CCD>& vFillCCD)
 {
-    Progress* const root = getThreadProgress();
+    Progress* const parent = getParentOfStages();
 
-    Progress* const creating = root->getChildProgressSetTodo("PREP_createRCD", 2);
+    Progress* const creating = parent->getChildProgressSetTodo(creatingLabel, 2);
     creating->incProgressByOne();
     createRCDs();
     creating->incProgressByOne();
     creating->setDone(true);
 
-    Progress* const integrating = root->getChildProgressSetTodo("PREP_integFill", 2);
+    const std::vector<int> sizes = getHoleControlSizes(holeControlLimit);
+    Progress* const filling =
+        parent->getChildProgressSetTodo(fillingLabel, std::accumulate(sizes.begin(), sizes.end(), 0ULL));
+    filling->setDone(true);
+
+    Progress* const integrating = parent->getChildProgressSetTodo(integratingLabel, 2);
     integrating->incProgressByOne();
     integrateNew(vCCDPoint, vFillCCD);
     integrating->incProgressByOne();
@@ -41,12 +69,12 @@ std::vector<int> Prepare::getHoleControlSizes(int limit)
     std::vector<int> sizes;
     if (limit < 1)
         return sizes;
-    for (int next = 2;;)
+    for (long long next = 2;;)
     {
-        sizes.push_back(std::min(next, limit));
+        sizes.push_back(static_cast<int>(std::min<long long>(next, limit)));
         if (sizes.back() >= limit)
             return sizes;
-        next = 2 * sizes.back();
+        next = 2LL * sizes.back();
         if (next >= 3 && static_cast<double>(limit - next) / limit < 0.25)
             next = limit;
     }

@@ -89,6 +89,13 @@ void Progress::createChild(const std::string& childName, double childWeight)
         mNameKids[childName] = new Progress(childName, this, childWeight);
 }
 
+Progress* Progress::findChild(const std::string& childName)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    const auto it = mNameKids.find(childName);
+    return it == mNameKids.end() ? nullptr : it->second;
+}
+
 Progress* Progress::getChildProgressSetTodo(const std::string& childName, std::uint64_t todoArg)
 {
     if (todo == 0)

@@ -73,6 +73,9 @@ public:
     /// Adds a stage; one that exists stays as it is. A node named "empty" can't have any.
     void createChild(const std::string& name, double weight);
 
+    /// The stage of this name, or null.
+    Progress* findChild(const std::string& childName);
+
     /// The stage, made with weight 10 if nobody registered it, with its number of steps set. A stage that is entered
     /// again keeps the fraction it has reached.
     Progress* getChildProgressSetTodo(const std::string& name, std::uint64_t todo);
@@ -138,13 +141,15 @@ private:
     StageClock clock; // only the root's is used
 };
 
-/// One object per thread, made on first use and kept until the end of the process.
+/// One object per thread, made on first use. It goes with its thread, or with the process.
 template <class T>
 class ThreadSingleton
 {
 public:
     static T* getInstance()
     {
+        static Cleanup cleanup;
+        thread_local EndOfThread endOfThread; // ids of threads are used again: a new thread must not find an old object
         Registry& registry = getRegistry();
         std::lock_guard<std::mutex> lock(registry.mtx);
         T*& instance = registry.mInstances[std::this_thread::get_id()];
@@ -154,26 +159,44 @@ public:
     }
 
 private:
-    /// The clean-up at the end of the process.
     struct Registry
     {
         std::mutex mtx;
         std::map<std::thread::id, T*> mInstances;
+    };
 
-        ~Registry()
+    /// Never destroyed, as threads may outlive the static objects.
+    static Registry& getRegistry()
+    {
+        static Registry& registry = *new Registry;
+        return registry;
+    }
+
+    struct EndOfThread
+    {
+        ~EndOfThread()
         {
-            std::lock_guard<std::mutex> lock(mtx);
-            for (auto& [id, instance] : mInstances)
-                delete instance;
-            mInstances.clear();
+            Registry& registry = getRegistry();
+            std::lock_guard<std::mutex> lock(registry.mtx);
+            const auto it = registry.mInstances.find(std::this_thread::get_id());
+            if (it == registry.mInstances.end())
+                return;
+            delete it->second;
+            registry.mInstances.erase(it);
         }
     };
 
-    static Registry& getRegistry()
+    struct Cleanup
     {
-        static Registry registry;
-        return registry;
-    }
+        ~Cleanup()
+        {
+            Registry& registry = getRegistry();
+            std::lock_guard<std::mutex> lock(registry.mtx);
+            for (auto& [id, instance] : registry.mInstances)
+                delete instance;
+            registry.mInstances.clear();
+        }
+    };
 };
 
 /// The root of the calling thread.

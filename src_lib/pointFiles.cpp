@@ -184,6 +184,8 @@ bool readPoints_BIN(const char* path, std::vector<Point3>& vPoints)
     if (left > 0)
         reserveMore(vPoints, std::min<std::uint64_t>(numPoints, static_cast<std::uint64_t>(left) / points.rowBytes()));
     const std::uint64_t numMissing = numPoints - points.readComplete(numPoints, vPoints);
+    if (numMissing == 0)
+        return true; // whatever stands behind the points isn't looked at
     if (numMissing <= toleratedShortfall)
         points.appendMissing(numMissing, vPoints);
     else

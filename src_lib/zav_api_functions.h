@@ -12,12 +12,15 @@ namespace MIRT_ZAV
 {
 
 /// Turns a point cloud into a mesh on a lattice whose cell side is a multiple of the detected point spacing.
-/// \param points            the cloud, not changed; colours are carried along. Points that aren't finite are skipped.
+/// \param points            the cloud, not changed; colours are carried along. Points that aren't finite make no cells, but
+///                          a first point that isn't a number, or an infinite coordinate, spoils the bounding box: take
+///                          such points out first
 /// \param spacingFactor     cell side as a multiple of the detected spacing: 1.0 for cells at that spacing, more for a
 ///                          coarser mesh, less for a finer one with more holes
 /// \param holeControlLimit  greatest width, in cells, up to which holes are closed; below 1 none is
 /// \return the mesh, or a null pointer, after a message, when no cell came out
-/// \throws ZavBugException  when the spacing isn't above 0 or the cloud needs more than 2087152 cells along an axis
+/// \throws ZavBugException  when the spacing isn't above 0, the bounding box isn't finite or the cloud needs more than
+///                          2087152 cells along an axis
 ZAV_API MeshPtr reconstruct_auto(std::vector<Point3>& points, double spacingFactor, int holeControlLimit);
 
 /// The same with the cell side given in the units of the input; the spacing isn't estimated.

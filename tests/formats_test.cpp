@@ -206,6 +206,16 @@ TEST_F(Formats, BinaryPointsCutOff)
     ASSERT_TRUE(readPoints_BIN(put("b.bin", header).c_str(), points));
     expectSame(points, Points(4));
 
+    // Bytes behind the points aren't looked at, however many.
+    for (const size_t numBehind : {size_t(5), size_t(1000), size_t(300000)})
+        for (const std::uint64_t count : {0, 2})
+        {
+            Points whole;
+            const std::string body = raw(std::int32_t(30)) + raw(count) + bytesOf({1, 2, 3}) + bytesOf({4, 5, 6});
+            ASSERT_TRUE(readPoints_BIN(put("e.bin", body + std::string(numBehind, 'x')).c_str(), whole));
+            expectSame(whole, count == 0 ? Points() : Points{{1, 2, 3}, {4, 5, 6}});
+        }
+
     // Nor is the rest of a count.
     for (size_t length = 0; length < 12; ++length)
         EXPECT_TRUE(readPoints_BIN(put("d.bin", header.substr(0, length)).c_str(), points));

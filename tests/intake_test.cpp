@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -122,7 +123,9 @@ TEST(Spacing, PointsThatAreNotFiniteAreSkippedAndBadCloudsEndInTheirMessages)
 {
     std::vector<Point3> empty;
     const std::string text = outputOf([&] { EXPECT_EQ(estimateAvgSpacing(empty), -1.0); });
-    EXPECT_NE(text.find("Nothing to do for cloud inputPointsViaMemory"), std::string::npos);
+    const std::string nothing = "Nothing to do for cloud inputPointsViaMemory";
+    EXPECT_NE(text.find(nothing), std::string::npos);
+    EXPECT_EQ(text.find(nothing), text.rfind(nothing)) << "once";
 
     std::vector<Point3> points = getNoisySphere(2000, 1.0, 5);
     points.insert(points.begin() + 100, {notANumber, 0.0, 0.0});
@@ -142,6 +145,8 @@ TEST(Spacing, PointsThatAreNotFiniteAreSkippedAndBadCloudsEndInTheirMessages)
     failsWith({Point3(1, 1, 1)}, -1.0, "usedSpacing>0");
     failsWith(getNoisySphere(100, 1.0, 1), -2.0, "usedSpacing>0");
     failsWith({Point3(notANumber, 0, 0), Point3(1, 1, 1)}, 0.1, "numCReal>=numReqC");
+    failsWith({Point3(1, notANumber, 0), Point3(1, 1, 1)}, 0.1, "numCReal>=numReqC");
+    failsWith({Point3(1, 0, notANumber), Point3(1, 1, 1)}, -1.0, "usedSpacing>0");
     failsWith({Point3(0, 0, 0), Point3(inf, 1, 1)}, 0.1, "numCReal>=numReqC");
     failsWith({Point3(0, 0, 0), Point3(1, 1, 1)}, 1e-320, "numCReal>=numReqC");
     failsWith({Point3(0, 0, 0), Point3(1, 1, 1)}, notANumber, "usedSpacing>0");
@@ -212,6 +217,8 @@ TEST(CellCreation, SizesOfHoleControlDoubleUpToTheLimit)
     EXPECT_EQ(sizes(3), (std::vector<int>{2, 3}));
     EXPECT_EQ(sizes(2), (std::vector<int>{2}));
     EXPECT_EQ(sizes(1), (std::vector<int>{1}));
+    EXPECT_EQ(sizes(INT_MAX).back(), INT_MAX);
+    EXPECT_LT(sizes(INT_MAX).size(), 32u);
     EXPECT_TRUE(sizes(0).empty());
     EXPECT_TRUE(sizes(-7).empty());
 }
