@@ -12,6 +12,7 @@
 namespace MIRT_ZAV
 {
 
+class CellIndex;
 class RemoveDeciderFast;
 
 /// Serves one cloud: made, run once and destroyed, on one thread.
@@ -46,7 +47,6 @@ private:
     using Distances = std::vector<std::pair<double, RCD>>; // distance from the shell in input units, cell
     struct RCDBox;
     class PrioqRCDBox;
-    class BoxMap;
 
     std::vector<std::pair<RCD, Point3*>> getCellsOfPoints() const;
     std::vector<std::pair<RCD, Point3>> getRepresentatives() const;
@@ -65,8 +65,9 @@ private:
     void rcdmch_getDist2RCD(int size, Distances& vDist2RCD);
     void rcdmch_createRCDBoxes(MIRT_TOOLS::SimplePool<RCDBox>& pool, int size, std::vector<RCDBox*>& vShell,
                                std::vector<RCDBox*>& vNew) const;
-    void rcdmch_createPrioq(const std::vector<RCDBox*>& vShell, BoxMap& newBoxes, PrioqRCDBox& queue) const;
-    void rcdmch_marchRCD(PrioqRCDBox& queue, BoxMap& newBoxes, const std::vector<RCDBox*>& vNew,
+    void rcdmch_createPrioq(const std::vector<RCDBox*>& vShell, const std::vector<RCDBox*>& vNew,
+                            const CellIndex& index, PrioqRCDBox& queue) const;
+    void rcdmch_marchRCD(PrioqRCDBox& queue, const std::vector<RCDBox*>& vNew, const CellIndex& index,
                          Distances& vDist2RCD) const;
 
     std::vector<Point3>* pvPoints;

@@ -21,10 +21,15 @@ namespace
 {
 using Distances = std::vector<std::pair<double, RCD>>;
 
-/// Order by the cell alone.
-bool isLowerCell(const std::pair<double, RCD>& a, const std::pair<double, RCD>& b)
+/// By cell, then by distance.
+using CellDistances = std::vector<std::pair<RCD, double>>;
+
+CellDistances getSortedByCell(const Distances& vDist2RCD)
 {
-    return a.second < b.second;
+    CellDistances byCell;
+    transformMT(vDist2RCD, byCell, [](const auto& entry) { return std::make_pair(entry.second, entry.first); });
+    sortMT(byCell.begin(), byCell.end());
+    return byCell;
 }
 
 std::vector<RCD> getSortedCells(const Distances& vDist2RCD)
@@ -35,8 +40,8 @@ std::vector<RCD> getSortedCells(const Distances& vDist2RCD)
     return cells;
 }
 
-/// The mean distance of a cell's face neighbours in a list sorted by cell; 0.0 if it has none there.
-double getMeanDistanceOfFaceNeigs(const Distances& sortedByCell, RCD r)
+/// The mean distance of a cell's face neighbours in a list; 0.0 if it has none there.
+double getMeanDistanceOfFaceNeigs(const CellDistances& byCell, RCD r)
 {
     RCD neigs[6];
     getFaceNeigs(r, neigs);
@@ -44,11 +49,10 @@ double getMeanDistanceOfFaceNeigs(const Distances& sortedByCell, RCD r)
     int count = 0;
     for (const RCD neig : neigs)
     {
-        const auto it =
-            std::lower_bound(sortedByCell.begin(), sortedByCell.end(), std::pair<double, RCD>(0.0, neig), isLowerCell);
-        if (it != sortedByCell.end() && it->second == neig)
+        const auto it = std::lower_bound(byCell.begin(), byCell.end(), std::pair<RCD, double>(neig, 0.0));
+        if (it != byCell.end() && it->first == neig)
         {
-            sum += it->first;
+            sum += it->second;
             ++count;
         }
     }
@@ -84,11 +88,9 @@ void Prepare::hc_addVolumeFills(Distances& vDist2RCD) const
     if (pockets.empty())
         return;
 
-    sortMT(vDist2RCD.begin(), vDist2RCD.end(), isLowerCell);
-    Distances added;
+    const CellDistances byCell = getSortedByCell(vDist2RCD); // without the pockets themselves
     for (const RCD r : pockets)
-        added.emplace_back(getMeanDistanceOfFaceNeigs(vDist2RCD, r), r);
-    vDist2RCD.insert(vDist2RCD.end(), added.begin(), added.end());
+        vDist2RCD.emplace_back(getMeanDistanceOfFaceNeigs(byCell, r), r);
 }
 
 /// Thins the new cells of vDist2RCD down to membranes. The label names the pass for a developer.
@@ -122,18 +124,16 @@ void Prepare::hc_pruneDown(const std::string&, bool bFirstOrLast, Distances& vDi
 /// Keeps the entries of the cells in vKept, one each.
 void Prepare::cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD)
 {
-    // Of several entries of a cell the nearest stays, so that the result doesn't hang on the sort.
-    sortMT(vDist2RCD.begin(), vDist2RCD.end(),
-           [](const auto& a, const auto& b) { return a.second != b.second ? a.second < b.second : a.first < b.first; });
+    const CellDistances byCell = getSortedByCell(vDist2RCD);
     Distances vTmp;
     vTmp.reserve(vKept.size());
-    auto it = vDist2RCD.begin();
+    auto it = byCell.begin();
     for (const RCD kept : vKept)
     {
-        while (it != vDist2RCD.end() && it->second < kept)
+        while (it != byCell.end() && it->first < kept)
             ++it;
-        if (it != vDist2RCD.end() && it->second == kept)
-            vTmp.push_back(*it);
+        if (it != byCell.end() && it->first == kept)
+            vTmp.emplace_back(it->second, it->first);
     }
     ZAV_ASSERT(vTmp.size() == vKept.size(), "vTmp.size()==vKept.size()");
     sortMT(vTmp.begin(), vTmp.end());

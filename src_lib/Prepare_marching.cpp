@@ -5,16 +5,18 @@
 
 #include "Prepare.h"
 
-#include "CellMap.h"
+#include "CellIndex.h"
 #include "cellSets.h"
 #include "sortMT.h"
 #include "tools.h"
 #include "vectorHelpers.h"
 
 #include <algorithm>
+#include <bit>
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdint>
 #include <functional>
 #include <new>
 #include <queue>
@@ -43,52 +45,22 @@ struct Prepare::RCDBox
     }
 };
 
-/// The smallest distance on top, compared by distance alone: among equals the order of pushes decides.
+/// The smallest distance on top, among equals the lower cell. A distance and the number of a new box in the order of
+/// cells make one word: the bits of floats that aren't negative sort as the floats do.
 class Prepare::PrioqRCDBox
 {
 public:
-    void push(double dist, RCDBox* pBox) { queue.emplace(dist, pBox); }
+    void push(float dist, size_t box) { queue.push(u64(std::bit_cast<std::uint32_t>(dist)) << 32 | box); }
     bool empty() const { return queue.empty(); }
-    RCDBox* pop()
+    size_t pop()
     {
-        RCDBox* const pBox = queue.top().second;
+        const u64 top = queue.top();
         queue.pop();
-        return pBox;
+        return top & 0xffffffff;
     }
 
 private:
-    using Entry = std::pair<double, RCDBox*>;
-    struct IsFarther
-    {
-        bool operator()(const Entry& a, const Entry& b) const { return a.first > b.first; }
-    };
-    std::priority_queue<Entry, std::vector<Entry>, IsFarther> queue;
-};
-
-/// The new boxes by cell.
-class Prepare::BoxMap
-{
-public:
-    explicit BoxMap(const std::vector<RCDBox*>& sortedBoxes) : map(getEntries(sortedBoxes)) {}
-
-    /// Null for a cell without a new box.
-    RCDBox* find(RCD r) const
-    {
-        RCDBox* const* const found = map.find(r);
-        return found == nullptr ? nullptr : *found;
-    }
-
-private:
-    static std::vector<std::pair<RCD, RCDBox*>> getEntries(const std::vector<RCDBox*>& sortedBoxes)
-    {
-        std::vector<std::pair<RCD, RCDBox*>> entries;
-        entries.reserve(sortedBoxes.size());
-        for (RCDBox* const pBox : sortedBoxes)
-            entries.emplace_back(pBox->rcd, pBox);
-        return entries;
-    }
-
-    CellMap<RCDBox*> map;
+    std::priority_queue<u64, std::vector<u64>, std::greater<>> queue;
 };
 
 void Prepare::rcdmch_getDist2RCD(int size, Distances& vDist2RCD)
@@ -96,10 +68,12 @@ void Prepare::rcdmch_getDist2RCD(int size, Distances& vDist2RCD)
     MIRT_TOOLS::SimplePool<RCDBox> pool;
     std::vector<RCDBox*> vShell, vNew;
     rcdmch_createRCDBoxes(pool, size, vShell, vNew);
-    BoxMap newBoxes(vNew);
+    std::vector<RCD> newCells;
+    transformMT(vNew, newCells, [](const RCDBox* pBox) { return pBox->rcd; });
+    const CellIndex index(newCells);
     PrioqRCDBox queue;
-    rcdmch_createPrioq(vShell, newBoxes, queue);
-    rcdmch_marchRCD(queue, newBoxes, vNew, vDist2RCD);
+    rcdmch_createPrioq(vShell, vNew, index, queue);
+    rcdmch_marchRCD(queue, vNew, index, vDist2RCD);
 }
 
 void Prepare::rcdmch_createRCDBoxes(MIRT_TOOLS::SimplePool<RCDBox>& pool, int size, std::vector<RCDBox*>& vShell,
@@ -111,20 +85,24 @@ void Prepare::rcdmch_createRCDBoxes(MIRT_TOOLS::SimplePool<RCDBox>& pool, int si
     sortMT(zone.begin(), zone.end());
     pool.init(static_cast<int>(std::min<size_t>(zone.size(), INT_MAX)), -1);
 
-    auto itShell = vAllRCDsrt.begin();
-    auto itVtx = vRCD2Vtxsrt.begin();
-    for (const RCD r : zone)
+    std::vector<RCD> newCells = zone;
+    removeVec(newCells, vAllRCDsrt);
+    vNew.reserve(newCells.size());
+    for (const RCD r : newCells)
     {
-        itShell = std::lower_bound(itShell, vAllRCDsrt.end(), r);
-        if (itShell == vAllRCDsrt.end() || *itShell != r)
-        {
-            const Point3 centre = pCalc->getCenter(r);
-            vNew.push_back(new (pool.take()) RCDBox{FLT_MAX, false, r, nullptr, nullptr, static_cast<float>(centre.x()),
-                                                    static_cast<float>(centre.y()), static_cast<float>(centre.z())});
-            continue;
-        }
-        const auto isBelow = [](const std::pair<RCD, Point3*>& entry, RCD cell) { return entry.first < cell; };
-        const auto q_it = itVtx = std::lower_bound(itVtx, vRCD2Vtxsrt.end(), r, isBelow);
+        const Point3 centre = pCalc->getCenter(r);
+        vNew.push_back(new (pool.take()) RCDBox{FLT_MAX, false, r, nullptr, nullptr, static_cast<float>(centre.x()),
+                                                static_cast<float>(centre.y()), static_cast<float>(centre.z())});
+    }
+
+    std::vector<RCD>& shellCells = zone;
+    keepVec(shellCells, vAllRCDsrt);
+    vShell.reserve(shellCells.size());
+    auto q_it = vRCD2Vtxsrt.begin();
+    for (const RCD r : shellCells)
+    {
+        while (q_it != vRCD2Vtxsrt.end() && q_it->first < r)
+            ++q_it;
         ZAV_ASSERT(q_it != vRCD2Vtxsrt.end() && q_it->first == r, "q_it!=vRCD2Vtxsrt.end() && q_it->first==rcd");
         RCDBox* const pBox = new (pool.take()) RCDBox{0.0f, true, r, q_it->second, nullptr, 0.0f, 0.0f, 0.0f};
         pBox->pSource = pBox;
@@ -132,71 +110,71 @@ void Prepare::rcdmch_createRCDBoxes(MIRT_TOOLS::SimplePool<RCDBox>& pool, int si
     }
 }
 
-void Prepare::rcdmch_createPrioq(const std::vector<RCDBox*>& vShell, BoxMap& newBoxes, PrioqRCDBox& queue) const
+void Prepare::rcdmch_createPrioq(const std::vector<RCDBox*>& vShell, const std::vector<RCDBox*>& vNew,
+                                 const CellIndex& index, PrioqRCDBox& queue) const
 {
-    std::vector<RCDBox*> vReached;
-    RCD neigs[26];
+    std::vector<size_t> vReached;
     for (RCDBox* const pShellBox : vShell)
     {
         const Point3* const pFromVtx = pShellBox->pVtx;
         ZAV_ASSERT(pFromVtx != nullptr, "pFromVtx!=__null");
-        Calc::completeArray26_RCD(pShellBox->rcd, neigs);
-        for (const RCD neig : neigs)
-        {
-            RCDBox* const pBox = newBoxes.find(neig);
-            if (pBox == nullptr)
-                continue;
-            const float d = pShellBox->getDistanceTo(*pBox);
-            if (d < pBox->dist)
-            {
-                pBox->dist = d;
-                pBox->pSource = pShellBox;
-                vReached.push_back(pBox);
-            }
-        }
+        index.forEachAround(pShellBox->rcd,
+                            [&](size_t i)
+                            {
+                                RCDBox* const pBox = vNew[i];
+                                const float d = pShellBox->getDistanceTo(*pBox);
+                                if (d < pBox->dist)
+                                {
+                                    pBox->dist = d;
+                                    pBox->pSource = pShellBox;
+                                    vReached.push_back(i);
+                                }
+                            });
     }
     oneInstanceMT(vReached);
-    for (RCDBox* const pBox : vReached)
-        if (pBox->dist < FLT_MAX)
-            queue.push(pBox->dist, pBox);
+    for (const size_t i : vReached)
+        if (vNew[i]->dist < FLT_MAX)
+            queue.push(vNew[i]->dist, i);
 }
 
-void Prepare::rcdmch_marchRCD(PrioqRCDBox& queue, BoxMap& newBoxes, const std::vector<RCDBox*>& vNew,
+void Prepare::rcdmch_marchRCD(PrioqRCDBox& queue, const std::vector<RCDBox*>& vNew, const CellIndex& index,
                               Distances& vDist2RCD) const
 {
-    RCD neigs[26];
+    RCDBox* const boxes = vNew.empty() ? nullptr : vNew.front(); // they lie side by side
+    std::vector<size_t> neigs;
     while (!queue.empty())
     {
-        RCDBox* const pBox = queue.pop();
-        if (pBox->bDone)
+        RCDBox& box = boxes[queue.pop()];
+        if (box.bDone)
             continue;
-        pBox->bDone = true;
+        box.bDone = true;
+
+        neigs.clear();
+        const auto collect = [&neigs, boxes](size_t i)
+        {
+            __builtin_prefetch(boxes + i); // the front jumps about: fetch all neighbours at once, not one by one
+            neigs.push_back(i);
+        };
         // Near the shell the march must pass diagonal gaps; farther out six directions are enough.
-        size_t numNeigs = 26;
-        if (pBox->dist < sideLen)
-            Calc::completeArray26_RCD(pBox->rcd, neigs);
+        if (box.dist < sideLen)
+            index.forEachAround(box.rcd, collect);
         else
+            for (const RCD step : {rcd::xUnit, rcd::yUnit, rcd::zUnit})
+                for (const RCD neig : {box.rcd - step, box.rcd + step})
+                    if (const size_t i = index.find(neig); i != CellIndex::notFound)
+                        collect(i);
+
+        for (const size_t i : neigs)
         {
-            numNeigs = 6;
-            const RCD steps[3] = {rcd::xUnit, rcd::yUnit, rcd::zUnit};
-            for (size_t axis = 0; axis < 3; ++axis)
-            {
-                neigs[2 * axis] = pBox->rcd - steps[axis];
-                neigs[2 * axis + 1] = pBox->rcd + steps[axis];
-            }
-        }
-        for (size_t i = 0; i < numNeigs; ++i)
-        {
-            RCDBox* const pNeig = newBoxes.find(neigs[i]);
-            if (pNeig == nullptr || pNeig->bDone)
+            RCDBox& neig = boxes[i];
+            if (neig.bDone)
                 continue;
-            const float d = pBox->pSource->getDistanceTo(*pNeig);
-            if (d < pNeig->dist)
-            {
-                pNeig->dist = d;
-                pNeig->pSource = pBox->pSource;
-                queue.push(d, pNeig);
-            }
+            const float d = box.pSource->getDistanceTo(neig);
+            if (!(d < neig.dist))
+                continue;
+            neig.dist = d;
+            neig.pSource = box.pSource;
+            queue.push(d, i);
         }
     }
     vDist2RCD.reserve(vDist2RCD.size() + vNew.size());
