@@ -197,27 +197,50 @@ void Prepare::hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, 
     }
 }
 
+namespace
+{
+/// Brings a sorted list of the border cells up to date after kills: only cells next to a kill can change their class.
+void updateBorder(const RemoveDeciderFast& decider, const std::vector<RCD>& vKilled, std::vector<RCD>& border)
+{
+    std::vector<RCD> affected = vKilled;
+    std::vector<RCD> neigs;
+    for (const RCD r : vKilled)
+    {
+        neigs.clear();
+        decider.getNeigs(r, neigs);
+        affected.insert(affected.end(), neigs.begin(), neigs.end());
+    }
+    oneInstance(affected);
+    removeVec(border, affected);
+    std::erase_if(affected, [&decider](RCD r) { return decider.isDoomed(r) || !decider.isBorder(r); });
+    const auto middle = border.insert(border.end(), affected.begin(), affected.end());
+    std::inplace_merge(border.begin(), middle, border.end());
+}
+
+/// The cells of small components that aren't rings, sorted.
+std::vector<RCD> getFrayedCells(std::vector<RCD>& border, size_t maxSize)
+{
+    std::vector<std::vector<RCD>> comps;
+    createCC_RCD(border, comps);
+    std::vector<RCD> frayed;
+    for (std::vector<RCD>& comp : comps) // each one sorted, as the border is
+        if (comp.size() <= maxSize && !isRing(comp, 0))
+            frayed.insert(frayed.end(), comp.begin(), comp.end());
+    oneInstance(frayed);
+    return frayed;
+}
+} // namespace
+
 /// Cuts short runs of border cells that don't close into a ring, until nothing changes.
 void Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill, bool bFirstOrLast) const
 {
+    std::vector<RCD> area, border;
+    decider.detectAreaAndBorder(area, border);
+    sortMT(border.begin(), border.end());
     const long long maxPasses = 2LL * holeControlLimit;
     for (long long i = 0; i < maxPasses; ++i)
     {
-        std::vector<RCD> area, border;
-        decider.detectAreaAndBorder(area, border);
-        std::vector<std::vector<RCD>> comps;
-        createCC_RCD(border, comps);
-        const size_t limit = i == 0 && !bFirstOrLast ? 100 : 30;
-        std::vector<RCD> frayed;
-        for (std::vector<RCD>& comp : comps)
-        {
-            if (comp.size() > limit)
-                continue;
-            std::sort(comp.begin(), comp.end());
-            if (!isRing(comp, 0))
-                frayed.insert(frayed.end(), comp.begin(), comp.end());
-        }
-        oneInstance(frayed);
+        std::vector<RCD> frayed = getFrayedCells(border, i == 0 && !bFirstOrLast ? 100 : 30);
         if (!bFirstOrLast) // loose strips of the earlier shell go on the first and the last size only
             keepVec(frayed, fill);
 
@@ -228,6 +251,7 @@ void Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<
         decider.pruneByDistance(PM_PRUNE_BORDERS, pairs, vKept, vKilled);
         if (vKilled.empty())
             return;
+        updateBorder(decider, vKilled, border);
     }
 }
 
