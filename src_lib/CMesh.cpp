@@ -109,9 +109,7 @@ int CMesh::killDups()
 
 void CMesh::reset()
 {
-    for (CPatch* const patch : vPatches)
-        patch->~CPatch();
-    vPatches.clear();
+    destroyPatches();
     mEdges.clear();
     vT.clear();
     for (CEdge* const e : vCE)
@@ -120,7 +118,6 @@ void CMesh::reset()
     mmVtxT.clear();
     poolT.backToFirstContainer();
     poolCE.backToFirstContainer();
-    poolPatch.backToFirstContainer();
 }
 
 void CMesh::reserve(size_t numT)

@@ -75,6 +75,16 @@ public:
     /// Sum over the alive triangles, in square input units.
     double getArea() const;
 
+    /// Divides the alive triangles into patches, in the order of their first triangle in vT. The patches of before are
+    /// destroyed.
+    /// \param pBlocked      edges that patches don't grow across either; null for none
+    /// \param vOut          becomes the list of patches; they belong to the mesh
+    /// \param mOut          of a triangle on a non-manifold edge, the corner off that edge with its patch; entries that
+    ///                      are there stay
+    /// \param vNonManifold  the non-manifold edges are added; all of it becomes a sorted set
+    void createPatches(std::set<CEdge*>* pBlocked, std::vector<CPatch*>& vOut, std::map<CCD, CPatch*>& mOut,
+                       std::vector<CEdge*>& vNonManifold);
+
     bool hasBundle(CCD c) const { return pMapCCDBundle->find(c) != pMapCCDBundle->end(); }
     std::map<CCD, Bundle*>& getRefToBundleMap() const { return *pMapCCDBundle; }
     const std::vector<CCD>& getZeroCCD() const { return vZeroCCD; }
@@ -109,6 +119,7 @@ public:
 private:
     CEdge* attachEdge(VCD a, VCD b, CTriangle* t);
     void deleteBundle(Bundle* b);
+    void destroyPatches();
 };
 
 } // namespace MIRT_ZAV

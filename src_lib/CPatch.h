@@ -1,6 +1,7 @@
 // A piece of the coarse mesh: triangles that can reach each other over edges of degree 2.
 #pragma once
 
+#include "CTriangle.h"
 #include "Calc.h"
 
 #include <cstdint>
@@ -11,9 +12,10 @@ namespace MIRT_ZAV
 
 class CEdge;
 class CMesh;
-class CTriangle;
 
-/// Members are not owned. The destructor unties the members that still belong to this patch.
+/// A patch ends at non-manifold edges and at the border. The two sheets of a thick shell meet in non-manifold edges:
+/// patches are the unit in which the repair sees them. Members are not owned; a triangle belongs to the patch that
+/// added it last. The destructor unties the members that still belong to this patch.
 class CPatch
 {
 public:
@@ -34,6 +36,49 @@ public:
     /// Number of members, dead ones included.
     size_t getSize() const { return vT.size(); }
     bool isAlive() const { return bAlive; }
+    bool isMember(const CTriangle* t) const { return t->getPatch() == this; }
+    /// Kills the patch, kills its alive members and forgets all of them.
+    void killPatchAndMembers();
+
+    /// Sum over the alive members, in square input units.
+    double getArea() const;
+    /// Adds the edges of the alive members to out and makes all of out a sorted set.
+    void getAllCE(std::vector<CEdge*>& out) const;
+    /// The same with the corners of every member, dead ones too.
+    void getAllVCD(std::vector<VCD>& out) const;
+    /// No border of its own, and four members at least. A closed patch may still hang on non-manifold edges.
+    bool isClosed() const;
+    /// Finds the rim: the edges with exactly one alive member. Two patches have the same rim if these lists are equal.
+    /// Different patches may do this at the same time. A dead patch is a bug.
+    void setOuterBoundary();
+
+    /// Signed volume by the winding, in cubic input units.
+    double computeOrientedVolume() const;
+    /// The corner with the greatest z, the first in order of codes among several; all bits set if every z index is 0.
+    VCD getMaxZCCD() const;
+    /// Flips all members if the normals at the highest corner point down. Warns if nothing alive touches that corner.
+    void orientPatch();
+    /// Makes neighbours run alike, then orients the whole. In a patch that can't be oriented the first visit decides.
+    void intraOrientation();
+
+    /// Resolves a closed patch that is a thin double sheet: one of its sheets dies.
+    /// \param bStrict  leave the patch alone if both sheets are tied to the rest of the mesh
+    /// \return whether triangles were killed; they stay listed in vT
+    bool splitClosedPatchKill(bool bStrict);
+
+private:
+    struct Sheets;
+
+    bool isThin() const;
+    CEdge* findRimEdge(CTriangle*& pCT0, CTriangle*& pCT1) const;
+    void growSheets(CEdge* pStartME, CTriangle* pCT0, CTriangle* pCT1, Sheets& sheets);
+    bool isTiedToRest(const std::vector<CTriangle*>& vSheet) const;
+    void clearVisited();
 };
+
+/// The edges of the alive triangles of vT, chosen by the number m of triangles among these that have them: mode n > 0
+/// takes m == n, -1 odd m, -2 even m, -3 m > 2, -4 even m of 3 or more; any other mode takes none. Appended to out,
+/// ascending by address.
+void getEdgesWithDegree(int mode, const std::vector<CTriangle*>& vT, std::vector<CEdge*>& out);
 
 } // namespace MIRT_ZAV
