@@ -4,6 +4,7 @@
 #include "CloudMgr.h"
 #include "Progress.h"
 #include "RMesh.h"
+#include "Top.h"
 #include "Voro.h"
 #include "sortMT.h"
 #include "tools.h"
@@ -40,6 +41,8 @@ MeshPtr Hal::reconstruct()
     Voro voro(pCalc, mCCD2Bundle, vFillCCD, TM_FAT);
     voro.fatExtractTriangles();
     pCMesh = voro.releaseCMesh();
+    Top top(pCMesh, pCalc);
+    top.finalizeReconstructedMesh(&voro);
 
     auto pRMesh = std::make_unique<RMesh>(pCMesh);
     MeshPtr pMesh = std::make_shared<Mesh>(pRMesh.get());
