@@ -45,8 +45,8 @@ struct Prepare::RCDBox
     }
 };
 
-/// The smallest distance on top, among equals the lower cell. A distance and the number of a new box in the order of
-/// cells make one word: the bits of floats that aren't negative sort as the floats do.
+/// The smallest distance on top, compared by distance alone: among equals the order of pushes decides. A distance and
+/// the number of a new box make one word: the bits of floats that aren't negative sort as the floats do.
 class Prepare::PrioqRCDBox
 {
 public:
@@ -60,7 +60,11 @@ public:
     }
 
 private:
-    std::priority_queue<u64, std::vector<u64>, std::greater<>> queue;
+    struct IsFarther
+    {
+        bool operator()(u64 a, u64 b) const { return a >> 32 > b >> 32; }
+    };
+    std::priority_queue<u64, std::vector<u64>, IsFarther> queue;
 };
 
 void Prepare::rcdmch_getDist2RCD(int size, Distances& vDist2RCD)

@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
-#include <queue>
 
 namespace MIRT_ZAV
 {
@@ -184,67 +182,84 @@ void RemoveDeciderFast::getNextCandidates(std::vector<RCD>& killed, std::vector<
 
 namespace
 {
-/// The queue of pruneByDistance: the greatest distance first, among equal ones the lower cell; and the entries put
-/// aside, which can come back. An entry is known by its rank, its place in that order: the list is read off in order,
-/// and a heap of ranks takes what comes back.
+/// The queue of pruneByDistance: a heap with the greatest distance on top, and the entries put aside, which can come
+/// back. Among equal distances the order follows from the order of pushes alone. An entry of the list is known by its
+/// place there; the heap holds small words, a level that sinks with the distance above the place.
 class DistanceQueue
 {
 public:
-    using Rank = std::uint32_t;
+    using Place = std::uint32_t;
 
-    /// \param sortedArg  in the order of the queue
+    /// \param sortedArg  by descending distance; pushed in this order
     /// \param cells      all cells of the list, as a sorted set
     DistanceQueue(const std::vector<Weighted>& sortedArg, const std::vector<RCD>& cells)
         : sorted(sortedArg), index(cells), asides(cells.size(), notAside)
     {
+        u64 level = ~Place(0);
+        levels.reserve(sorted.size());
+        heap.reserve(sorted.size());
+        for (size_t i = 0; i < sorted.size(); ++i)
+        {
+            if (i > 0 && sorted[i].first < sorted[i - 1].first)
+                --level;
+            levels.push_back(static_cast<Place>(level));
+            heap.push_back(level << 32 | i); // a list in descending order is the heap that pushing it one by one makes
+        }
     }
 
-    bool empty() const { return cursor == sorted.size() && comeBack.empty(); }
+    bool empty() const { return heap.empty(); }
 
-    Rank pop()
+    Place pop()
     {
-        if (comeBack.empty() || (cursor < sorted.size() && cursor < comeBack.top()))
-            return cursor++;
-        const Rank rank = comeBack.top();
-        comeBack.pop();
-        return rank;
+        std::pop_heap(heap.begin(), heap.end(), HasLowerLevel());
+        const auto place = static_cast<Place>(heap.back());
+        heap.pop_back();
+        return place;
     }
 
-    RCD getCell(Rank rank) const { return sorted[rank].second; }
+    RCD getCell(Place place) const { return sorted[place].second; }
 
     /// Of several entries of a cell the first one put aside counts.
-    void putAside(Rank rank)
+    void putAside(Place place)
     {
-        Rank& aside = asides[index.find(getCell(rank))];
+        Place& aside = asides[index.find(getCell(place))];
         if (aside == notAside)
-            aside = rank;
+            aside = place;
     }
 
     /// Those of some cells that were put aside are queued again; they stay put aside, so that they can come back more
     /// than once.
     void pushBack(const std::vector<RCD>& cells)
     {
-        places.clear();
+        found.clear();
         for (const RCD r : cells)
-            if (const size_t place = index.find(r); place != CellIndex::notFound)
+            if (const size_t i = index.find(r); i != CellIndex::notFound)
             {
-                __builtin_prefetch(&asides[place]); // all at once, not one by one
-                places.push_back(place);
+                __builtin_prefetch(&asides[i]); // all at once, not one by one
+                found.push_back(i);
             }
-        for (const size_t place : places)
-            if (asides[place] != notAside)
-                comeBack.push(asides[place]);
+        for (const size_t i : found)
+            if (asides[i] != notAside)
+            {
+                heap.push_back(u64(levels[asides[i]]) << 32 | asides[i]);
+                std::push_heap(heap.begin(), heap.end(), HasLowerLevel());
+            }
     }
 
 private:
-    static constexpr Rank notAside = ~Rank(0);
+    static constexpr Place notAside = ~Place(0);
+
+    struct HasLowerLevel
+    {
+        bool operator()(u64 a, u64 b) const { return a >> 32 < b >> 32; }
+    };
 
     const std::vector<Weighted>& sorted;
-    Rank cursor = 0;
-    std::priority_queue<Rank, std::vector<Rank>, std::greater<>> comeBack;
+    std::vector<Place> levels; // of the list's entries
+    std::vector<u64> heap;
     CellIndex index;
-    std::vector<Rank> asides;   // by place
-    std::vector<size_t> places; // scratch space of pushBack
+    std::vector<Place> asides; // by cell
+    std::vector<size_t> found; // scratch space of pushBack
 };
 
 enum class Verdict
@@ -299,7 +314,7 @@ size_t RemoveDeciderFast::pruneByDistance(PruningMode mode, std::vector<Weighted
     std::vector<RCD> neigs;
     while (!queue.empty())
     {
-        const DistanceQueue::Rank top = queue.pop();
+        const DistanceQueue::Place top = queue.pop();
         const RCD r = queue.getCell(top);
         const unsigned config = getConfiguration(r);
         if (config == 0)
