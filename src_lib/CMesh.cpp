@@ -33,6 +33,9 @@ CMesh::CMesh(Voro* pVoroArg, Calc* pCalcArg, std::map<CCD, Bundle*>* pMap, const
     poolT.init(1000, -1, 1250000);
     poolCE.init(1000, -1, 2083333);
     poolPatch.init(100, -1, 595238);
+    bundleIndex.reserve(pMap->size());
+    for (auto& [c, bundle] : *pMap)
+        bundleIndex.insert(c, &bundle);
 }
 
 CMesh::~CMesh()
@@ -205,7 +208,9 @@ double CMesh::getArea() const
 
 Point3* CMesh::getVtx(VCD v) const
 {
-    const auto q_it = pMapCCDBundle->find(v);
+    if (Bundle* const* const* const found = bundleIndex.find(v))
+        return (**found)->pVtx;
+    const auto q_it = pMapCCDBundle->find(v); // entered by someone else after the mesh was made
     ZAV_ASSERT(q_it != pMapCCDBundle->end(), "q_it!=mCCDBundle.end()");
     return q_it->second->pVtx;
 }

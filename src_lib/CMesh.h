@@ -120,6 +120,10 @@ private:
     CEdge* attachEdge(VCD a, VCD b, CTriangle* t);
     void deleteBundle(Bundle* b);
     void destroyPatches();
+
+    /// Places in the map of bundles, which never lets go of an entry: areas and normals look up three vertices for
+    /// every triangle.
+    MIRT_TOOLS::OrderedIndex<CCD, Bundle**> bundleIndex;
 };
 
 } // namespace MIRT_ZAV

@@ -25,7 +25,9 @@ void CMesh::addBundle(CCD c, double x, double y, double z)
     pVtx.release(); // from here on the list owns both
     Bundle* const b = pBundle.release();
     sAdditionalVtx.insert(b->pVtx);
-    (*pMapCCDBundle)[c] = b;
+    Bundle*& entry = (*pMapCCDBundle)[c];
+    entry = b;
+    bundleIndex.insert(c, &entry);
     averageBundle(b);
 }
 

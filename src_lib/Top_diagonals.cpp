@@ -65,7 +65,7 @@ void Top::unifyDiagonals()
     }
 }
 
-/// The other diagonal (c, d) of the square that e and its two triangles split, if it exists as an edge; else null.
+/// The other diagonal (c, d) of the square that e and its two triangles split, if an alive edge; else null.
 CEdge* Top::getCrossingDiagonal(const CEdge* e, const CTriangle* pT0, const CTriangle* pT1, VCD& c, VCD& d) const
 {
     const VCD a = e->v0, b = e->v1;
@@ -76,8 +76,9 @@ CEdge* Top::getCrossingDiagonal(const CEdge* e, const CTriangle* pT0, const CTri
     d = pT1->getThirdCCD(a, b);
     if (c == d || Calc::getUniqueSameComponent(c, d) != axis)
         return nullptr;
+    // A dead edge is no diagonal: it would pull a square back that has just lost it.
     CEdge* const e2 = pCMesh->getEdge(c, d);
-    if (e2 == nullptr)
+    if (e2 == nullptr || e2->getDegree() == 0)
         return nullptr;
     const u64 mask = getMask(axis);
     ZAV_ASSERT((a & mask) == (b & mask), "a==b");
