@@ -1,5 +1,6 @@
 // File formats: point files, PLY, and the choice of a format by name.
 #include "RMesh.h"
+#include "capture.h"
 #include "plyMesh.h"
 #include "tinyply.h"
 #include "zav_api_io.h"
@@ -13,6 +14,7 @@
 #include <iomanip>
 #include <limits>
 #include <locale>
+#include <map>
 #include <random>
 #include <sstream>
 #include <unistd.h>
@@ -125,16 +127,11 @@ const char* const pointHeader = "element vertex 2\nproperty float x\nproperty fl
 
 TEST_F(Formats, FileTypesByTheEndOfTheName)
 {
-    EXPECT_EQ(getFileType("a.Stl"), 0);
-    EXPECT_EQ(getFileType(".ply"), 1);
-    EXPECT_EQ(getFileType("a.Xyz"), 2);
-    EXPECT_EQ(getFileType("a.TXT"), 2);
-    EXPECT_EQ(getFileType("a.asc"), 2);
-    EXPECT_EQ(getFileType("a.BIN"), 3);
-    EXPECT_EQ(getFileType("a.list"), 4);
-    EXPECT_EQ(getFileType("list"), 5);
-    EXPECT_EQ(getFileType("a.xYz"), 5);
-    EXPECT_EQ(getFileType("a.ply.gz"), 5);
+    const std::pair<const char*, int> cases[] = {{"a.Stl", 0}, {".ply", 1},    {"a.Xyz", 2},  {"a.TXT", 2},
+                                                 {"a.asc", 2}, {"a.BIN", 3},   {"a.list", 4}, {"list", 5},
+                                                 {"a.xYz", 5}, {"a.ply.gz", 5}};
+    for (const auto& [name, type] : cases)
+        EXPECT_EQ(getFileType(name), type) << name;
     EXPECT_THROW(getFileType("ply"), std::out_of_range);
 }
 
@@ -202,19 +199,14 @@ TEST_F(Formats, BinaryPointsCutOff)
     std::memcpy(&y, halfY.data(), 4);
     expectSame(points, {{1, 2, 3}, {9, y, 3}, {9, y, 3}, {9, y, 3}});
 
-    points.clear();
-    ASSERT_TRUE(readPoints_BIN(put("b.bin", header).c_str(), points));
-    expectSame(points, Points(4));
-
     // Bytes behind the points aren't looked at, however many.
-    for (const size_t numBehind : {size_t(5), size_t(1000), size_t(300000)})
-        for (const std::uint64_t count : {0, 2})
-        {
-            Points whole;
-            const std::string body = raw(std::int32_t(30)) + raw(count) + bytesOf({1, 2, 3}) + bytesOf({4, 5, 6});
-            ASSERT_TRUE(readPoints_BIN(put("e.bin", body + std::string(numBehind, 'x')).c_str(), whole));
-            expectSame(whole, count == 0 ? Points() : Points{{1, 2, 3}, {4, 5, 6}});
-        }
+    for (const size_t numBehind : {5, 1000, 300000})
+    {
+        Points whole;
+        const std::string body = raw(std::int32_t(30)) + raw(std::uint64_t(1)) + bytesOf({1, 2, 3});
+        ASSERT_TRUE(readPoints_BIN(put("e.bin", body + std::string(numBehind, 'x')).c_str(), whole));
+        expectSame(whole, {{1, 2, 3}});
+    }
 
     // Nor is the rest of a count.
     for (size_t length = 0; length < 12; ++length)
@@ -230,27 +222,6 @@ TEST_F(Formats, BinaryPointsCutOff)
     expectSame(points, {{1, 2, 3}, {4, 5, 6}});
 }
 
-TEST_F(Formats, TextPointsLineByLine)
-{
-    const std::string text = "1 2 3 4 5\n1 2\n\n# 1 2 3\n\t1e1\v.5\f-1.e-1\r\n1-2-3\n1,2,3\n0x1 2 3\n1 nan 3\n1 2 inf\n"
-                             "+1 +2 +3\n1 2 3abc\n1 2 1e\n1 2 1e999\n1 2 1e-999\n1.2.3.4\n1e5e5 1 1\n7 8 9";
-    Points points = {{0, 0, 0}};
-    ASSERT_TRUE(readPoints_ASCII(put("a.xyz", text).c_str(), points));
-    expectSame(points, {{0, 0, 0},
-                        {1, 2, 3},
-                        {10, 0.5, -0.1},
-                        {1, -2, -3},
-                        {1, 2, 3},
-                        {1, 2, 3},
-                        {1, 2, 0},
-                        {1.2, .3, .4},
-                        {7, 8, 9}});
-
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(readPoints_ASCII(path("none.xyz").c_str(), points));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), path("none.xyz") + " is unreadable\n");
-}
-
 TEST_F(Formats, TextPointsAreThoseOfAStream)
 {
     std::mt19937 random(7);
@@ -259,7 +230,7 @@ TEST_F(Formats, TextPointsAreThoseOfAStream)
                                             "e-",  "e+3", " ",     " ",   " ",     "\t",    "\r",  "\v", "\f",
                                             ",",   "x",   "nan",   "inf", "12345", "e5",    "1.5", "-7", "#",
                                             "308", "999", "e-320", "\n",  "\n",    "0x1p3", "_"};
-    std::string text;
+    std::string text = "\t1e1\v.5\f-1.e-1\r\n1-2-3\n1 2 inf\n1 2 3abc\n1 2 1e999\n1 2 1e-999\n1.2.3.4\n1e5e5 1 1\n";
     for (int i = 0; i < 200000; ++i)
         text += parts[below(unsigned(parts.size()))];
     text += std::string(1, '\0') + "1 2 3\n1 2 3" + std::string(1, '\0') + "\n";
@@ -282,6 +253,8 @@ TEST_F(Formats, TextPointsAreThoseOfAStream)
     Points points;
     ASSERT_TRUE(readPoints_ASCII(put("a.xyz", text).c_str(), points));
     expectSame(points, expected);
+    EXPECT_EQ(test::outputOf([&] { EXPECT_FALSE(readPoints_ASCII(path("none.xyz").c_str(), points)); }),
+              path("none.xyz") + " is unreadable\n");
 }
 
 TEST_F(Formats, TextPointsAreWrittenWith18Digits)
@@ -450,57 +423,51 @@ TEST_F(Formats, PlyReadsAllEncodings)
 
 TEST_F(Formats, PlyColorsAndTypes)
 {
-    const auto readOne = [this](const std::string& properties, const std::string& values, bool bExpected = true)
+    Points points;
+    const auto read = [&](std::string types, const std::string& names, const std::string& values)
     {
-        Points points;
-        EXPECT_EQ(
-            readPlyText("ply\nformat ascii 1.0\nelement vertex 1\n" + properties + "end_header\n" + values, points),
-            bExpected);
-        return points.empty() ? Point3() : points[0];
+        // The types are named by letters, the properties by words.
+        const std::map<char, std::string> typeNames = {{'i', "int"},   {'f', "float"},  {'u', "uchar"},
+                                                       {'s', "short"}, {'S', "ushort"}, {'d', "double"}};
+        std::istringstream words("x y z " + names);
+        std::string header = "ply\nformat ascii 1.0\nelement vertex 1\n", name;
+        for (const char type : types)
+            header += "property " + typeNames.at(type) + ' ' + (words >> name ? name : "?") + '\n';
+        points.clear();
+        return readPlyText(header + "end_header\n" + values, points);
     };
-    const std::string xyz = "property int x\nproperty int y\nproperty int z\n";
-    const std::string rgbF = "property float red\nproperty float green\nproperty float blue\n";
-    const std::string rgbU = "property uchar red\nproperty uchar green\nproperty uchar blue\n";
-    const auto color = [](const Point3& p) { return std::vector<int>{p.hasColor(), p.r, p.g, p.b, p.a}; };
-    using Color = std::vector<int>;
-
-    EXPECT_EQ(readOne(xyz, "-1 2 3"), Point3(-1, 2, 3));
-    EXPECT_EQ(color(readOne(xyz + rgbF, "1 2 3 0.5 1 0.01")), Color({1, 127, 255, 2, 0}));
-    EXPECT_EQ(color(readOne(xyz + rgbF, "1 2 3 510 255 1")), Color({1, 255, 127, 0, 0}));
-    EXPECT_EQ(color(readOne(xyz + rgbF, "1 2 3 100.9 2 1")), Color({1, 100, 2, 1, 0}));
-    EXPECT_EQ(color(readOne(xyz + rgbU + "property float alpha\n", "1 2 3 9 8 7 0.5")), Color({1, 9, 8, 7, 0}));
-    EXPECT_EQ(color(readOne(xyz + rgbF + "property float alpha\n", "1 2 3 1 0 0 0.5")), Color({1, 255, 0, 0, 127}));
-    EXPECT_EQ(color(readOne(xyz + rgbU + "property float scalar_Intensity\n", "1 2 3 9 8 7 300")),
-              Color({1, 9, 8, 7, 44}));
-    EXPECT_EQ(color(readOne(xyz + rgbU + "property uchar scalar_Intensity\nproperty uchar alpha\n", "1 2 3 9 8 7 5 6")),
-              Color({1, 9, 8, 7, 6}));
-    EXPECT_EQ(color(readOne(xyz + "property uchar red\nproperty uchar blue\n", "1 2 3 9 8")), Color({0, 0, 0, 0, 0}));
-    // Values that no byte holds must not go astray.
-    EXPECT_EQ(readOne(xyz + rgbF, "1 2 3 -1e30 255 1").r, 0);
-
+    const struct
+    {
+        std::string types, names, values;
+        std::array<int, 5> color; // first whether there is one
+    } cases[] = {
+        {"iii", "", "", {0, 0, 0, 0, 0}},
+        {"iiifff", "red green blue", "0.5 1 0.01", {1, 127, 255, 2, 0}},
+        {"iiifff", "red green blue", "510 255 1", {1, 255, 127, 0, 0}},
+        {"iiifff", "red green blue", "100.9 2 1", {1, 100, 2, 1, 0}},
+        {"iiiuuuf", "red green blue alpha", "9 8 7 0.5", {1, 9, 8, 7, 0}},
+        {"iiiffff", "red green blue alpha", "1 0 0 0.5", {1, 255, 0, 0, 127}},
+        {"iiiuuuf", "red green blue scalar_Intensity", "9 8 7 300", {1, 9, 8, 7, 44}},
+        {"iiiuuuuu", "red green blue scalar_Intensity alpha", "9 8 7 5 6", {1, 9, 8, 7, 6}},
+        {"iiiuu", "red blue", "9 8", {0, 0, 0, 0, 0}},
+        {"iiifff", "red green blue", "-1e30 255 1", {1, 0, 255, 1, 0}}, // no byte holds the first value
+        {"iiiSSS", "red green blue", "1 1 1", {0, 0, 0, 0, 0}},
+    };
     testing::internal::CaptureStdout();
-    EXPECT_FALSE(
-        readOne(xyz + "property ushort red\nproperty ushort green\nproperty ushort blue\n", "1 2 3 1 1 1").hasColor());
-    readOne("property short x\nproperty short y\nproperty short z\n", "1 2 3", false);
-    const std::string told = testing::internal::GetCapturedStdout();
-    const std::string text = "unsupported type in , ERROR: readPly";
-    ASSERT_NE(told.find(text), std::string::npos);
-    EXPECT_NE(told.find(text), told.rfind(text));
-    readOne("property float x\nproperty double y\nproperty float z\n", "1 2 3", false);
-    readOne("property float x\nproperty float y\n", "1 2", false);
-}
+    for (const auto& [types, names, values, color] : cases)
+    {
+        ASSERT_TRUE(read(types, names, "-1 2 3 " + values)) << types << names;
+        const Point3& p = points.at(0);
+        EXPECT_EQ(p, Point3(-1, 2, 3));
+        EXPECT_EQ((std::array<int, 5>{p.hasColor(), p.r, p.g, p.b, p.a}), color) << types << names << values;
+    }
+    for (const char* types : {"sss", "fdf", "ff"})
+        EXPECT_FALSE(read(types, "", "1 2 3"));
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("unsupported type in , ERROR: readPly"), std::string::npos);
 
-TEST_F(Formats, AdaptTo255LeavesBytesAsTheyAre)
-{
-    std::vector<PLY::VtxColor> colors = {{1.5f, 200.5f, 0, 255}, {3, 4, 5, 6}};
+    std::vector<PLY::VtxColor> colors = {{1.5f, 200.5f, 0, 255}};
     PLY::adaptTo255(colors);
     EXPECT_EQ(colors[0].red, 1.5f); // nothing to do, so not even floored
-    colors[0].alpha = 256.5f;
-    PLY::adaptTo255(colors);
-    EXPECT_EQ(colors[0].red, 1.0f);
-    EXPECT_EQ(colors[0].alpha, 256.0f);
-    colors.clear();
-    EXPECT_ANY_THROW(PLY::adaptTo255(colors));
 }
 
 TEST_F(Formats, PlyTextValuesAreThoseOfAStream)
@@ -615,38 +582,10 @@ TEST_F(Formats, PlySurvivesMutations)
     EXPECT_GT(numRead, 100); // else the mutations test nothing but the header
 }
 
-TEST(Ply, HeaderWords)
-{
-    const auto parse = [](const std::string& text, PLY::PlyFile& file)
-    {
-        std::istringstream in(text);
-        return file.parse_header(in);
-    };
-    PLY::PlyFile file;
-    EXPECT_TRUE(parse("comment  two\ncomment\nobj_info x\nelement a 3\nproperty uint8 p\nproperty list uchar float q\n"
-                      "property weird w\nend_header\nrubbish",
-                      file));
-    EXPECT_EQ(file.getComments(), std::vector<std::string>({" two", ""}));
-    EXPECT_EQ(file.getObjectInfo(), std::vector<std::string>({"x"}));
-    ASSERT_EQ(file.getElements().size(), 1u);
-    EXPECT_EQ(file.getElements()[0].size, 3u);
-    const auto& properties = file.getElements()[0].properties;
-    ASSERT_EQ(properties.size(), 3u);
-    EXPECT_EQ(properties[0].propertyType, PLY::Type::UINT8);
-    EXPECT_TRUE(properties[1].isList);
-    EXPECT_EQ(properties[1].listType, PLY::Type::UINT8);
-    EXPECT_EQ(properties[1].propertyType, PLY::Type::FLOAT32);
-    EXPECT_EQ(properties[2].propertyType, PLY::Type::INVALID);
-
-    PLY::PlyFile other;
-    EXPECT_TRUE(parse("element a", other)); // the stream may run out
-    EXPECT_FALSE(parse("what is this\nend_header\n", other));
-    EXPECT_THROW(parse("property int x\n", *std::make_unique<PLY::PlyFile>()), std::runtime_error);
-}
-
 TEST(Ply, RequestsAreChecked)
 {
-    const auto messageOf = [](PLY::PlyFile& file, const std::string& element, const std::vector<std::string>& keys)
+    PLY::PlyFile file;
+    const auto messageOf = [&file](const std::string& element, const std::vector<std::string>& keys)
     {
         try
         {
@@ -658,27 +597,21 @@ TEST(Ply, RequestsAreChecked)
         }
         return std::string();
     };
-    PLY::PlyFile file;
-    EXPECT_EQ(messageOf(file, "v", {"x"}), "header had no elements defined. malformed file?");
-    std::istringstream in("element v 1\nproperty int x\nproperty int y\nproperty int z\nproperty weird w\n"
-                          "element vx 1\nproperty int y\nend_header\n1 2 3 4 5");
-    file.parse_header(in);
-    EXPECT_EQ(messageOf(file, "", {"x"}), "`elementKey` argument is empty");
-    EXPECT_EQ(messageOf(file, "v", {}), "`propertyKeys` argument is empty");
-    EXPECT_EQ(messageOf(file, "face", {"x"}), "the element key was not found in the header: face");
-    EXPECT_EQ(messageOf(file, "v", {"x", "r", "g"}), "the following property keys were not found in the header: r, g");
-    EXPECT_EQ(messageOf(file, "v", {"x", "x"}), "element-property key has already been requested: x");
-    EXPECT_EQ(messageOf(file, "v", {"x"}), ""); // nothing of the failed requests is left
-    EXPECT_EQ(messageOf(file, "v", {"x", "y"}), "element-property key has already been requested: x");
-    try
-    {
-        file.read(in);
-        FAIL();
-    }
-    catch (const std::invalid_argument& e)
-    {
-        EXPECT_STREQ(e.what(), "invalid ply property");
-    }
+    EXPECT_EQ(messageOf("v", {"x"}), "header had no elements defined. malformed file?");
+    std::istringstream bad("what is this\nend_header\n"), orphan("property int x\n"),
+        in("comment  two\ncomment\nelement v 1\nproperty int x\nproperty int y\nproperty int z\n"
+           "property weird w\nend_header\n1 2 3 4");
+    EXPECT_FALSE(PLY::PlyFile().parse_header(bad));
+    EXPECT_THROW(PLY::PlyFile().parse_header(orphan), std::runtime_error);
+    EXPECT_TRUE(file.parse_header(in));
+    EXPECT_EQ(file.getComments(), std::vector<std::string>({" two", ""}));
+    EXPECT_EQ(messageOf("", {"x"}), "`elementKey` argument is empty");
+    EXPECT_EQ(messageOf("v", {}), "`propertyKeys` argument is empty");
+    EXPECT_EQ(messageOf("face", {"x"}), "the element key was not found in the header: face");
+    EXPECT_EQ(messageOf("v", {"x", "r", "g"}), "the following property keys were not found in the header: r, g");
+    EXPECT_EQ(messageOf("v", {"x", "x"}), "element-property key has already been requested: x");
+    EXPECT_EQ(messageOf("v", {"x"}), "");               // nothing of the failed requests is left
+    EXPECT_THROW(file.read(in), std::invalid_argument); // "weird"
 }
 
 TEST(Ply, EqualNamesMeanTheFirstOne)
