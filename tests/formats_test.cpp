@@ -67,20 +67,16 @@ std::string raw(T value, bool bBigEndian = false)
     return bytes;
 }
 
-bool sameBits(double a, double b)
+std::string bytesOf(const Point3& p)
 {
-    return std::memcmp(&a, &b, sizeof a) == 0;
+    return raw(p.x()) + raw(p.y()) + raw(p.z());
 }
 
 void expectSame(const Points& actual, const Points& expected)
 {
     ASSERT_EQ(actual.size(), expected.size());
     for (size_t i = 0; i < actual.size(); ++i)
-    {
-        ASSERT_TRUE(sameBits(actual[i].x(), expected[i].x())) << i << ": " << actual[i] << expected[i];
-        ASSERT_TRUE(sameBits(actual[i].y(), expected[i].y())) << i << ": " << actual[i] << expected[i];
-        ASSERT_TRUE(sameBits(actual[i].z(), expected[i].z())) << i << ": " << actual[i] << expected[i];
-    }
+        ASSERT_EQ(bytesOf(actual[i]), bytesOf(expected[i])) << i << ": " << actual[i] << expected[i];
 }
 
 Points randomPoints(size_t n)
@@ -115,11 +111,6 @@ Points pointsByStream(const std::string& text)
             points.emplace_back(x, y, z);
     }
     return points;
-}
-
-std::string bytesOf(const Point3& p)
-{
-    return raw(p.x()) + raw(p.y()) + raw(p.z());
 }
 
 const char* const pointHeader = "element vertex 2\nproperty float x\nproperty float y\nproperty float z\nend_header\n";
@@ -164,22 +155,19 @@ TEST_F(Formats, AutoPicksReaderAndWriter)
 
 TEST_F(Formats, BinaryPointsByteForByte)
 {
-    const std::string two = raw(1.5) + raw(-2.5) + raw(1e300);
     Points points = {{1.5, -2.5, 1e300}};
     points[0].setColor(1, 2, 3, 4);
     ASSERT_TRUE(writePoints_BIN(path("a.bin").c_str(), points));
-    EXPECT_EQ(get(path("a.bin")), raw(std::int32_t(30)) + raw(std::uint64_t(1)) + two);
-    ASSERT_TRUE(writePoints_BIN(path("b.bin").c_str(), {}));
-    EXPECT_EQ(get(path("b.bin")), raw(std::int32_t(30)) + raw(std::uint64_t(0)));
+    EXPECT_EQ(get(path("a.bin")), raw(30) + raw(std::uint64_t(1)) + bytesOf(points[0]));
 
     // Reading appends; points of type 20 lie at z 0.
-    put("c.bin", raw(std::int32_t(20)) + raw(std::uint64_t(2)) + raw(1.0) + raw(2.0) + raw(3.0) + raw(4.0));
+    put("c.bin", raw(20) + raw(std::uint64_t(2)) + raw(1.0) + raw(2.0) + raw(3.0) + raw(4.0));
     ASSERT_TRUE(readPoints_BIN(path("c.bin").c_str(), points));
     expectSame(points, {{1.5, -2.5, 1e300}, {1, 2, 0}, {3, 4, 0}});
     EXPECT_FALSE(points[1].hasColor());
 
     testing::internal::CaptureStdout();
-    EXPECT_TRUE(readPoints_BIN(put("d.bin", raw(std::int32_t(10)) + two).c_str(), points));
+    EXPECT_TRUE(readPoints_BIN(put("d.bin", raw(10) + bytesOf(points[0])).c_str(), points));
     EXPECT_EQ(points.size(), 3u);
     EXPECT_FALSE(readPoints_BIN(path("none.bin").c_str(), points));
     EXPECT_FALSE(writePoints_BIN(path("none/a.bin").c_str(), points));
@@ -192,7 +180,7 @@ TEST_F(Formats, BinaryPointsCutOff)
 {
     // The file ends within y of the second point: x counts, the first half of y too, all else is repeated.
     const std::string halfY = raw(7.25).substr(0, 4);
-    const std::string header = raw(std::int32_t(30)) + raw(std::uint64_t(4));
+    const std::string header = raw(30) + raw(std::uint64_t(4));
     Points points;
     ASSERT_TRUE(readPoints_BIN(put("a.bin", header + bytesOf({1, 2, 3}) + raw(9.0) + halfY).c_str(), points));
     double y = 2.0;
@@ -203,7 +191,7 @@ TEST_F(Formats, BinaryPointsCutOff)
     for (const size_t numBehind : {5, 1000, 300000})
     {
         Points whole;
-        const std::string body = raw(std::int32_t(30)) + raw(std::uint64_t(1)) + bytesOf({1, 2, 3});
+        const std::string body = raw(30) + raw(std::uint64_t(1)) + bytesOf({1, 2, 3});
         ASSERT_TRUE(readPoints_BIN(put("e.bin", body + std::string(numBehind, 'x')).c_str(), whole));
         expectSame(whole, {{1, 2, 3}});
     }
@@ -215,7 +203,7 @@ TEST_F(Formats, BinaryPointsCutOff)
 
     // A count that no cut explains isn't followed.
     points.clear();
-    const std::string giant = raw(std::int32_t(30)) + raw(~std::uint64_t(0)) + bytesOf({1, 2, 3}) + bytesOf({4, 5, 6});
+    const std::string giant = raw(30) + raw(~std::uint64_t(0)) + bytesOf({1, 2, 3}) + bytesOf({4, 5, 6});
     testing::internal::CaptureStdout();
     EXPECT_TRUE(readPoints_BIN(put("c.bin", giant).c_str(), points));
     EXPECT_NE(testing::internal::GetCapturedStdout().find("points too early"), std::string::npos);
@@ -474,18 +462,21 @@ TEST_F(Formats, PlyTextValuesAreThoseOfAStream)
 {
     Points points;
     const std::string ascii = std::string("ply\nformat ascii 1.0\n") + pointHeader;
-    ASSERT_TRUE(readPlyText(ascii + "1-2-3\n+4 .5 6e0", points));
-    expectSame(points, {{1, -2, -3}, {4, 0.5, 6}});
     // As with a stream, nothing is read behind a value that it refuses.
-    ASSERT_TRUE(readPlyText(ascii + "1 2 nan\n4 5 6", points));
-    expectSame(points, {{1, 2, 0}, {0, 0, 0}});
-    ASSERT_TRUE(readPlyText(ascii + "1 2 1e39\n4 5 6", points));
-    expectSame(points, {{1, 2, FLT_MAX}, {0, 0, 0}});
+    const std::pair<const char*, Points> cases[] = {{"1-2-3\n+4 .5 6e0", {{1, -2, -3}, {4, 0.5, 6}}},
+                                                    {"1 2 nan\n4 5 6", {{1, 2, 0}, {0, 0, 0}}},
+                                                    {"1 2 1e39\n4 5 6", {{1, 2, FLT_MAX}, {0, 0, 0}}}};
+    for (const auto& [text, expected] : cases)
+    {
+        ASSERT_TRUE(readPlyText(ascii + text, points));
+        expectSame(points, expected);
+    }
 }
 
 TEST_F(Formats, PlyFacesOfOtherWidths)
 {
-    const auto read = [this](const std::string& vertexCount, const std::string& body, Points& points)
+    Points points;
+    const auto read = [&](const std::string& vertexCount, const std::string& body)
     {
         return readPlyText("ply\nelement vertex " + vertexCount +
                                "\nproperty float x\nproperty float y\nproperty float z\nelement face 2\n"
@@ -494,31 +485,26 @@ TEST_F(Formats, PlyFacesOfOtherWidths)
                            points, false);
     };
     const std::string four = "0 0 0 1 0 0 2 0 0 3 0 0\n";
-    Points points;
     // The indices run on as one sequence, of which three per face count.
-    ASSERT_TRUE(read("4", four + "4 0 1 2 3\n5 3 2 1 0 3", points));
+    ASSERT_TRUE(read("4", four + "4 0 1 2 3\n5 3 2 1 0 3"));
     expectSame(points, {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {3, 0, 0}, {2, 0, 0}});
-    ASSERT_TRUE(read("4", four + "2 1 2\n1 3", points));
+    ASSERT_TRUE(read("4", four + "2 1 2\n1 3"));
     expectSame(points, {{1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}});
 
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(read("4", four + "3 0 1 4\n3 0 1 2", points));
-    EXPECT_FALSE(read("4", four + "3 0 1 -1\n3 0 1 2", points));
-    EXPECT_FALSE(read("0", "3 0 1 4\n3 0 1 2", points));
+    for (const char* faces : {"3 0 1 4\n3 0 1 2", "3 0 1 -1\n3 0 1 2"})
+        EXPECT_FALSE(read("4", four + faces) || read("0", faces));
     EXPECT_EQ(points.size(), 6u);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("tinyply exception: "), std::string::npos);
 }
 
 TEST_F(Formats, PlyFilesThatEndTooEarly)
 {
-    Points vertices, corners, points;
+    Points points;
     const std::string little = std::string("ply\nformat binary_little_endian 1.0\n") + pointHeader;
     // What the file holds counts, zeros follow.
     ASSERT_TRUE(readPlyText(little + raw(1.0f) + raw(2.0f) + raw(3.0f) + raw(4.0f), points));
     expectSame(points, {{1, 2, 3}, {4, 0, 0}});
-    ASSERT_TRUE(readPlyText(little, points));
-    expectSame(points, Points(2));
-
     // Sizes that no cut explains.
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
@@ -662,15 +648,10 @@ TEST(Ply, ListsAndGroupsRoundTrip)
             PLY::PlyFile reader;
             ASSERT_TRUE(reader.parse_header(in));
             const auto readLists = reader.request_properties_from_element("e", {"l"}, hint);
-            const auto readB = reader.request_properties_from_element("e", {"b"}, hint);
             reader.read(in);
-            EXPECT_TRUE(readLists->isList);
-            EXPECT_EQ(readLists->count, 3u);
+            EXPECT_TRUE(readLists->isList && readLists->count == 3);
             ASSERT_EQ(readLists->buffer.sizeInBytes(), 12u);
             EXPECT_EQ(std::memcmp(readLists->buffer.get(), lists.data(), 12), 0);
-            const float b[] = {2, 4, 6};
-            ASSERT_EQ(readB->buffer.sizeInBytes(), 12u);
-            EXPECT_EQ(std::memcmp(readB->buffer.get(), b, 12), 0);
         }
     }
 }
