@@ -42,9 +42,6 @@ void checkOptions(const ReconstructOptions& options)
     if (getType(options.output) != FileType::ply)
         throw WrongUsage("meshes are written as PLY; give an output name that ends in .ply");
     refuseSameFile(options.input, options.output);
-    // The library takes the limit but doesn't act on it yet: better no mesh than one that isn't what was asked for.
-    if (options.holeLimit > 0)
-        throw Failure("closing holes is not available in this version yet; run with --holes 0");
 }
 
 MIRT_ZAV::MeshPtr reconstruct(Cloud& cloud, const ReconstructOptions& options)
@@ -136,8 +133,10 @@ Command addReconstruct(CLI::App& app)
         ->check(positiveNumber())
         ->excludes(factor);
     command
-        ->add_option("--holes", options->holeLimit,
-                     "Close holes up to this width in cells; only 0, which closes none, works in this version")
+        ->add_option(
+            "--holes", options->holeLimit,
+            "Grow up to this many cells from the rims of the surface, which closes gaps up to twice that wide; 0 "
+            "closes none")
         ->check(CLI::Range(0, 1000000))
         ->capture_default_str();
     command->add_option("--threads", options->numThreads, "Number of threads; 0 for all of the machine")

@@ -53,8 +53,13 @@ void Prepare::run(std::vector<std::pair<CCD, Point3>>& vCCDPoint, std::vector<CC
     creating->setDone(true);
 
     const std::vector<int> sizes = getHoleControlSizes(holeControlLimit);
-    Progress* const filling =
-        parent->getChildProgressSetTodo(fillingLabel, std::accumulate(sizes.begin(), sizes.end(), 0ULL));
+    const auto sumSizes = std::accumulate(sizes.begin(), sizes.end(), 0ULL);
+    Progress* const filling = parent->getChildProgressSetTodo(fillingLabel, sumSizes);
+    for (const int size : sizes)
+    {
+        hc_holeControlMain(size, size == sizes.front() || size == sizes.back());
+        filling->incProgressBy(static_cast<std::uint64_t>(size));
+    }
     filling->setDone(true);
 
     Progress* const integrating = parent->getChildProgressSetTodo(integratingLabel, 2);

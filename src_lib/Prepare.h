@@ -5,11 +5,15 @@
 #include "Point3.h"
 #include "SimplePool.h"
 
+#include <string>
 #include <utility>
 #include <vector>
 
 namespace MIRT_ZAV
 {
+
+class CellIndex;
+class RemoveDeciderFast;
 
 /// Serves one cloud: made, run once and destroyed, on one thread.
 class Prepare
@@ -40,9 +44,31 @@ public:
     static std::vector<int> getHoleControlSizes(int holeControlLimit);
 
 private:
+    using Distances = std::vector<std::pair<double, RCD>>; // distance from the shell in input units, cell
+    struct RCDBox;
+    class PrioqRCDBox;
+
     std::vector<std::pair<RCD, Point3*>> getCellsOfPoints() const;
     std::vector<std::pair<RCD, Point3>> getRepresentatives() const;
     void storeKeptCells(const std::vector<std::pair<RCD, Point3>>& vRCDPoint);
+
+    // One pass of hole control: grows cells from the rim, and cuts away what bridges no gap.
+    void hc_holeControlMain(int size, bool bFirstOrLast);
+    void hc_addVolumeFills(Distances& vDist2RCD) const;
+    void hc_pruneDown(const std::string& label, bool bFirstOrLast, Distances& vDist2RCD);
+    void hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, std::vector<RCD>& vUnprotected) const;
+    void hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill, bool bFirstOrLast) const;
+    void hc_takeOver(RemoveDeciderFast& decider, const std::vector<RCD>& fill);
+    static void cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD);
+
+    // How far new cells lie from the shell: a front marches outwards and hands on the nearest shell point.
+    void rcdmch_getDist2RCD(int size, Distances& vDist2RCD);
+    void rcdmch_createRCDBoxes(MIRT_TOOLS::SimplePool<RCDBox>& pool, int size, std::vector<RCDBox*>& vShell,
+                               std::vector<RCDBox*>& vNew) const;
+    void rcdmch_createPrioq(const std::vector<RCDBox*>& vShell, const std::vector<RCDBox*>& vNew,
+                            const CellIndex& index, PrioqRCDBox& queue) const;
+    void rcdmch_marchRCD(PrioqRCDBox& queue, const std::vector<RCDBox*>& vNew, const CellIndex& index,
+                         Distances& vDist2RCD) const;
 
     std::vector<Point3>* pvPoints;
     int holeControlLimit;

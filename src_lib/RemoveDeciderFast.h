@@ -83,8 +83,8 @@ public:
     size_t prunePrioq(const RCDPoints& vRCDPoint, const std::vector<RCD>& vRCD, std::vector<RCD>& vKept,
                       std::vector<RCD>& vRemoved, bool killBorders, bool prePrune);
 
-    /// Kills cells that the mode allows, the farthest first. A cell that has to stay for now comes back when a
-    /// neighbour goes.
+    /// Kills cells that the mode allows, the farthest first, among equally far ones the lower cell. A cell that has to
+    /// stay for now comes back when a neighbour goes.
     /// \param vDist    distance and cell; gets sorted by descending distance, then by cell
     /// \param vKept    the cells of vDist that live, sorted
     /// \param vKilled  those that are dead, sorted

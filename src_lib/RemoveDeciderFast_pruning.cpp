@@ -1,86 +1,21 @@
 // The removal loops: by weight (prunePrioq), by distance (pruneByDistance), and of small pieces of border as a whole.
 #include "RemoveDeciderFast.h"
 
+#include "CellIndex.h"
 #include "cellSets.h"
 #include "sortMT.h"
 #include "vectorHelpers.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <queue>
 
 namespace MIRT_ZAV
 {
 namespace
 {
 using Weighted = std::pair<double, RCD>;
-
-/// A map from cell to value as a sorted list. A directory of the rows of equal x and y makes a search a matter of few
-/// entries; where the cells are too thin for it, several rows share a slot.
-template <class T>
-class CellMap
-{
-public:
-    using Entry = std::pair<RCD, T>;
-
-    explicit CellMap(std::vector<Entry> sortedEntries) : entries(std::move(sortedEntries))
-    {
-        if (entries.empty())
-            return;
-        chooseSlots();
-        vFirst.reserve(slotOf(entries.back().first) + 2);
-        for (size_t i = 0; i < entries.size(); ++i)
-            for (const size_t slot = slotOf(entries[i].first); vFirst.size() <= slot;)
-                vFirst.push_back(static_cast<unsigned>(i));
-        vFirst.push_back(static_cast<unsigned>(entries.size()));
-    }
-
-    /// The value of a cell, null where there is none.
-    T* find(RCD r)
-    {
-        if (entries.empty() || r < entries.front().first || r > entries.back().first || rcd::getY(r) < minY ||
-            rcd::getY(r) > maxY)
-            return nullptr;
-        const size_t slot = slotOf(r);
-        Entry* it = entries.data() + vFirst[slot];
-        Entry* const end = entries.data() + vFirst[slot + 1];
-        const auto isBelow = [](const Entry& entry, RCD cell) { return entry.first < cell; };
-        if (end - it > 16)
-            it = std::lower_bound(it, end, r, isBelow);
-        while (it != end && isBelow(*it, r))
-            ++it;
-        return it != end && it->first == r ? &it->second : nullptr;
-    }
-    const T* find(RCD r) const { return const_cast<CellMap*>(this)->find(r); }
-
-private:
-    size_t slotOf(RCD r) const
-    {
-        return ((rcd::getX(r) - minX) >> shiftX) * slotsPerX + ((rcd::getY(r) - minY) >> shiftY);
-    }
-
-    /// Slots of rows, then of planes of equal x, in the order of the cells; not many more slots than cells.
-    void chooseSlots()
-    {
-        minX = rcd::getX(entries.front().first);
-        for (const Entry& entry : entries)
-        {
-            minY = std::min(minY, rcd::getY(entry.first));
-            maxY = std::max(maxY, rcd::getY(entry.first));
-        }
-        const u64 numX = rcd::getX(entries.back().first) - minX + 1;
-        while ((((maxY - minY) >> shiftY) + 1) * numX > entries.size() && (maxY - minY) >> shiftY > 0)
-            ++shiftY;
-        slotsPerX = ((maxY - minY) >> shiftY) + 1;
-        while (numX >> shiftX > entries.size())
-            ++shiftX;
-    }
-
-    std::vector<Entry> entries;
-    std::vector<unsigned> vFirst; // per slot its first entry, and the end
-    u64 minX = 0;
-    u64 minY = ~u64(0), maxY = 0;
-    u64 slotsPerX = 1;
-    unsigned shiftX = 0, shiftY = 0; // the first only when the second leaves one slot per x
-};
 
 /// The queue of prunePrioq: entries in ascending order of weight, equal ones in the order in which they came. The first
 /// fill is a sorted list that is read off in order; a binary heap takes what comes later.
@@ -134,33 +69,32 @@ class RemoveDeciderFast::PointWeights
 {
 public:
     PointWeights(const RemoveDeciderFast& deciderArg, const RCDPoints& vRCDPoint)
-        : decider(deciderArg), distances(measure(deciderArg, vRCDPoint))
+        : decider(deciderArg), index(getCells(vRCDPoint))
     {
+        transformMT(vRCDPoint, distances,
+                    [this](const auto& entry) { return decider.getRelativeDistance(entry.first, entry.second); });
     }
 
     double operator()(RCD r) const
     {
         if (decider.pvCard2RCD_srt != nullptr)
             return decider.getCardWeight(r);
-        const double* const pDistance = distances.find(r);
-        ZAV_ASSERT(pDistance != nullptr, "q_it!=vRCDPoint.end() && q_it->first==rcd");
-        return decider.countFaceNeigs(r) + decider.sideLen - *pDistance;
+        const size_t place = index.find(r);
+        ZAV_ASSERT(place != CellIndex::notFound, "q_it!=vRCDPoint.end() && q_it->first==rcd");
+        return decider.countFaceNeigs(r) + decider.sideLen - distances[place];
     }
 
 private:
-    using Distances = std::vector<std::pair<RCD, double>>;
-
-    static Distances measure(const RemoveDeciderFast& decider, const RCDPoints& vRCDPoint)
+    static std::vector<RCD> getCells(const RCDPoints& vRCDPoint)
     {
-        Distances result;
-        transformMT(vRCDPoint, result,
-                    [&decider](const auto& entry)
-                    { return std::pair(entry.first, decider.getRelativeDistance(entry.first, entry.second)); });
-        return result;
+        std::vector<RCD> cells;
+        transformMT(vRCDPoint, cells, [](const auto& entry) { return entry.first; });
+        return cells;
     }
 
     const RemoveDeciderFast& decider;
-    CellMap<double> distances; // of a point to the centre of its cell, relative
+    CellIndex index;               // of the cells with a point
+    std::vector<double> distances; // of each one's point to the centre of its cell, relative
 };
 
 /// What the sweeps of one prunePrioq share.
@@ -250,65 +184,67 @@ void RemoveDeciderFast::getNextCandidates(std::vector<RCD>& killed, std::vector<
 
 namespace
 {
-/// The queue of pruneByDistance: a heap with the greatest distance on top, and the cells put aside, which can come
-/// back. The order of equal distances follows from the order of pushes alone.
+/// The queue of pruneByDistance: the greatest distance first, among equal ones the lower cell; and the entries put
+/// aside, which can come back. An entry is known by its rank, its place in that order: the list is read off in order,
+/// and a heap of ranks takes what comes back.
 class DistanceQueue
 {
 public:
-    /// \param sorted  by descending distance; pushed in this order
-    /// \param cells   all cells of the list, as a sorted set
-    DistanceQueue(const std::vector<Weighted>& sorted, const std::vector<RCD>& cells)
-        : heap(sorted), asides(nothingAside(cells))
+    using Rank = std::uint32_t;
+
+    /// \param sortedArg  in the order of the queue
+    /// \param cells      all cells of the list, as a sorted set
+    DistanceQueue(const std::vector<Weighted>& sortedArg, const std::vector<RCD>& cells)
+        : sorted(sortedArg), index(cells), asides(cells.size(), notAside)
     {
-        // A list in descending order is the heap that pushing it one by one makes.
     }
 
-    bool empty() const { return heap.empty(); }
+    bool empty() const { return cursor == sorted.size() && comeBack.empty(); }
 
-    Weighted pop()
+    Rank pop()
     {
-        std::pop_heap(heap.begin(), heap.end(), Func_ltFirstComponent());
-        const Weighted top = heap.back();
-        heap.pop_back();
-        return top;
+        if (comeBack.empty() || (cursor < sorted.size() && cursor < comeBack.top()))
+            return cursor++;
+        const Rank rank = comeBack.top();
+        comeBack.pop();
+        return rank;
     }
 
-    /// Keeps the first distance with which the cell was put aside.
-    void putAside(const Weighted& entry)
+    RCD getCell(Rank rank) const { return sorted[rank].second; }
+
+    /// Of several entries of a cell the first one put aside counts.
+    void putAside(Rank rank)
     {
-        Aside* const pAside = asides.find(entry.second);
-        if (!pAside->bThere)
-            *pAside = {entry.first, true};
+        Rank& aside = asides[index.find(getCell(rank))];
+        if (aside == notAside)
+            aside = rank;
     }
 
-    /// A cell that was put aside is queued again; it stays put aside, so that it can come back more than once.
-    void pushBack(RCD r)
+    /// Those of some cells that were put aside are queued again; they stay put aside, so that they can come back more
+    /// than once.
+    void pushBack(const std::vector<RCD>& cells)
     {
-        const Aside* const pAside = asides.find(r);
-        if (pAside == nullptr || !pAside->bThere)
-            return;
-        heap.emplace_back(pAside->distance, r);
-        std::push_heap(heap.begin(), heap.end(), Func_ltFirstComponent());
+        places.clear();
+        for (const RCD r : cells)
+            if (const size_t place = index.find(r); place != CellIndex::notFound)
+            {
+                __builtin_prefetch(&asides[place]); // all at once, not one by one
+                places.push_back(place);
+            }
+        for (const size_t place : places)
+            if (asides[place] != notAside)
+                comeBack.push(asides[place]);
     }
 
 private:
-    struct Aside
-    {
-        double distance = 0.0;
-        bool bThere = false;
-    };
+    static constexpr Rank notAside = ~Rank(0);
 
-    static std::vector<std::pair<RCD, Aside>> nothingAside(const std::vector<RCD>& cells)
-    {
-        std::vector<std::pair<RCD, Aside>> result;
-        result.reserve(cells.size());
-        for (const RCD r : cells)
-            result.emplace_back(r, Aside());
-        return result;
-    }
-
-    std::vector<Weighted> heap;
-    CellMap<Aside> asides;
+    const std::vector<Weighted>& sorted;
+    Rank cursor = 0;
+    std::priority_queue<Rank, std::vector<Rank>, std::greater<>> comeBack;
+    CellIndex index;
+    std::vector<Rank> asides;   // by place
+    std::vector<size_t> places; // scratch space of pushBack
 };
 
 enum class Verdict
@@ -332,12 +268,17 @@ Verdict judge(PruningMode mode, unsigned config)
     return gapBit(index) ? Verdict::wait : Verdict::kill;
 }
 
+/// By descending distance, then by cell, so that the order is the same for every number of CPUs.
 void sortByDistance(std::vector<Weighted>& vDist)
 {
-    // Cells are part of the order, so that it is the same for every number of CPUs.
-    sortMT(vDist.begin(), vDist.end(),
-           [](const Weighted& a, const Weighted& b)
-           { return a.first != b.first ? a.first > b.first : a.second < b.second; });
+    const auto negate = [&vDist]
+    {
+        for (Weighted& entry : vDist)
+            entry.first = -entry.first;
+    };
+    negate();
+    sortMT(vDist.begin(), vDist.end());
+    negate();
 }
 } // namespace
 
@@ -358,8 +299,8 @@ size_t RemoveDeciderFast::pruneByDistance(PruningMode mode, std::vector<Weighted
     std::vector<RCD> neigs;
     while (!queue.empty())
     {
-        const Weighted top = queue.pop();
-        const RCD r = top.second;
+        const DistanceQueue::Rank top = queue.pop();
+        const RCD r = queue.getCell(top);
         const unsigned config = getConfiguration(r);
         if (config == 0)
         {
@@ -379,8 +320,7 @@ size_t RemoveDeciderFast::pruneByDistance(PruningMode mode, std::vector<Weighted
             vKilled.push_back(r);
             neigs.clear();
             appendNeigs26(r, neigs);
-            for (const RCD neig : neigs)
-                queue.pushBack(neig);
+            queue.pushBack(neigs);
         }
     }
 

@@ -187,6 +187,68 @@ void getNeigs26(std::vector<RCD>& sortedSet, RCD r, std::vector<RCD>& out)
     }
 }
 
+namespace
+{
+/// Whether the coordinates of two cells differ by at most 1 on every axis.
+bool touch(RCD a, RCD b)
+{
+    const auto near = [](u64 i, u64 j) { return i <= j + 1 && j <= i + 1; };
+    return near(rcd::getX(a), rcd::getX(b)) && near(rcd::getY(a), rcd::getY(b)) && near(rcd::getZ(a), rcd::getZ(b));
+}
+
+/// The first of the cells that touches no other one of them, or the end.
+std::vector<RCD>::const_iterator findLone(const std::vector<RCD>& cells)
+{
+    return std::find_if(
+        cells.begin(), cells.end(),
+        [&cells](RCD s)
+        { return std::none_of(cells.begin(), cells.end(), [s](RCD other) { return other != s && touch(s, other); }); });
+}
+
+/// Whether a way through the set leads from one cell to a neighbour of it other than the direct step.
+bool leadsRound(std::vector<RCD>& sortedCells, RCD from, RCD to)
+{
+    std::vector<bool> visited(sortedCells.size(), false);
+    const auto visit = [&](RCD r)
+    {
+        const auto index = std::lower_bound(sortedCells.begin(), sortedCells.end(), r) - sortedCells.begin();
+        const bool bNew = !visited[static_cast<size_t>(index)];
+        visited[static_cast<size_t>(index)] = true;
+        return bNew;
+    };
+    visit(from);
+    std::vector<RCD> stack = {from};
+    std::vector<RCD> neigs;
+    while (!stack.empty())
+    {
+        const RCD r = stack.back();
+        stack.pop_back();
+        if (r == to)
+            return true;
+        neigs.clear();
+        getNeigs26(sortedCells, r, neigs);
+        for (const RCD neig : neigs)
+            if (!(r == from && neig == to) && visit(neig))
+                stack.push_back(neig);
+    }
+    return false;
+}
+} // namespace
+
+bool isRing(std::vector<RCD>& sortedCells, int start)
+{
+    std::vector<RCD> neigs;
+    for (size_t i = static_cast<size_t>(start); i < sortedCells.size(); ++i)
+    {
+        neigs.clear();
+        getNeigs26(sortedCells, sortedCells[i], neigs);
+        const auto lone = findLone(neigs);
+        if (lone != neigs.end())
+            return leadsRound(sortedCells, *lone, sortedCells[i]);
+    }
+    return false;
+}
+
 void getRCC2RCD(std::vector<RCD>& cells, std::vector<std::pair<RCC, RCD>>& out)
 {
     out.reserve(out.size() + 8 * cells.size());

@@ -27,6 +27,11 @@ void createCC_RCD_6Neig(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& 
 /// Appends the members of a sorted set among the 26 neighbours of a cell, in the order of Calc::completeArray26_RCD.
 void getNeigs26(std::vector<RCD>& sortedSet, RCD r, std::vector<RCD>& out);
 
+/// Whether a cycle leads through a cell of a sorted set. Only the first cell from index start on that has a neighbour
+/// which touches none of its other neighbours is examined, deliberately also where that is the end of a tail: the
+/// answer is whether another way than the direct one leads from that lone neighbour back to the cell.
+bool isRing(std::vector<RCD>& sortedCells, int start);
+
 /// Appends every cell's eight vertices paired with the cell, then sorts all of out.
 void getRCC2RCD(std::vector<RCD>& cells, std::vector<std::pair<RCC, RCD>>& out);
 

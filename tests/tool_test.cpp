@@ -153,7 +153,7 @@ TEST_F(Tool, failureSaysWhyInOneLineAndLeavesTheOldOutput)
 
     for (const char* arguments : {"missing.ply out.ply", "empty.xyz out.ply", "words.xyz out.ply", "cut.ply out.ply",
                                   "noheader.ply out.ply", "cut.bin out.ply", "other.bin out.ply", "nan.bin out.ply",
-                                  "directory.xyz out.ply", "good.xyz nowhere/out.ply", "good.xyz out.ply --holes 3"})
+                                  "directory.xyz out.ply", "good.xyz nowhere/out.ply"})
     {
         const Outcome outcome = run(std::string("reconstruct ") + arguments);
         EXPECT_EQ(outcome.exitCode, 1) << arguments;

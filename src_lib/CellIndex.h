@@ -1,0 +1,116 @@
+// Finds the members of a sorted list of cells: one cell, or all around one.
+//
+// Cells of equal x and y within an aligned run of 64 in z share one word of bits. The word and the number of members
+// before the run give the place of each of them by counting bits, and three neighbours along z by one read.
+#pragma once
+
+#include "Calc.h"
+
+#include <bit>
+#include <cstdint>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// Immutable; the list itself isn't kept.
+class CellIndex
+{
+public:
+    static constexpr size_t notFound = ~size_t(0);
+
+    /// \param sorted  distinct cells in ascending order
+    explicit CellIndex(const std::vector<RCD>& sorted)
+    {
+        size_t numRuns = 0;
+        for (size_t i = 0; i < sorted.size(); ++i)
+            numRuns += i == 0 || keyOf(sorted[i - 1]) != keyOf(sorted[i]) ? 1 : 0;
+        runs.resize(std::bit_ceil(2 * numRuns + groupSize));
+        for (size_t i = 0; i < sorted.size();)
+        {
+            Run run{keyOf(sorted[i]), 0, i};
+            for (; i < sorted.size() && keyOf(sorted[i]) == run.key; ++i)
+                run.bits |= bitOf(sorted[i]);
+            insert(run);
+        }
+    }
+
+    /// The place of a cell in the list.
+    size_t find(RCD r) const
+    {
+        const Run& run = findRun(keyOf(r));
+        return (run.bits & bitOf(r)) == 0 ? notFound : placeIn(run, bitOf(r));
+    }
+
+    /// Calls f(place) for every member among the cell and its 26 neighbours, in ascending order of cells. No coordinate
+    /// may be 0.
+    template <class F>
+    void forEachAround(RCD r, const F& f) const
+    {
+        const RCD lowest = r - rcd::xUnit - rcd::yUnit - rcd::zUnit;
+        for (RCD dx = 0; dx < 3; ++dx)
+            for (RCD dy = 0; dy < 3; ++dy)
+                forEachInColumn(lowest + dx * rcd::xUnit + dy * rcd::yUnit, f);
+    }
+
+private:
+    struct Run
+    {
+        RCD key = noKey;
+        u64 bits = 0;
+        size_t numBefore = 0; // members before the run
+    };
+    static constexpr RCD noKey = ~RCD(0);
+    static constexpr size_t groupSize = 8; // runs of neighbouring y stand side by side
+
+    static RCD keyOf(RCD r) { return r & ~RCD(63); }
+    static u64 bitOf(RCD r) { return u64(1) << (r & 63); }
+    static size_t placeIn(const Run& run, u64 bit)
+    {
+        return run.numBefore + static_cast<size_t>(std::popcount(run.bits & (bit - 1)));
+    }
+
+    size_t homeOf(RCD key) const
+    {
+        const u64 group = (key / (groupSize * rcd::yUnit) << 15 ^ (key & rcd::zField) >> 6) * 0x9e3779b97f4a7c15u;
+        return ((group >> 32) * groupSize + (key / rcd::yUnit & (groupSize - 1))) & (runs.size() - 1);
+    }
+
+    void insert(const Run& run)
+    {
+        size_t slot = homeOf(run.key);
+        while (runs[slot].key != noKey)
+            slot = (slot + 1) & (runs.size() - 1);
+        runs[slot] = run;
+    }
+
+    /// The run of a key, or an empty one.
+    const Run& findRun(RCD key) const
+    {
+        size_t slot = homeOf(key);
+        while (runs[slot].key != key && runs[slot].key != noKey)
+            slot = (slot + 1) & (runs.size() - 1);
+        return runs[slot];
+    }
+
+    /// The members among three cells from first on along z.
+    template <class F>
+    void forEachInColumn(RCD first, const F& f) const
+    {
+        const unsigned shift = static_cast<unsigned>(first & 63);
+        forEachOf(findRun(keyOf(first)), u64(7) << shift, f);
+        if (shift > 61) // the column goes on in the next run
+            forEachOf(findRun(keyOf(first) + 64), u64(7) >> (64 - shift), f);
+    }
+
+    template <class F>
+    static void forEachOf(const Run& run, u64 mask, const F& f)
+    {
+        for (u64 bits = run.bits & mask; bits != 0; bits &= bits - 1)
+            f(placeIn(run, bits & -bits));
+    }
+
+    std::vector<Run> runs; // a hash table of a power of two, at most half full
+};
+
+} // namespace MIRT_ZAV

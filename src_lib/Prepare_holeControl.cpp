@@ -1,0 +1,264 @@
+// Hole control: closes gaps of the shell up to a width, and leaves wider ones open.
+//
+// It doesn't look for holes. A pass grows a layer of new cells from the rim cells, so that layers from opposite rims
+// meet over a narrow gap, then cuts the new cells away again, the farthest first, taking only cells whose removal opens
+// no gap. Where layers met, a membrane one cell thick stays; where they didn't, everything falls away.
+
+#include "Prepare.h"
+
+#include "RemoveDeciderFast.h"
+#include "cellSets.h"
+#include "sortMT.h"
+#include "tools.h"
+#include "vectorHelpers.h"
+
+#include <algorithm>
+#include <new>
+
+namespace MIRT_ZAV
+{
+namespace
+{
+using Distances = std::vector<std::pair<double, RCD>>;
+
+/// By cell, then by distance.
+using CellDistances = std::vector<std::pair<RCD, double>>;
+
+CellDistances getSortedByCell(const Distances& vDist2RCD)
+{
+    CellDistances byCell;
+    transformMT(vDist2RCD, byCell, [](const auto& entry) { return std::make_pair(entry.second, entry.first); });
+    sortMT(byCell.begin(), byCell.end());
+    return byCell;
+}
+
+std::vector<RCD> getSortedCells(const Distances& vDist2RCD)
+{
+    std::vector<RCD> cells;
+    transformMT(vDist2RCD, cells, [](const std::pair<double, RCD>& entry) { return entry.second; });
+    oneInstance(cells);
+    return cells;
+}
+
+/// The mean distance of a cell's face neighbours in a list; 0.0 if it has none there.
+double getMeanDistanceOfFaceNeigs(const CellDistances& byCell, RCD r)
+{
+    RCD neigs[6];
+    getFaceNeigs(r, neigs);
+    double sum = 0.0;
+    int count = 0;
+    for (const RCD neig : neigs)
+    {
+        const auto it = std::lower_bound(byCell.begin(), byCell.end(), std::pair<RCD, double>(neig, 0.0));
+        if (it != byCell.end() && it->first == neig)
+        {
+            sum += it->second;
+            ++count;
+        }
+    }
+    return count > 0 ? sum / count : 0.0;
+}
+} // namespace
+
+void Prepare::hc_holeControlMain(int size, bool bFirstOrLast)
+{
+    if (vBorderRCDsrt.empty())
+        return; // a closed shell has no rim to grow from
+    Distances vDist2RCD;
+    rcdmch_getDist2RCD(size, vDist2RCD);
+    hc_addVolumeFills(vDist2RCD);
+    hc_pruneDown("PD_" + toString(size) + "_", bFirstOrLast, vDist2RCD);
+}
+
+/// Adds small pockets that the new layer almost encloses: left empty, they would become tiny closed cavities.
+void Prepare::hc_addVolumeFills(Distances& vDist2RCD) const
+{
+    constexpr size_t maxPocket = 9;
+    std::vector<RCD> cells = getSortedCells(vDist2RCD);
+    std::vector<RCD> around;
+    inflateRCD(cells, 2, false, around);
+    sortMT(around.begin(), around.end());
+    removeVec(around, vAllRCDsrt);
+    std::vector<std::vector<RCD>> comps;
+    createCC_RCD_6Neig(around, comps);
+    std::vector<RCD> pockets;
+    for (const std::vector<RCD>& comp : comps)
+        if (comp.size() <= maxPocket)
+            pockets.insert(pockets.end(), comp.begin(), comp.end());
+    if (pockets.empty())
+        return;
+
+    const CellDistances byCell = getSortedByCell(vDist2RCD); // without the pockets themselves
+    for (const RCD r : pockets)
+        vDist2RCD.emplace_back(getMeanDistanceOfFaceNeigs(byCell, r), r);
+}
+
+/// Thins the new cells of vDist2RCD down to membranes. The label names the pass for a developer.
+void Prepare::hc_pruneDown(const std::string&, bool bFirstOrLast, Distances& vDist2RCD)
+{
+    const std::vector<RCD> fill = getSortedCells(vDist2RCD);
+    std::vector<RCD> all;
+    all.reserve(vAllRCDsrt.size() + fill.size());
+    std::set_union(vAllRCDsrt.begin(), vAllRCDsrt.end(), fill.begin(), fill.end(), std::back_inserter(all));
+    RemoveDeciderFast decider(all, pCalc);
+
+    // Only cells of vDist2RCD can die in these three; the shell is safe.
+    std::vector<RCD> vKept, vKilled;
+    decider.pruneByDistance(PM_PRUNE_BORDERS, vDist2RCD, vKept, vKilled);
+    cleanupDist2RCD(vKept, vDist2RCD);
+    decider.pruneByDistance(PM_PRUNE_AREA, vDist2RCD, vKept, vKilled);
+    cleanupDist2RCD(vKept, vDist2RCD);
+
+    std::vector<RCD> vUnprotected;
+    hc_unprotect(decider, vKept, vUnprotected);
+    sortMT(vUnprotected.begin(), vUnprotected.end());
+    std::erase_if(vDist2RCD, [&vUnprotected](const std::pair<double, RCD>& entry)
+                  { return !std::binary_search(vUnprotected.begin(), vUnprotected.end(), entry.second); });
+    decider.pruneByDistance(PM_PRUNE_BORDERS, vDist2RCD, vKept, vKilled);
+    cleanupDist2RCD(vKept, vDist2RCD);
+
+    hc_removeFrayedRims(decider, fill, bFirstOrLast);
+    hc_takeOver(decider, fill);
+}
+
+/// Keeps the entries of the cells in vKept, one each.
+void Prepare::cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD)
+{
+    const CellDistances byCell = getSortedByCell(vDist2RCD);
+    Distances vTmp;
+    vTmp.reserve(vKept.size());
+    auto it = byCell.begin();
+    for (const RCD kept : vKept)
+    {
+        while (it != byCell.end() && it->first < kept)
+            ++it;
+        if (it != byCell.end() && it->first == kept)
+            vTmp.emplace_back(it->second, it->first);
+    }
+    ZAV_ASSERT(vTmp.size() == vKept.size(), "vTmp.size()==vKept.size()");
+    sortMT(vTmp.begin(), vTmp.end());
+    vDist2RCD.swap(vTmp);
+}
+
+namespace
+{
+/// The number of distinct cells of a sorted set among the 26 neighbours of a component's cells.
+size_t countNeigsInSet(const std::vector<RCD>& component, std::vector<RCD>& sortedSet)
+{
+    std::vector<RCD> found;
+    for (const RCD r : component)
+        getNeigs26(sortedSet, r, found);
+    std::sort(found.begin(), found.end());
+    return static_cast<size_t>(std::unique(found.begin(), found.end()) - found.begin());
+}
+
+/// Whether a piece of new cells bridges between rim cells, by the number of rim cells it touches and its size.
+bool isBridge(size_t numRimCells, size_t numCells)
+{
+    switch (numRimCells)
+    {
+    case 0:
+    case 1:
+        return false; // hangs on one place at most
+    case 2:
+        return numCells == 1; // one cell between two rim cells
+    case 3:
+        return numCells <= 2;
+    default:
+        return true; // joins many rim cells: a real membrane
+    }
+}
+} // namespace
+
+/// Finds the kept new cells that are no bridge and may be cut.
+void Prepare::hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, std::vector<RCD>& vUnprotected) const
+{
+    std::vector<std::vector<RCD>> comps;
+    createCC_RCD(vKept, comps);
+    std::vector<RCD> rim = vBorderRCDsrt; // of the shell before this pass
+    std::vector<RCD> vProtected;
+    for (const std::vector<RCD>& comp : comps)
+    {
+        std::vector<RCD>& target = isBridge(countNeigsInSet(comp, rim), comp.size()) ? vProtected : vUnprotected;
+        target.insert(target.end(), comp.begin(), comp.end());
+    }
+    sortMT(vProtected.begin(), vProtected.end());
+
+    // A border cell that dangles from a protected piece may go as well.
+    std::vector<RCD> neigs;
+    for (const RCD b : vKept)
+    {
+        if (!decider.isBorder(b))
+            continue;
+        neigs.clear();
+        decider.getNeigs(b, neigs);
+        if (neigs.size() == 1 && std::binary_search(vProtected.begin(), vProtected.end(), neigs.front()))
+            vUnprotected.push_back(b);
+    }
+}
+
+/// Cuts short runs of border cells that don't close into a ring, until nothing changes.
+void Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill, bool bFirstOrLast) const
+{
+    const long long maxPasses = 2LL * holeControlLimit;
+    for (long long i = 0; i < maxPasses; ++i)
+    {
+        std::vector<RCD> area, border;
+        decider.detectAreaAndBorder(area, border);
+        std::vector<std::vector<RCD>> comps;
+        createCC_RCD(border, comps);
+        const size_t limit = i == 0 && !bFirstOrLast ? 100 : 30;
+        std::vector<RCD> frayed;
+        for (std::vector<RCD>& comp : comps)
+        {
+            if (comp.size() > limit)
+                continue;
+            std::sort(comp.begin(), comp.end());
+            if (!isRing(comp, 0))
+                frayed.insert(frayed.end(), comp.begin(), comp.end());
+        }
+        oneInstance(frayed);
+        if (!bFirstOrLast) // loose strips of the earlier shell go on the first and the last size only
+            keepVec(frayed, fill);
+
+        Distances pairs;
+        for (const RCD r : frayed)
+            pairs.emplace_back(0.0, r);
+        std::vector<RCD> vKept, vKilled;
+        decider.pruneByDistance(PM_PRUNE_BORDERS, pairs, vKept, vKilled);
+        if (vKilled.empty())
+            return;
+    }
+}
+
+/// Makes the state of the decider the shell, and gives the fill cells their points.
+void Prepare::hc_takeOver(RemoveDeciderFast& decider, const std::vector<RCD>& fill)
+{
+    vAreaRCDsrt.clear();
+    vBorderRCDsrt.clear();
+    decider.detectAreaAndBorder(vAreaRCDsrt, vBorderRCDsrt);
+    sortMT(vAreaRCDsrt.begin(), vAreaRCDsrt.end());
+    sortMT(vBorderRCDsrt.begin(), vBorderRCDsrt.end());
+    vAllRCDsrt.clear();
+    std::merge(vAreaRCDsrt.begin(), vAreaRCDsrt.end(), vBorderRCDsrt.begin(), vBorderRCDsrt.end(),
+               std::back_inserter(vAllRCDsrt));
+
+    std::vector<RCD> added = vAllRCDsrt;
+    keepVec(added, fill);
+    vFillRCD.insert(vFillRCD.end(), added.begin(), added.end());
+    // A shell cell that was cut stays in vRCD2Vtxsrt, deliberately: the result is that list. When a later pass fills it
+    // again, it keeps its measured point.
+    std::vector<std::pair<RCD, Point3*>> vAdded;
+    auto it = vRCD2Vtxsrt.begin();
+    for (const RCD r : added)
+    {
+        while (it != vRCD2Vtxsrt.end() && it->first < r)
+            ++it;
+        if (it == vRCD2Vtxsrt.end() || it->first != r)
+            vAdded.emplace_back(r, new (poolVtx.take()) Point3(pCalc->getCenter(r)));
+    }
+    vRCD2Vtxsrt.insert(vRCD2Vtxsrt.end(), vAdded.begin(), vAdded.end());
+    sortMT(vRCD2Vtxsrt.begin(), vRCD2Vtxsrt.end());
+}
+
+} // namespace MIRT_ZAV
