@@ -2,7 +2,6 @@
 #include "OrderedIndex.h"
 #include "Point3.h"
 #include "SimplePool.h"
-#include "SmallVec.h"
 #include "capture.h"
 #include "vectorHelpers.h"
 
@@ -23,11 +22,6 @@ constexpr bool bSanitized = false;
 
 namespace
 {
-void toStderr()
-{
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-}
-
 void limitAddressSpace(size_t numBytes)
 {
     const rlimit limit{numBytes, numBytes};
@@ -42,50 +36,39 @@ void takeUntil(SimplePool<T>& pool, size_t numContainers)
 }
 } // namespace
 
-TEST(SimplePool, GrowsByItself)
+TEST(SimplePool, Grows)
 {
-    SimplePool<Point3> pool;
-    pool.init(1000, -1);
-    EXPECT_EQ(pool.maxContainer, 3125000);
-    EXPECT_TRUE(pool.bSingleContainer);
-    takeUntil(pool, 4);
-    EXPECT_EQ(pool.vSizes, (std::vector<int>{1000, 500, 1000, 2000}));
-    EXPECT_FALSE(pool.bSingleContainer);
-    EXPECT_EQ(pool.index, 0);
-
-    SimplePool<Point3> capped;
-    capped.init(4, -1, 5);
-    takeUntil(capped, 5);
-    EXPECT_EQ(capped.vSizes, (std::vector<int>{4, 2, 4, 5, 5}));
-
-    SimplePool<Point3> tiny; // half of 1 is 0: the same size again
-    tiny.init(1, -1);
-    takeUntil(tiny, 3);
-    EXPECT_EQ(tiny.vSizes, (std::vector<int>{1, 1, 2}));
-}
-
-TEST(SimplePool, FixedSteps)
-{
-    SimplePool<int> pool;
-    pool.init(0, 100);
-    EXPECT_EQ(pool.vSizes, (std::vector<int>{0}));
-    *pool.take() = 1;
-    EXPECT_EQ(pool.vSizes, (std::vector<int>{0, 100}));
-
-    SimplePool<int> still; // a growth step of 0, and an empty first container with automatic growth
+    const struct
+    {
+        int first, growth, maxContainer;
+        std::vector<int> sizes;
+    } cases[] = {
+        {1000, -1, 0, {1000, 500, 1000, 2000}}, // by itself
+        {4, -1, 5, {4, 2, 4, 5, 5}},            // up to a limit
+        {1, -1, 0, {1, 1, 2}},                  // half of 1 is 0: the same size again
+        {0, -1, 0, {0, 1}},
+        {0, 100, 0, {0, 100}},
+    };
+    for (const auto& [first, growth, maxContainer, sizes] : cases)
+    {
+        SimplePool<Point3> pool;
+        maxContainer == 0 ? pool.init(first, growth) : pool.init(first, growth, maxContainer);
+        EXPECT_EQ(pool.maxContainer, maxContainer == 0 ? 3125000 : maxContainer);
+        EXPECT_TRUE(pool.bSingleContainer);
+        takeUntil(pool, sizes.size());
+        EXPECT_EQ(pool.vSizes, sizes);
+        EXPECT_FALSE(pool.bSingleContainer);
+    }
+    SimplePool<Point3> still; // a growth step of 0 is one all the same
     still.init(0, 0);
-    *still.take() = 1;
-    SimplePool<int> empty;
-    empty.init(0, -1);
-    *empty.take() = 1;
-    EXPECT_EQ(empty.vSizes, (std::vector<int>{0, 1}));
+    new (still.take()) Point3(1, 1, 1);
 }
 
 TEST(SimplePool, LaterObjectsLieHigher)
 {
     SimplePool<Point3> pool;
     pool.init(10, -1);
-    for (int round = 0; round < 3; ++round)
+    for (int round = 0; round < 2; ++round)
     {
         Point3* const first = pool.take();
         Point3* last = first;
@@ -95,7 +78,6 @@ TEST(SimplePool, LaterObjectsLieHigher)
             ASSERT_GT(p, last);
             last = new (p) Point3(i, i, i);
         }
-        EXPECT_EQ(last->x(), 299999.0);
         pool.backToFirstContainer();
         EXPECT_EQ(pool.vSizes.size(), 1u);
         EXPECT_EQ(pool.take(), first);
@@ -103,35 +85,29 @@ TEST(SimplePool, LaterObjectsLieHigher)
     }
 }
 
-TEST(SimplePool, HintsAtManyContainers)
-{
-    const auto useContainers = [](size_t n)
-    {
-        SimplePool<int> pool;
-        pool.init(1, 1);
-        takeUntil(pool, n);
-    };
-    EXPECT_EQ(test::outputOf([&] { useContainers(500); }), "");
-    EXPECT_EQ(test::outputOf([&] { useContainers(501); }),
-              "SimplePool::~SimplePool: Number of containers to release: 501\n");
-}
-
-TEST(SimplePoolDeathTest, EndsTheProcess)
+TEST(SimplePoolDeathTest, HintsAtManyContainersAndEndsTheProcess)
 {
     const auto initTwice = []
     {
-        toStderr();
+        dup2(STDERR_FILENO, STDOUT_FILENO);
         SimplePool<int> pool;
         pool.init(1, 1);
         pool.init(1, 1);
     };
+    const auto useMany = []
+    {
+        SimplePool<int> pool;
+        pool.init(1, 1);
+        takeUntil(pool, 501);
+    };
+    EXPECT_EQ(test::outputOf(useMany), "SimplePool::~SimplePool: Number of containers to release: 501\n");
     EXPECT_EXIT(initTwice(), testing::ExitedWithCode(1),
                 "SimplePool::init\\(..\\), ERROR: This pool is already initialized\n");
     if (bSanitized)
         return;
     const auto exhaust = []
     {
-        toStderr();
+        dup2(STDERR_FILENO, STDOUT_FILENO);
         limitAddressSpace(size_t(1) << 30);
         SimplePool<Point3> pool;
         pool.init(100000000, 1); // 3.2 GB
@@ -153,22 +129,10 @@ TEST(AscendingMemory, BlocksRiseAndAreUsable)
         std::memset(block, 1, n);
         top = block + n;
     }
+    memory.releaseFrom(top);
+    EXPECT_EQ(memory.allocate(0), top);
     EXPECT_EQ(memory.allocate(~size_t(0)), nullptr);
     EXPECT_EQ(memory.allocate(~size_t(0) / 2), nullptr);
-}
-
-TEST(AscendingMemory, ReleasesFromABlockOn)
-{
-    AscendingMemory memory;
-    char* const kept = static_cast<char*>(memory.allocate(100000));
-    std::memset(kept, 7, 100000);
-    char* const given = static_cast<char*>(memory.allocate(10000000));
-    std::memset(given, 7, 10000000);
-    memory.releaseFrom(given);
-    EXPECT_EQ(kept[99999], 7);
-    EXPECT_EQ(memory.allocate(5000000), given);
-    std::memset(given, 1, 5000000);
-    EXPECT_EQ(kept[0], 7);
 }
 
 // Small ranges, as under a limit of the address space, so that growth crosses many of them.
@@ -206,34 +170,6 @@ TEST(AscendingMemoryDeathTest, RisesAcrossRanges)
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
-TEST(SmallVec, BehavesLikeAVector)
-{
-    SmallVec<int, 2> v;
-    std::vector<int> expected;
-    const auto check = [&expected](const SmallVec<int, 2>& w)
-    { EXPECT_TRUE(std::equal(w.begin(), w.end(), expected.begin(), expected.end())); };
-    for (int i = 0; i < 40; ++i)
-    {
-        v.push_back(i);
-        expected.push_back(i);
-        check(v);
-        check(SmallVec<int, 2>(v));
-    }
-    SmallVec<int, 2> w;
-    w.push_back(99);
-    w = v;
-    v[0] = -1; // a copy of its own
-    check(w);
-    w.pop_back();
-    expected.pop_back();
-    EXPECT_EQ(w.back(), 38);
-    w = *&w;
-    check(w);
-    w.clear();
-    EXPECT_TRUE(w.empty());
-    EXPECT_EQ(v.size(), 40u);
-}
-
 // Keys collide in all but their upper bits: long runs in the table, which erasing must keep searchable.
 struct PoorHash
 {
@@ -249,14 +185,26 @@ void compareWithMap(unsigned numKeys, int numOperations)
     for (int i = 0; i < numOperations; ++i)
     {
         const unsigned key = random() % numKeys;
-        switch (random() % 4)
+        switch (random() % 8)
         {
         case 0:
         case 1:
             ASSERT_EQ(index.insert(key, i), expected.emplace(key, i).second);
             break;
         case 2:
+        case 3:
+            ASSERT_EQ(*index.insertOrFind(key, i).first, expected.emplace(key, i).first->second);
+            break;
+        case 4:
+        case 5:
             ASSERT_EQ(index.erase(key), expected.erase(key));
+            break;
+        case 6:
+            if (!expected.empty())
+            {
+                expected.erase(expected.begin());
+                ASSERT_EQ(index.erase(index.begin()->first), 1u); // by a reference into the container
+            }
             break;
         default:
             ASSERT_EQ(index.count(key), expected.count(key));
@@ -288,78 +236,17 @@ TEST(OrderedIndex, BehavesLikeAMap)
     compareWithMap<OrderedIndex<unsigned, int, PoorHash>>(60, 20000);
 }
 
-TEST(OrderedIndex, AppendedInOrderAndNot)
-{
-    OrderedIndex<std::pair<int, const char*>, int> index;
-    const char* const text = "abcdefgh";
-    for (int i : {1, 2, 3, 0, 5, 4})
-        EXPECT_EQ(*index.insertOrFind({i, text + i}, i).first, i);
-    EXPECT_FALSE(index.insertOrFind({3, text + 3}, 77).second);
-    std::vector<int> order;
-    for (const auto& [key, value] : index)
-        order.push_back(value);
-    EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4, 5}));
-    EXPECT_EQ(index.erase(index.begin()->first), 1u); // by a reference into the container
-    EXPECT_EQ(index.size(), 5u);
-    EXPECT_EQ(index.begin()->second, 1);
-}
-
-TEST(KeyedLists, BehaveLikeAMultimap)
-{
-    KeyedLists<unsigned, int> lists;
-    std::multimap<unsigned, int> expected;
-    std::mt19937 random(5);
-    for (int i = 0; i < 60000; ++i)
-    {
-        const unsigned key = random() % 50;
-        const int value = static_cast<int>(random() % 6);
-        const unsigned kind = random() % 20;
-        if (kind < 11)
-        {
-            lists.insert(key, value);
-            expected.emplace(key, value);
-        }
-        else if (kind < 19)
-            ASSERT_EQ(lists.erase(key, value), MIRT_ZAV::eraseCertainEntry(expected, key, value));
-        else
-            ASSERT_EQ(lists.erase(key), static_cast<int>(expected.erase(key)));
-        ASSERT_EQ(lists.size(), expected.size());
-        ASSERT_EQ(lists.count(key), expected.count(key));
-        auto it = expected.lower_bound(key);
-        lists.forEach(key, [&it](int listed) { ASSERT_EQ(listed, (it++)->second); });
-    }
-}
-
 TEST(VectorHelpers, SetAlgebra)
 {
     using namespace MIRT_ZAV;
-    std::vector<int> v = {3, 1, 2, 3, 1};
-    oneInstance(v);
-    EXPECT_EQ(v, (std::vector<int>{1, 2, 3}));
-
-    std::vector<std::pair<int, int>> pairs = {{2, 5}, {1, 4}, {2, 6}, {1, 4}};
+    std::vector<std::pair<int, int>> pairs = {{2, 5}, {1, 4}, {2, 5}, {1, 4}};
     oneInstanceFirstComponent(pairs);
-    ASSERT_EQ(pairs.size(), 2u);
-    EXPECT_EQ(pairs[0], std::make_pair(1, 4));
-    EXPECT_EQ(pairs[1].first, 2);
-
-    std::vector<int> a = {1, 2, 3, 4, 7, 9};
-    removeVec(a, {0, 2, 3, 5});
-    EXPECT_EQ(a, (std::vector<int>{1, 4, 7, 9}));
-    removeVec(a, {});
-    EXPECT_EQ(a, (std::vector<int>{1, 4, 7, 9}));
-    keepVec(a, {0, 4, 5, 9, 10});
-    EXPECT_EQ(a, (std::vector<int>{4, 9}));
-    keepVec(a, {});
-    removeVec(a, {1, 2});
-    EXPECT_TRUE(a.empty());
-
+    EXPECT_EQ(pairs, (std::vector<std::pair<int, int>>{{1, 4}, {2, 5}}));
     std::set<int> once;
     filterN(std::vector<int>{1, 1, 2, 3, 3, 4}, 1, once);
     EXPECT_EQ(once, (std::set<int>{2, 4}));
-
-    std::multimap<int, int> entries = {{1, 5}, {1, 6}, {1, 5}, {2, 5}};
-    EXPECT_EQ(eraseCertainEntry(entries, 1, 7), 0);
-    EXPECT_EQ(eraseCertainEntry(entries, 1, 5), 2);
-    EXPECT_EQ(entries, (std::multimap<int, int>{{1, 6}, {2, 5}}));
+    std::vector<int> a = {1, 2, 3, 4, 7, 9};
+    removeVec(a, {0, 2, 3, 5});
+    keepVec(a, {0, 1, 4, 5, 9, 10});
+    EXPECT_EQ(a, (std::vector<int>{1, 4, 9}));
 }

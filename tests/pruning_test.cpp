@@ -1,6 +1,7 @@
 // The removal loops against plain versions of themselves on sets and multimaps.
 #include "RemoveDeciderFast.h"
 
+#include "capture.h"
 #include "plain_cells.h"
 #include "vectorHelpers.h"
 
@@ -148,38 +149,24 @@ std::vector<RCD> sortedCopy(std::vector<RCD> v)
     return v;
 }
 
-/// Runs f with several CPU counts and puts the old one back.
-template <class F>
-void forCPUCounts(const F& f)
-{
-    const int before = getGlobalNumCPU();
-    for (const int numCPU : {1, 2, 3, 7})
-    {
-        getSetGlobalNumCPU(numCPU);
-        SCOPED_TRACE(numCPU);
-        f();
-    }
-    getSetGlobalNumCPU(before);
-}
-
 void expectLikePlain(const RCDPoints& points, std::vector<RCD> vRCD, bool killBorders)
 {
     std::vector<RCD> cells = cellsOf(points);
     PlainCells plain{{cells.begin(), cells.end()}};
     const std::vector<RCD> expected = sortedCopy(plainPrunePrioq(plain, points, vRCD, killBorders));
-    forCPUCounts(
-        [&]
-        {
-            RemoveDeciderFast decider(cells, &unitCalc());
-            std::vector<RCD> kept, removed, alive;
-            EXPECT_EQ(decider.prunePrioq(points, vRCD, kept, removed, killBorders, false), expected.size());
-            EXPECT_EQ(removed, expected);
-            removeVec(removed, kept);
-            EXPECT_EQ(removed, expected);
-            EXPECT_EQ(kept.size(), vRCD.size() - expected.size());
-            decider.getAliveRCD(alive);
-            EXPECT_EQ(alive, std::vector<RCD>(plain.alive.begin(), plain.alive.end()));
-        });
+    for (const int numCPU : {1, 2, 3, 7})
+    {
+        const test::CpuCount cpus(numCPU);
+        RemoveDeciderFast decider(cells, &unitCalc());
+        std::vector<RCD> kept, removed, alive;
+        EXPECT_EQ(decider.prunePrioq(points, vRCD, kept, removed, killBorders, false), expected.size()) << numCPU;
+        EXPECT_EQ(removed, expected);
+        removeVec(removed, kept);
+        EXPECT_EQ(removed, expected);
+        EXPECT_EQ(kept.size(), vRCD.size() - expected.size());
+        decider.getAliveRCD(alive);
+        EXPECT_EQ(alive, std::vector<RCD>(plain.alive.begin(), plain.alive.end()));
+    }
 }
 } // namespace
 
@@ -195,49 +182,6 @@ TEST(PrunePrioq, MatchesThePlainLoop)
         some.erase(std::remove_if(some.begin(), some.end(), [](RCD r) { return rcd::getZ(r) % 5 == 0; }), some.end());
         expectLikePlain(points, some, false);
     }
-}
-
-TEST(PrunePrioq, LeavesWhatMustStay)
-{
-    for (const std::vector<RCD>& shape : {std::vector<RCD>{at(9, 9, 9)}, box(at(60, 60, 60), at(66, 66, 66))})
-    {
-        std::vector<RCD> cells = shape, kept, removed;
-        RCDPoints points;
-        for (const RCD r : cells)
-            points.emplace_back(r, unitCalc().getCenter(r));
-        RemoveDeciderFast decider(cells, &unitCalc());
-        EXPECT_EQ(decider.prunePrioq(points, cells, kept, removed, false, false), 0u);
-        EXPECT_EQ(kept, cells);
-        EXPECT_TRUE(removed.empty());
-    }
-}
-
-TEST(PrunePrioq, QueueHoldsEqualWeightsByCell)
-{
-    const RCDPoints points = noisyShell(4, 6.0, 0.7, 2500);
-    std::vector<RCD> cells = cellsOf(points);
-    const RemoveDeciderFast decider(cells, &unitCalc());
-    std::vector<Weighted> expected;
-    for (const RCD r : cells)
-        expected.emplace_back(decider.getWeight(points, r), r);
-    std::sort(expected.begin(), expected.end());
-    std::vector<RCD> shuffled = cells;
-    std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(5));
-    forCPUCounts(
-        [&]
-        {
-            std::multimap<double, RCD> queue;
-            decider.createPrioq(shuffled, points, queue);
-            EXPECT_TRUE(std::equal(queue.begin(), queue.end(), expected.begin(), expected.end(),
-                                   [](auto& a, auto& b) { return a.first == b.first && a.second == b.second; }));
-        });
-
-    RCDPoints thinned = points;
-    thinned.erase(thinned.begin() + 100);
-    std::multimap<double, RCD> queue;
-    testing::internal::CaptureStdout();
-    EXPECT_THROW(decider.createPrioq(cells, thinned, queue), ZavBugException);
-    testing::internal::GetCapturedStdout();
 }
 
 TEST(PruneByDistance, MatchesThePlainLoop)
@@ -259,92 +203,60 @@ TEST(PruneByDistance, MatchesThePlainLoop)
             expected.push_back(plainPruneByDistance(plain, mode, list));
         ASSERT_FALSE(expected[0].empty() || expected[1].empty());
 
-        forCPUCounts(
-            [&]
-            {
-                RemoveDeciderFast decider(cells, &unitCalc());
-                std::vector<RCD> kept = {1}, killed = {1};
-                std::vector<Weighted> dist = list;
-                EXPECT_EQ(decider.pruneByDistance(PM_PRUNE_BORDERS, dist, kept, killed), expected[0].size());
-                EXPECT_EQ(killed, sortedCopy(expected[0]));
-                EXPECT_TRUE(
-                    std::is_sorted(dist.begin(), dist.end(), [](auto& a, auto& b) { return a.first > b.first; }));
-                EXPECT_EQ(dist.size(), list.size());
+        for (const int numCPU : {1, 2, 3, 7})
+        {
+            const test::CpuCount cpus(numCPU);
+            RemoveDeciderFast decider(cells, &unitCalc());
+            std::vector<RCD> kept = {1}, killed = {1};
+            std::vector<Weighted> dist = list;
+            EXPECT_EQ(decider.pruneByDistance(PM_PRUNE_BORDERS, dist, kept, killed), expected[0].size()) << numCPU;
+            EXPECT_EQ(killed, sortedCopy(expected[0]));
+            EXPECT_TRUE(std::is_sorted(dist.begin(), dist.end(), [](auto& a, auto& b) { return a.first > b.first; }));
+            EXPECT_EQ(dist.size(), list.size());
 
-                // The second call names the cells that the first one killed, and doesn't count them.
-                EXPECT_EQ(decider.pruneByDistance(PM_PRUNE_AREA, dist, kept, killed), expected[1].size());
-                EXPECT_EQ(killed.size(), expected[0].size() + expected[1].size());
-                EXPECT_EQ(kept.size() + killed.size(), list.size() - 50);
-            });
+            // The second call names the cells that the first one killed, and doesn't count them.
+            EXPECT_EQ(decider.pruneByDistance(PM_PRUNE_AREA, dist, kept, killed), expected[1].size());
+            EXPECT_EQ(killed.size(), expected[0].size() + expected[1].size());
+            EXPECT_EQ(kept.size() + killed.size(), list.size() - 50);
+        }
     }
 }
 
-TEST(PruneByDistance, CellsWaitAndComeBackOrAreGivenUp)
+TEST(PruneByDistance, GivesUpAGapCellBesideAnEmptyFace)
 {
-    // The middle of a small block is the farthest, but waits until a face neighbour has gone.
-    std::vector<RCD> cells = box(at(62, 62, 62), at(64, 64, 64));
-    const RCD middle = at(63, 63, 63);
+    // The middle of a sheet stays, though its neighbours go and it becomes a rim.
+    std::vector<RCD> sheet = box(at(62, 62, 62), at(64, 64, 62)), kept, killed;
     std::vector<Weighted> list;
-    for (const RCD r : cells)
-        list.emplace_back(r == middle ? 2.0 : 1.0, r);
-    RemoveDeciderFast decider(cells, &unitCalc());
-    std::vector<RCD> kept, killed;
-    decider.pruneByDistance(PM_PRUNE_BORDERS, list, kept, killed);
-    EXPECT_TRUE(decider.isDoomed(middle));
-    EXPECT_TRUE(std::binary_search(killed.begin(), killed.end(), middle));
-
-    // A gap cell of a sheet with an empty face is dropped: it stays, though its neighbours go and it becomes a rim.
-    std::vector<RCD> sheet = box(at(62, 62, 62), at(64, 64, 62));
-    list.clear();
     for (const RCD r : sheet)
         list.emplace_back(r == at(63, 63, 62) ? 2.0 : 1.0, r);
-    RemoveDeciderFast sheetDecider(sheet, &unitCalc());
-    EXPECT_EQ(sheetDecider.pruneByDistance(PM_PRUNE_BORDERS, list, kept, killed), 8u);
-    EXPECT_EQ(kept, std::vector<RCD>{at(63, 63, 62)});
-    EXPECT_TRUE(sheetDecider.isBorder(kept[0]));
-
-    list.clear();
-    EXPECT_EQ(decider.pruneByDistance(PM_PRUNE_AREA, list, kept, killed), 0u);
-    EXPECT_TRUE(kept.empty() && killed.empty());
-}
-
-TEST(SmallBorderPieces, SizeLimit)
-{
-    // Strips one cell wide are border all along.
-    for (const u64 length : {40, 41})
-    {
-        std::vector<RCD> cells = box(at(100, 100, 100), at(100, 100, 99 + length)), removed;
-        RemoveDeciderFast decider(cells, &unitCalc());
-        EXPECT_EQ(decider.prePruneSmallBorderCCs(removed), length == 40 ? 40u : 0u);
-        EXPECT_EQ(removed.size(), length == 40 ? 40u : 0u);
-    }
-}
-
-TEST(SmallBorderPieces, ReturnWhenTheBorderWouldSpread)
-{
-    // The rim of a sheet: without it, the next ring would be rim.
-    std::vector<RCD> sheet = box(at(62, 62, 62), at(66, 66, 62)), area, border, removed;
     RemoveDeciderFast decider(sheet, &unitCalc());
-    decider.detectAreaAndBorder(area, border);
-    ASSERT_EQ(border.size(), 16u);
-    std::reverse(border.begin(), border.end());
-    EXPECT_EQ(decider.tryRemoveBorderCC(border, removed), 0u);
-    EXPECT_TRUE(std::is_sorted(border.begin(), border.end()));
-    EXPECT_EQ(decider.getNumKilled(), 0);
-    std::vector<RCD> alive;
-    decider.getAliveRCD(alive);
-    EXPECT_EQ(alive, sheet);
-    EXPECT_TRUE(removed.empty());
+    EXPECT_EQ(decider.pruneByDistance(PM_PRUNE_BORDERS, list, kept, killed), 8u);
+    EXPECT_EQ(kept, std::vector<RCD>{at(63, 63, 62)});
+    EXPECT_TRUE(decider.isBorder(kept[0]));
 }
 
-TEST(SmallBorderPieces, PrePruningCountsInPrunePrioq)
+TEST(SmallBorderPieces, GoUpToALimitAndUnlessTheBorderSpreads)
 {
-    std::vector<RCD> cells = box(at(10, 10, 10), at(10, 10, 14)), kept, removed;
-    RCDPoints points;
-    for (const RCD r : cells)
-        points.emplace_back(r, unitCalc().getCenter(r));
+    // Strips one cell wide are border all along; without the rim of the sheet, its next ring would be rim.
+    const std::vector<RCD> longStrip = box(at(10, 100, 100), at(10, 100, 140));
+    const std::vector<RCD> strip = box(at(100, 100, 100), at(100, 100, 139));
+    const std::vector<RCD> sheet = box(at(262, 62, 62), at(266, 66, 62));
+    std::vector<RCD> cells = longStrip, kept, removed;
+    cells.insert(cells.end(), strip.begin(), strip.end());
+    cells.insert(cells.end(), sheet.begin(), sheet.end());
     RemoveDeciderFast decider(cells, &unitCalc());
-    EXPECT_EQ(decider.prunePrioq(points, cells, kept, removed, false, true), 5u);
+    EXPECT_EQ(decider.prePruneSmallBorderCCs(removed), strip.size());
+    EXPECT_EQ(sortedCopy(removed), strip);
+    EXPECT_EQ(decider.getNumKilled(), 40);
+
+    // In prunePrioq they count as removed.
+    RCDPoints points;
+    for (const RCD r : strip)
+        points.emplace_back(r, unitCalc().getCenter(r));
+    cells = strip;
+    RemoveDeciderFast other(cells, &unitCalc());
+    removed.clear();
+    EXPECT_EQ(other.prunePrioq(points, cells, kept, removed, false, true), 40u);
     EXPECT_EQ(removed, cells);
     EXPECT_TRUE(kept.empty());
 }
