@@ -9,11 +9,16 @@
 #include <algorithm>
 #include <array>
 #include <cfloat>
+#include <cstdint>
+#include <utility>
 
 namespace MIRT_ZAV
 {
 namespace
 {
+/// Entries of vStaticVCD2CCD that are reported as progress at once.
+constexpr std::uint64_t countedAtOnce = 10000;
+
 /// Values of one record of an ambiguous square: two triangles, the vertex, the configuration.
 constexpr size_t recordLength = 8;
 
@@ -100,6 +105,7 @@ void Voro::fatExtractTriangles()
     Progress* const walk = getThreadProgress()->getChildProgressSetTodo("VO_ftx", vStaticVCD2CCD.size());
     std::vector<unsigned long long> ambiguous;
     std::vector<CCD> cells, vTri;
+    std::uint64_t numUncounted = 0;
     for (auto it = vStaticVCD2CCD.begin(); it != vStaticVCD2CCD.end();)
     {
         const VCD vertex = it->first;
@@ -107,8 +113,11 @@ void Voro::fatExtractTriangles()
         for (; it != vStaticVCD2CCD.end() && it->first == vertex; ++it)
             cells.push_back(it->second);
         extractAtVertex(vertex, cells, ambiguous, vTri);
-        walk->incProgressBy(cells.size());
+        numUncounted += cells.size();
+        if (numUncounted >= countedAtOnce)
+            walk->incProgressBy(std::exchange(numUncounted, 0));
     }
+    walk->incProgressBy(numUncounted);
     walk->setDone(true);
 
     Progress* const solving = getThreadProgress()->getChildProgressSetTodo("VO_amb", 2);
