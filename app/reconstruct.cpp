@@ -6,9 +6,11 @@
 
 #include <zav_api.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 namespace zavtool
 {
@@ -44,6 +46,56 @@ void checkOptions(const ReconstructOptions& options)
     refuseSameFile(options.input, options.output);
 }
 
+/// Closing holes works with single-precision centres of cells, which lose digits far from the origin: a cloud that lies
+/// more than 10^5 cells away is moved to the origin for the run, and its mesh back again.
+class Centring
+{
+public:
+    Centring(Cloud& cloud, const ReconstructOptions& options)
+    {
+        const auto [low, high] = getBox(cloud.points);
+        const MIRT_ZAV::Point3 middle = low + (high - low) * 0.5;
+        const double distance = (middle - MIRT_ZAV::Point3()).getMaxAbsComponent();
+        if (distance <= (high - low).getMaxAbsComponent() || distance <= 1e5 * getCellSide(cloud, options))
+            return;
+        offset = middle - MIRT_ZAV::Point3();
+        for (MIRT_ZAV::Point3& p : cloud.points)
+            move(p, -offset);
+    }
+
+    void moveBack(MIRT_ZAV::Mesh& mesh) const
+    {
+        std::vector<MIRT_ZAV::Point3*> vertices;
+        mesh.getPoints(vertices);
+        for (MIRT_ZAV::Point3* const p : vertices)
+            move(*p, offset);
+    }
+
+private:
+    static std::pair<MIRT_ZAV::Point3, MIRT_ZAV::Point3> getBox(const std::vector<MIRT_ZAV::Point3>& points)
+    {
+        MIRT_ZAV::Point3 low = points.front(), high = points.front();
+        for (const MIRT_ZAV::Point3& p : points)
+        {
+            low.set(std::min(low.x(), p.x()), std::min(low.y(), p.y()), std::min(low.z(), p.z()));
+            high.set(std::max(high.x(), p.x()), std::max(high.y(), p.y()), std::max(high.z(), p.z()));
+        }
+        return {low, high};
+    }
+
+    static double getCellSide(Cloud& cloud, const ReconstructOptions& options)
+    {
+        return options.spacing > 0.0 ? options.spacing : options.factor * MIRT_ZAV::estimateAvgSpacing(cloud.points);
+    }
+
+    static void move(MIRT_ZAV::Point3& p, const MIRT_ZAV::Vector3& by)
+    {
+        p.set(p.x() + by.x(), p.y() + by.y(), p.z() + by.z());
+    }
+
+    MIRT_ZAV::Vector3 offset; // zero when nothing was moved
+};
+
 MIRT_ZAV::MeshPtr reconstruct(Cloud& cloud, const ReconstructOptions& options)
 {
     static ProgressBar bar; // the library keeps a subscriber's address
@@ -53,9 +105,13 @@ MIRT_ZAV::MeshPtr reconstruct(Cloud& cloud, const ReconstructOptions& options)
     {
         ~RemoveBar() { bar.finish(); }
     } removeBar;
-    if (options.spacing > 0.0)
-        return MIRT_ZAV::reconstruct_abs(cloud.points, options.spacing, options.holeLimit);
-    return MIRT_ZAV::reconstruct_auto(cloud.points, options.factor, options.holeLimit);
+    const Centring centring(cloud, options);
+    const MIRT_ZAV::MeshPtr mesh = options.spacing > 0.0
+                                       ? MIRT_ZAV::reconstruct_abs(cloud.points, options.spacing, options.holeLimit)
+                                       : MIRT_ZAV::reconstruct_auto(cloud.points, options.factor, options.holeLimit);
+    if (mesh)
+        centring.moveBack(*mesh);
+    return mesh;
 }
 
 void printTiming(int depth, const std::string& label, double seconds, long peakMemoryKB)

@@ -47,7 +47,7 @@ int main(int argc, char** argv)
     try
     {
         // Cells at the detected point spacing; no holes are closed.
-        const MIRT_ZAV::MeshPtr mesh = MIRT_ZAV::reconstruct_auto(points, 1.0, 0);
+        const MIRT_ZAV::MeshPtr mesh = MIRT_ZAV::reconstruct_auto(points, 1.0, 10);
         if (!mesh)
             return 1;
         std::cout << mesh->getNumT() << " triangles\n";

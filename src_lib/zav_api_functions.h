@@ -17,7 +17,9 @@ namespace MIRT_ZAV
 ///                          such points out first
 /// \param spacingFactor     cell side as a multiple of the detected spacing: 1.0 for cells at that spacing, more for a
 ///                          coarser mesh, less for a finer one with more holes
-/// \param holeControlLimit  greatest width, in cells, up to which holes are closed; below 1 none is
+/// \param holeControlLimit  number of cells that hole control grows from the rims: gaps up to about twice as wide are closed,
+///                          wider ones stay open; below 1 none is closed. It works with single-precision centres of
+///                          cells: a cloud more than 10^5 cells from the origin should be moved with autoOffset first
 /// \return the mesh, or a null pointer, after a message, when no cell came out
 /// \throws ZavBugException  when the spacing isn't above 0, the bounding box isn't finite or the cloud needs more than
 ///                          2087152 cells along an axis

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <map>
 #include <random>
 #include <set>
@@ -55,7 +56,7 @@ bool sameMesh(const MeshPtr& a, const MeshPtr& b)
 }
 } // namespace
 
-TEST(Reconstruct, EveryVertexOfTheRawSurfaceIsAnInputPointWithItsColour)
+TEST(Reconstruct, VerticesAreInputPointsWithTheirColourButForAFewOfTheRepair)
 {
     std::vector<Point3> points = getTorus(20000, 1);
     const std::vector<Point3> before = points;
@@ -69,12 +70,19 @@ TEST(Reconstruct, EveryVertexOfTheRawSurfaceIsAnInputPointWithItsColour)
     std::map<Point3, const Point3*> inputs;
     for (const Point3& p : points)
         inputs[p] = &p;
+    size_t numAdded = 0;
     for (const Point3* p : data.points)
     {
+        if (!p->hasColor())
+        {
+            ++numAdded;
+            continue;
+        }
         const auto input = inputs.find(*p);
         ASSERT_NE(input, inputs.end());
-        EXPECT_TRUE(p->hasColor() && p->r == input->second->r && p->a == 255);
+        EXPECT_TRUE(p->r == input->second->r && p->a == 255);
     }
+    EXPECT_LT(numAdded, data.points.size() / 20);
     std::set<std::set<int>> triangles;
     for (size_t i = 0; i < data.indices.size(); i += 3)
     {
@@ -84,13 +92,13 @@ TEST(Reconstruct, EveryVertexOfTheRawSurfaceIsAnInputPointWithItsColour)
         EXPECT_LT(*corners.rbegin(), int(data.points.size()));
         EXPECT_TRUE(triangles.insert(corners).second);
     }
-    // The surface follows the torus: no edge is longer than the space diagonal of two cells.
+    // The surface follows the torus: no edge is longer than the space diagonal of three cells.
     const double spacing = estimateAvgSpacing(points);
     for (size_t i = 0; i < data.indices.size(); ++i)
     {
         const size_t next = i % 3 == 2 ? i - 2 : i + 1;
         const Vector3 edge = *data.points[size_t(data.indices[i])] - *data.points[size_t(data.indices[next])];
-        EXPECT_LT(edge.length(), 2.0 * std::sqrt(3.0) * spacing);
+        EXPECT_LT(edge.length(), 3.0 * std::sqrt(3.0) * spacing);
     }
 }
 
@@ -98,8 +106,11 @@ TEST(Reconstruct, AbsoluteAndFactorSpacingAgreeAndCoarserMeansFewer)
 {
     std::vector<Point3> points = getTorus(8000, 2);
     const double spacing = estimateAvgSpacing(points);
-    EXPECT_TRUE(sameMesh(reconstruct_auto(points, 1.5, 0), reconstruct_abs(points, 1.5 * spacing, 0)));
-    EXPECT_GT(reconstruct_auto(points, 1.0, 0)->getNumT(), 2 * reconstruct_auto(points, 2.0, 0)->getNumT());
+    std::srand(1); // the repair draws from rand() in the state that the caller left
+    const MeshPtr byFactor = reconstruct_auto(points, 1.5, 2);
+    std::srand(1);
+    EXPECT_TRUE(sameMesh(byFactor, reconstruct_abs(points, 1.5 * spacing, 2)));
+    EXPECT_GT(byFactor->getNumT(), 2 * reconstruct_auto(points, 3.0, 2)->getNumT());
 }
 
 TEST(Reconstruct, SameMeshForAnyNumberOfCpusAndOnAnyThread)
@@ -107,14 +118,20 @@ TEST(Reconstruct, SameMeshForAnyNumberOfCpusAndOnAnyThread)
     std::vector<Point3> points = getTorus(15000, 3);
     const int numCPU = getGlobalNumCPU();
     setGlobalNumCPU(1);
-    const MeshPtr serial = reconstruct_auto(points, 1.0, 0);
+    const auto run = [](std::vector<Point3>& cloud)
+    {
+        std::srand(1);
+        return reconstruct_auto(cloud, 1.0, 4);
+    };
+    const MeshPtr serial = run(points);
     for (const int n : {2, 3, 7})
     {
         destroySingletons();
         setGlobalNumCPU(n);
-        EXPECT_TRUE(sameMesh(serial, reconstruct_auto(points, 1.0, 0))) << n;
+        EXPECT_TRUE(sameMesh(serial, run(points))) << n;
     }
-    // Two application threads at once, each with its own progress tree.
+    // Two application threads at once, each with its own progress tree. They share rand(), which moves vertices that
+    // the repair added in their last digits.
     std::vector<MeshPtr> meshes(2);
     std::vector<std::thread> threads;
     for (MeshPtr& mesh : meshes)
@@ -123,13 +140,13 @@ TEST(Reconstruct, SameMeshForAnyNumberOfCpusAndOnAnyThread)
             {
                 Listener listener;
                 subscribe(&listener);
-                mesh = reconstruct_auto(points, 1.0, 0);
+                mesh = reconstruct_auto(points, 1.0, 4);
                 EXPECT_EQ(listener.heard.back(), std::make_pair(std::string("Reconstruct"), 1.0));
             });
     for (std::thread& thread : threads)
         thread.join();
     for (const MeshPtr& mesh : meshes)
-        EXPECT_TRUE(sameMesh(serial, mesh));
+        EXPECT_EQ(Indexed(serial).indices, Indexed(mesh).indices);
     destroySingletons();
     setGlobalNumCPU(numCPU);
 }

@@ -255,6 +255,27 @@ TEST_F(Tool, pointsThatAreNotFiniteAreLeftOutAndCounted)
     EXPECT_EQ(read("with.ply"), read("without.ply"));
 }
 
+TEST_F(Tool, closesHolesAlsoFarFromTheOrigin)
+{
+    const auto sheetWithHole = [](double offset)
+    {
+        std::ostringstream text;
+        for (int i = 0; i < 40; ++i)
+            for (int j = 0; j < 40; ++j)
+                if (i < 18 || i > 20 || j < 18 || j > 20)
+                    text << std::fixed << offset + i << ' ' << offset - j << " 0\n";
+        return text.str();
+    };
+    write("near.xyz", sheetWithHole(0.0));
+    write("far.xyz", sheetWithHole(3e9)); // in single precision all cells would be one
+    const Outcome near = run("reconstruct near.xyz out.ply --spacing 1 --holes 2");
+    EXPECT_EQ(near.exitCode, 0) << near.err;
+    EXPECT_EQ(run("reconstruct far.xyz out.ply --spacing 1 --holes 2").out, near.out);
+    const Outcome open = run("reconstruct near.xyz out.ply --spacing 1");
+    EXPECT_NE(open.out.find("1591 vertices"), std::string::npos) << open.out;
+    EXPECT_NE(open.out, near.out);
+}
+
 TEST_F(Tool, reconstructsASurface)
 {
     ASSERT_EQ(run("generate sphere in.ply --points 6000 --noise 0").exitCode, 0);
