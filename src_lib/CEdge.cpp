@@ -12,11 +12,6 @@
 namespace MIRT_ZAV
 {
 
-int CEdge::getDegree() const
-{
-    return static_cast<int>(std::count_if(vT.begin(), vT.end(), [](const CTriangle* t) { return t->isAlive(); }));
-}
-
 void CEdge::getAliveTriangles(std::vector<CTriangle*>& out) const
 {
     std::copy_if(vT.begin(), vT.end(), std::back_inserter(out), [](const CTriangle* t) { return t->isAlive(); });

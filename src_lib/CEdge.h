@@ -29,7 +29,8 @@ public:
 
     CEdge(VCD lower, VCD upper) : v0(lower), v1(upper) {}
 
-    int getDegree() const;
+    /// A kill takes the triangle off its edges before it is marked dead: those that are listed are alive.
+    int getDegree() const { return static_cast<int>(vT.size()); }
     /// Appends the alive triangles.
     void getAliveTriangles(std::vector<CTriangle*>& out) const;
     /// The first two alive triangles or null; true if there are exactly two (bExact) or at least two.
