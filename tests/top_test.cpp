@@ -1,6 +1,7 @@
 // The repair of the coarse mesh: patches against naive counts, pairs and double sheets, diagonals, flaps and borders on
 // small meshes made by hand, and whole repairs of a noisy shell.
 
+#include "ConEdge.h"
 #include "Progress.h"
 #include "Top.h"
 #include "capture.h"
@@ -270,7 +271,9 @@ TEST_F(TopTest, ThreeSheetsOnOneRimMakeTwoPairs)
 TEST_F(TopTest, TinyClosedBodiesDieWithoutCounting)
 {
     const Triangles t = glue(anyVertex({5, 5, 5}), anyVertex({6, 5, 5}));
-    EXPECT_FALSE(patchOf({t[0], t[1], t[2]})->isClosed());
+    EXPECT_FALSE(patchOf(create({{1, 2, 3}, {1, 2, 3}, {1, 2, 3}}))->isClosed());
+    for (size_t i = 4; i < 7; ++i)
+        mesh.vT[i]->kill(&mesh);
     const auto patch = patchOf(t);
     EXPECT_TRUE(patch->isClosed());
     EXPECT_FALSE(top.patchPairSolving(true));
@@ -300,6 +303,11 @@ TEST_F(TopTest, ADoubleSheetLosesTheSideThatIsNotTied)
         for (const Triangles& side : {up, low})
             EXPECT_TRUE(numAlive(side) == 0 || numAlive(side) == side.size());
         EXPECT_EQ(bSplit, numAlive(patch->vT) < patch->getSize());
+        for (const CEdge* const e : mesh.vCE)
+        {
+            const bool bInside = e->getDegree() == 2 && patch->isMember(e->vT[0]) && patch->isMember(e->vT[1]);
+            EXPECT_FALSE(bSplit && bInside && e->vT[0]->needFlip(e->vT[1])) << "what stays runs alike";
+        }
         return std::pair<bool, bool>(numAlive(up) > 0, numAlive(low) > 0);
     };
     using Left = std::pair<bool, bool>;
@@ -309,6 +317,27 @@ TEST_F(TopTest, ADoubleSheetLosesTheSideThatIsNotTied)
     EXPECT_EQ(split(6, 24, true, false, true), Left(true, false)) << "tied, although smaller";
     EXPECT_EQ(split(6, 6, true, true, true), Left(true, true));
     EXPECT_EQ(split(6, 6, true, true, false), Left(true, false));
+}
+
+TEST_F(TopTest, StepsAreRankedByTheFoldAndCrossNonManifoldEdges)
+{
+    const VCD a = anyVertex({0, 0, 0}), b = anyVertex({1, 0, 0}), p = anyVertex({0, 1, 0}), q = anyVertex({0, -1, 1});
+    const Triangles pages = create({{a, b, p}, {b, a, q}});
+    const auto patch = patchOf(pages);
+    CEdge* const e = mesh.getEdge(a, b);
+    for (int i = 0; i < 2; ++i)
+    {
+        EXPECT_NEAR(ConEdge(&mesh, e, *patch).angle, 45.0, 1e-6) << "whatever the winding";
+        pages[1]->flipNNV();
+    }
+    EXPECT_TRUE(ConEdge(&mesh, e, *patch).bSameSide);
+    CTriangle* const third = create(a, b, anyVertex({0, 0, 1}));
+    const ConEdge across(&mesh, e, *patch);
+    EXPECT_NEAR(across.angle, 135.0, 1e-6);
+    EXPECT_FALSE(across.bSameSide);
+    patch->add(third);
+    EXPECT_EQ(ConEdge(&mesh, e, *patch).angle, 181.0);
+    EXPECT_TRUE(hasBug("deg>1", [&] { ConEdge(&mesh, mesh.getEdge(a, p), *patch); }));
 }
 
 TEST_F(TopTest, GrowthDropsStepsOfEqualAngles)
@@ -369,7 +398,7 @@ TEST_F(TopTest, ClosedPatchesAreTurnedOutwardsByTheirCells)
         EXPECT_NEAR(patch->computeOrientedVolume(), 36.0, 1e-9);
     }
     for (Point3& p : ownedPoints)
-        p.set(p.x(), p.y(), -p.z());
+        p.set(-p.x(), p.y(), p.z());
     patch->intraOrientation();
     EXPECT_NEAR(patch->computeOrientedVolume(), -36.0, 1e-9) << "cells decide, not points";
 
@@ -404,6 +433,8 @@ TEST_F(TopTest, OrientationSpreadsOverEverything)
     EXPECT_EQ(mesh.vT[0]->c1, second) << "the first triangle decides";
     ASSERT_EQ(patches.size(), 2u);
     EXPECT_EQ(patches[0]->getSize() + patches[1]->getSize(), numAliveInMesh());
+    EXPECT_TRUE(std::is_partitioned(patches[0]->vT.begin(), patches[0]->vT.end(),
+                                    [](const CTriangle* t) { return t->hasOnlyHalfEdges(); }));
     EXPECT_TRUE(hasBug("vPatches.empty()", [&] { top.createPatchesOrient(mesh.vT, patches); }));
     for (CPatch* const patch : patches)
         delete patch;
@@ -465,6 +496,13 @@ TEST_F(TopTest, FlapsAtEdgesOfDegree3Die)
     const Triangles flap = create({{a, b, x}, {b, y, x}, {a, x, z}});
     top.repairDeg3();
     EXPECT_TRUE(!flap[0]->isAlive() && flap[1]->isAlive() && !flap[2]->isAlive() && numAlive(body) == 4);
+
+    mesh.reset();
+    const VCD k = vertex(2, 2, 9);
+    glue(a, b);
+    const Triangles oneEar = create({{a, b, x}, {b, y, x}, {a, x, z}, {x, z, k}});
+    top.repairDeg3();
+    EXPECT_TRUE(!oneEar[0]->isAlive() && !oneEar[1]->isAlive() && oneEar[2]->isAlive() && oneEar[3]->isAlive());
 
     mesh.reset();
     create({{a, b, x}, {a, b, y}, {a, b, z}}); // three border edges at both ends: not evil
@@ -547,9 +585,10 @@ TEST_F(TopTest, EqualPointsAreMovedApart)
 
 namespace
 {
-/// The cells about a sphere with noise and an opening, extracted and repaired: triangles as wound, in order of the
-/// mesh.
-std::vector<Corners> repairShell(double noise, double height, size_t& numBefore)
+/// The cells about a sphere with noise and an opening, extracted and repaired by f(voro, top): triangles as wound, in
+/// order of the mesh.
+template <class F>
+std::vector<Corners> repairShell(double noise, double height, const F& f)
 {
     Calc calc{0.0, 0.0, 0.0, 64.0, 64.0, 64.0, 6};
     std::mt19937 random(5);
@@ -572,34 +611,70 @@ std::vector<Corners> repairShell(double noise, double height, size_t& numBefore)
     progressForReco();
     Voro voro(&calc, bundles, fill, TM_FAT);
     voro.fatExtractTriangles();
-    const CMesh& mesh = *voro.getCMesh();
-    numBefore = numAlive(mesh.vT);
-    outputOf([&] { Top(voro.getCMesh(), &calc).finalizeReconstructedMesh(&voro); });
-    // Removing flaps afterwards can join two sheets that run against each other.
-    EXPECT_TRUE(noise > 0.0 || isConsistent(mesh));
+    Top top(voro.getCMesh(), &calc);
+    outputOf([&] { f(voro, top); });
     std::vector<Corners> out;
-    for (const CTriangle* const t : mesh.vT)
-    {
-        EXPECT_EQ(t->getPatch(), nullptr);
+    for (const CTriangle* const t : voro.getCMesh()->vT)
         if (t->isAlive())
             out.push_back({t->c0, t->c1, t->c2});
-    }
     return out;
+}
+
+void finalize(Voro& voro, Top& top)
+{
+    top.finalizeReconstructedMesh(&voro);
+    for (const CTriangle* const t : top.pCMesh->vT)
+        EXPECT_EQ(t->getPatch(), nullptr);
+}
+
+/// The completion of cells with sets in place of sorted lists.
+void completeNaively(Voro& voro, Top& top)
+{
+    std::vector<CEdge*> borders, deg4;
+    top.getBordersKillDeg1nn(borders);
+    top.pCMesh->getDegN(4, deg4);
+    std::vector<CCD> cells;
+    const auto addCommon = [&](const std::set<CCD>& corners)
+    {
+        std::map<CCD, size_t> count;
+        for (const CCD corner : corners)
+        {
+            CCD block[8] = {corner};
+            top.pCalc->completeArrayPlus(block);
+            for (const CCD c : block)
+                if (++count[c] == corners.size())
+                    cells.push_back(c);
+        }
+    };
+    for (const CEdge* const e : borders)
+        addCommon({e->v0, e->v1, e->vT[0]->getThirdCCD(e->v0, e->v1)});
+    for (const CEdge* const e : deg4)
+        addCommon({e->v0, e->v1});
+    voro.meshAgain(cells)->averageBundles();
+    top.unifyDiagonals();
 }
 } // namespace
 
 TEST(TopRepair, IsTheSameOnAnyNumberOfCpusAndLeavesAClosedSurfaceAsItIs)
 {
-    size_t numBefore = 0;
-    const std::vector<Corners> closed = repairShell(0.0, 40.0, numBefore);
-    EXPECT_GT(closed.size(), 1000u);
-    EXPECT_EQ(closed.size(), numBefore);
-    const std::vector<Corners> noisy = repairShell(0.1, 10.0, numBefore);
+    const auto leave = [](Voro&, Top&) {};
+    const auto checked = [](Voro& voro, Top& top)
+    {
+        finalize(voro, top);
+        EXPECT_TRUE(isConsistent(*top.pCMesh));
+    };
+    EXPECT_EQ(repairShell(0.0, 40.0, checked).size(), repairShell(0.0, 40.0, leave).size());
+    const std::vector<Corners> noisy = repairShell(0.1, 10.0, finalize);
     EXPECT_GT(noisy.size(), 1000u);
-    EXPECT_NE(noisy.size(), numBefore);
     for (const int numCPU : {1, 2, 3, 7})
     {
         CpuCount cpus(numCPU);
-        EXPECT_EQ(repairShell(0.1, 10.0, numBefore), noisy) << numCPU;
+        EXPECT_EQ(repairShell(0.1, 10.0, finalize), noisy) << numCPU;
     }
+}
+
+TEST(TopRepair, CellsAreCompletedWhereBlocksMeet)
+{
+    EXPECT_EQ(repairShell(0.1, 10.0, [](Voro& voro, Top& top) { top.cbsComplete(&voro); }),
+              repairShell(0.1, 10.0, completeNaively));
 }
