@@ -57,8 +57,8 @@ private:
     void hc_addVolumeFills(Distances& vDist2RCD) const;
     void hc_pruneDown(const std::string& label, bool bFirstOrLast, Distances& vDist2RCD);
     void hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, std::vector<RCD>& vUnprotected) const;
-    void hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill, bool bFirstOrLast) const;
-    void hc_takeOver(RemoveDeciderFast& decider, const std::vector<RCD>& fill);
+    std::vector<RCD> hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill, bool bFirstOrLast);
+    void hc_takeOver(const std::vector<RCD>& membranes, const std::vector<RCD>& vCut);
     static void cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD);
 
     // How far new cells lie from the shell: a front marches outwards and hands on the nearest shell point.

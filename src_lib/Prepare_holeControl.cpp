@@ -93,13 +93,41 @@ void Prepare::hc_addVolumeFills(Distances& vDist2RCD) const
         vDist2RCD.emplace_back(getMeanDistanceOfFaceNeigs(byCell, r), r);
 }
 
+namespace
+{
+/// Brings a sorted list of the border cells up to date after cells have come or gone: only they and the cells next to
+/// them can change their class.
+void updateBorder(const RemoveDeciderFast& decider, const std::vector<RCD>& changed, std::vector<RCD>& border)
+{
+    std::vector<RCD> affected = changed;
+    std::vector<RCD> neigs;
+    for (const RCD r : changed)
+    {
+        neigs.clear();
+        decider.getNeigs(r, neigs);
+        affected.insert(affected.end(), neigs.begin(), neigs.end());
+    }
+    oneInstance(affected);
+    removeVec(border, affected);
+    std::erase_if(affected, [&decider](RCD r) { return decider.isDoomed(r) || !decider.isBorder(r); });
+    const auto middle = border.insert(border.end(), affected.begin(), affected.end());
+    std::inplace_merge(border.begin(), middle, border.end());
+}
+
+std::vector<RCD> getUnion(const std::vector<RCD>& a, const std::vector<RCD>& b)
+{
+    std::vector<RCD> both;
+    both.reserve(a.size() + b.size());
+    std::set_union(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(both));
+    return both;
+}
+} // namespace
+
 /// Thins the new cells of vDist2RCD down to membranes. The label names the pass for a developer.
 void Prepare::hc_pruneDown(const std::string&, bool bFirstOrLast, Distances& vDist2RCD)
 {
     const std::vector<RCD> fill = getSortedCells(vDist2RCD);
-    std::vector<RCD> all;
-    all.reserve(vAllRCDsrt.size() + fill.size());
-    std::set_union(vAllRCDsrt.begin(), vAllRCDsrt.end(), fill.begin(), fill.end(), std::back_inserter(all));
+    std::vector<RCD> all = getUnion(vAllRCDsrt, fill);
     RemoveDeciderFast decider(all, pCalc);
 
     // Only cells of vDist2RCD can die in these three; the shell is safe.
@@ -108,6 +136,7 @@ void Prepare::hc_pruneDown(const std::string&, bool bFirstOrLast, Distances& vDi
     cleanupDist2RCD(vKept, vDist2RCD);
     decider.pruneByDistance(PM_PRUNE_AREA, vDist2RCD, vKept, vKilled);
     cleanupDist2RCD(vKept, vDist2RCD);
+    std::vector<RCD> membranes = vKept;
 
     std::vector<RCD> vUnprotected;
     hc_unprotect(decider, vKept, vUnprotected);
@@ -116,9 +145,11 @@ void Prepare::hc_pruneDown(const std::string&, bool bFirstOrLast, Distances& vDi
                   { return !std::binary_search(vUnprotected.begin(), vUnprotected.end(), entry.second); });
     decider.pruneByDistance(PM_PRUNE_BORDERS, vDist2RCD, vKept, vKilled);
     cleanupDist2RCD(vKept, vDist2RCD);
+    removeVec(membranes, vKilled);
 
-    hc_removeFrayedRims(decider, fill, bFirstOrLast);
-    hc_takeOver(decider, fill);
+    updateBorder(decider, membranes, vBorderRCDsrt);
+    const std::vector<RCD> vCut = hc_removeFrayedRims(decider, fill, bFirstOrLast);
+    hc_takeOver(membranes, vCut);
 }
 
 /// Keeps the entries of the cells in vKept, one each.
@@ -199,24 +230,6 @@ void Prepare::hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, 
 
 namespace
 {
-/// Brings a sorted list of the border cells up to date after kills: only cells next to a kill can change their class.
-void updateBorder(const RemoveDeciderFast& decider, const std::vector<RCD>& vKilled, std::vector<RCD>& border)
-{
-    std::vector<RCD> affected = vKilled;
-    std::vector<RCD> neigs;
-    for (const RCD r : vKilled)
-    {
-        neigs.clear();
-        decider.getNeigs(r, neigs);
-        affected.insert(affected.end(), neigs.begin(), neigs.end());
-    }
-    oneInstance(affected);
-    removeVec(border, affected);
-    std::erase_if(affected, [&decider](RCD r) { return decider.isDoomed(r) || !decider.isBorder(r); });
-    const auto middle = border.insert(border.end(), affected.begin(), affected.end());
-    std::inplace_merge(border.begin(), middle, border.end());
-}
-
 /// The cells of small components that aren't rings, sorted.
 std::vector<RCD> getFrayedCells(std::vector<RCD>& border, size_t maxSize)
 {
@@ -231,16 +244,16 @@ std::vector<RCD> getFrayedCells(std::vector<RCD>& border, size_t maxSize)
 }
 } // namespace
 
-/// Cuts short runs of border cells that don't close into a ring, until nothing changes.
-void Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill, bool bFirstOrLast) const
+/// Cuts short runs of border cells that don't close into a ring, until nothing changes. Keeps vBorderRCDsrt up to date
+/// and returns the cells that were cut, sorted.
+std::vector<RCD> Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill,
+                                              bool bFirstOrLast)
 {
-    std::vector<RCD> area, border;
-    decider.detectAreaAndBorder(area, border);
-    sortMT(border.begin(), border.end());
+    std::vector<RCD> vCut;
     const long long maxPasses = 2LL * holeControlLimit;
     for (long long i = 0; i < maxPasses; ++i)
     {
-        std::vector<RCD> frayed = getFrayedCells(border, i == 0 && !bFirstOrLast ? 100 : 30);
+        std::vector<RCD> frayed = getFrayedCells(vBorderRCDsrt, i == 0 && !bFirstOrLast ? 100 : 30);
         if (!bFirstOrLast) // loose strips of the earlier shell go on the first and the last size only
             keepVec(frayed, fill);
 
@@ -250,25 +263,24 @@ void Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<
         std::vector<RCD> vKept, vKilled;
         decider.pruneByDistance(PM_PRUNE_BORDERS, pairs, vKept, vKilled);
         if (vKilled.empty())
-            return;
-        updateBorder(decider, vKilled, border);
+            break;
+        vCut.insert(vCut.end(), vKilled.begin(), vKilled.end());
+        updateBorder(decider, vKilled, vBorderRCDsrt);
     }
+    oneInstance(vCut);
+    return vCut;
 }
 
-/// Makes the state of the decider the shell, and gives the fill cells their points.
-void Prepare::hc_takeOver(RemoveDeciderFast& decider, const std::vector<RCD>& fill)
+/// Makes the shell with the membranes and without what was cut the new one, and gives the fill cells their points.
+void Prepare::hc_takeOver(const std::vector<RCD>& membranes, const std::vector<RCD>& vCut)
 {
-    vAreaRCDsrt.clear();
-    vBorderRCDsrt.clear();
-    decider.detectAreaAndBorder(vAreaRCDsrt, vBorderRCDsrt);
-    sortMT(vAreaRCDsrt.begin(), vAreaRCDsrt.end());
-    sortMT(vBorderRCDsrt.begin(), vBorderRCDsrt.end());
-    vAllRCDsrt.clear();
-    std::merge(vAreaRCDsrt.begin(), vAreaRCDsrt.end(), vBorderRCDsrt.begin(), vBorderRCDsrt.end(),
-               std::back_inserter(vAllRCDsrt));
+    vAllRCDsrt = getUnion(vAllRCDsrt, membranes);
+    removeVec(vAllRCDsrt, vCut);
+    vAreaRCDsrt = vAllRCDsrt;
+    removeVec(vAreaRCDsrt, vBorderRCDsrt);
 
-    std::vector<RCD> added = vAllRCDsrt;
-    keepVec(added, fill);
+    std::vector<RCD> added = membranes;
+    removeVec(added, vCut);
     vFillRCD.insert(vFillRCD.end(), added.begin(), added.end());
     // A shell cell that was cut stays in vRCD2Vtxsrt, deliberately: the result is that list. When a later pass fills it
     // again, it keeps its measured point.
@@ -276,13 +288,12 @@ void Prepare::hc_takeOver(RemoveDeciderFast& decider, const std::vector<RCD>& fi
     auto it = vRCD2Vtxsrt.begin();
     for (const RCD r : added)
     {
-        while (it != vRCD2Vtxsrt.end() && it->first < r)
-            ++it;
+        it = std::lower_bound(it, vRCD2Vtxsrt.end(), std::pair<RCD, Point3*>(r, nullptr));
         if (it == vRCD2Vtxsrt.end() || it->first != r)
             vAdded.emplace_back(r, new (poolVtx.take()) Point3(pCalc->getCenter(r)));
     }
-    vRCD2Vtxsrt.insert(vRCD2Vtxsrt.end(), vAdded.begin(), vAdded.end());
-    sortMT(vRCD2Vtxsrt.begin(), vRCD2Vtxsrt.end());
+    const auto middle = vRCD2Vtxsrt.insert(vRCD2Vtxsrt.end(), vAdded.begin(), vAdded.end());
+    std::inplace_merge(vRCD2Vtxsrt.begin(), middle, vRCD2Vtxsrt.end());
 }
 
 } // namespace MIRT_ZAV

@@ -87,7 +87,8 @@ void Prepare::rcdmch_createRCDBoxes(MIRT_TOOLS::SimplePool<RCDBox>& pool, int si
     std::vector<RCD> border = vBorderRCDsrt;
     inflateRCD(border, size, true, zone);
     sortMT(zone.begin(), zone.end());
-    pool.init(static_cast<int>(std::min<size_t>(zone.size(), INT_MAX)), -1);
+    ZAV_ASSERT(zone.size() < size_t(INT_MAX), "zone.size()<INT_MAX"); // one container, places of 32 bits
+    pool.init(static_cast<int>(zone.size()), -1);
 
     std::vector<RCD> newCells = zone;
     removeVec(newCells, vAllRCDsrt);

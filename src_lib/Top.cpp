@@ -85,10 +85,16 @@ void Top::finish()
 
 void Top::orientAll()
 {
-    std::vector<CPatch*> vPatches;
-    createPatchesOrient(pCMesh->vT, vPatches);
-    for (CPatch* const patch : vPatches)
-        delete patch;
+    struct ThrowAwayPatches
+    {
+        std::vector<CPatch*> vPatches;
+        ~ThrowAwayPatches()
+        {
+            for (CPatch* const patch : vPatches)
+                delete patch;
+        }
+    } throwAway; // only the orientation is wanted
+    createPatchesOrient(pCMesh->vT, throwAway.vPatches);
 }
 
 void Top::getBordersKillDeg1nn(std::vector<CEdge*>& out)

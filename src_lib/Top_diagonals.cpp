@@ -99,7 +99,7 @@ void Top::completeSquare(const CEdge* e, CEdge* e2, VCD c, VCD d, VCD vcd)
         vNew.push_back(pCMesh->createT(d, c, b, vcd, 0));
     for (CTriangle* const t : vNew)
     {
-        if (!t->isDegenerate(pCMesh))
+        if (!t->isAlive() || !t->isDegenerate(pCMesh)) // splitting the first can take the second with it
             continue;
         CEdge* const pCE = t->pCE01;
         if (pCE->getDegree() < 2)
