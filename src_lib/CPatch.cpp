@@ -185,19 +185,7 @@ void CPatch::intraOrientation()
         {
             const CTriangle* const t = stack.back();
             stack.pop_back();
-            for (const CEdge* const e : {t->pCE12, t->pCE02, t->pCE01})
-            {
-                if (e->getDegree() != 2)
-                    continue;
-                for (CTriangle* const u : e->vT)
-                {
-                    if (!u->isAlive() || u->bVisited)
-                        continue;
-                    if (u->needFlip(t))
-                        u->flipNNV();
-                    visit(u);
-                }
-            }
+            turnUnvisitedNeighbours(t, visit);
         }
     }
     clearVisited();

@@ -1,6 +1,7 @@
 // A piece of the coarse mesh: triangles that can reach each other over edges of degree 2.
 #pragma once
 
+#include "CEdge.h"
 #include "CTriangle.h"
 #include "Calc.h"
 
@@ -10,7 +11,6 @@
 namespace MIRT_ZAV
 {
 
-class CEdge;
 class CMesh;
 
 /// A patch ends at non-manifold edges and at the border. The two sheets of a thick shell meet in non-manifold edges:
@@ -80,5 +80,25 @@ private:
 /// takes m == n, -1 odd m, -2 even m, -3 m > 2, -4 even m of 3 or more; any other mode takes none. Appended to out,
 /// ascending by address.
 void getEdgesWithDegree(int mode, const std::vector<CTriangle*>& vT, std::vector<CEdge*>& out);
+
+/// Gives the alive, unvisited triangles across the degree-2 edges of t the winding of t, and calls f, which marks them
+/// as visited, on each.
+template <class F>
+void turnUnvisitedNeighbours(const CTriangle* t, const F& f)
+{
+    for (const CEdge* const e : {t->pCE12, t->pCE02, t->pCE01})
+    {
+        if (e->getDegree() != 2)
+            continue;
+        for (CTriangle* const u : e->vT)
+        {
+            if (!u->isAlive() || u->bVisited)
+                continue;
+            if (u->needFlip(t))
+                u->flipNNV();
+            f(u);
+        }
+    }
+}
 
 } // namespace MIRT_ZAV

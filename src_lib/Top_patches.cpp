@@ -229,23 +229,15 @@ void Top::createPatchesOrient(std::vector<CTriangle*>& vT, std::vector<CPatch*>&
             CTriangle* const t = queue.front();
             queue.pop_front();
             patch->add(t);
-            for (const CEdge* const e : {t->pCE12, t->pCE02, t->pCE01})
-            {
-                if (e->getDegree() != 2)
-                    continue;
-                for (CTriangle* const u : e->vT)
-                {
-                    if (!u->isAlive() || u->bVisited)
-                        continue;
-                    if (u->needFlip(t))
-                        u->flipNNV();
-                    if (u->hasOnlyHalfEdges())
-                        queue.push_back(u);
-                    else
-                        vSide.push_back(u);
-                    u->bVisited = true;
-                }
-            }
+            turnUnvisitedNeighbours(t,
+                                    [&](CTriangle* u)
+                                    {
+                                        if (u->hasOnlyHalfEdges())
+                                            queue.push_back(u);
+                                        else
+                                            vSide.push_back(u);
+                                        u->bVisited = true;
+                                    });
             if (queue.empty())
             {
                 queue.assign(vSide.begin(), vSide.end());
