@@ -44,6 +44,7 @@ public:
     static std::vector<int> getHoleControlSizes(int holeControlLimit);
 
 private:
+    friend struct PrepareTestAccess;                       // to see the distances of the march
     using Distances = std::vector<std::pair<double, RCD>>; // distance from the shell in input units, cell
     struct RCDBox;
     class PrioqRCDBox;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <map>
 #include <random>
@@ -15,6 +16,19 @@
 #include <vector>
 
 using namespace MIRT_ZAV;
+
+namespace MIRT_ZAV
+{
+struct PrepareTestAccess
+{
+    static std::vector<std::pair<double, RCD>> getDist2RCD(Prepare& prepare, int size)
+    {
+        std::vector<std::pair<double, RCD>> distances;
+        prepare.rcdmch_getDist2RCD(size, distances);
+        return distances;
+    }
+};
+} // namespace MIRT_ZAV
 
 namespace
 {
@@ -211,6 +225,92 @@ TEST(HoleControl, ACleanSphereGivesOneClosedSheet)
     EXPECT_EQ(counts.numComponents, 1u);
     EXPECT_EQ(counts.numBorder, 0u);
     EXPECT_LE(counts.numNonManifold, 40u) << "a few compound bubbles can stay";
+}
+
+/// The march in the plainest terms: maps, and a search for the nearest box in every round.
+std::map<RCD, float> marchNaively(const Calc& calc, const std::map<RCD, Point3>& shell, const std::set<RCD>& newCells)
+{
+    struct Box
+    {
+        float dist = FLT_MAX;
+        bool bDone = false;
+        Point3 source;
+    };
+    std::map<RCD, Box> boxes;
+    for (const RCD r : newCells)
+        boxes[r];
+    const auto offer = [&](const Point3& source, RCD r)
+    {
+        const auto box = boxes.find(r);
+        if (box == boxes.end() || box->second.bDone)
+            return;
+        const Point3 c = calc.getCenter(r);
+        const float dx = float(source.x() - float(c.x())), dy = float(source.y() - float(c.y())),
+                    dz = float(source.z() - float(c.z()));
+        const float d = std::sqrt(dx * dx + dy * dy + dz * dz);
+        if (d < box->second.dist)
+            box->second = {d, false, source};
+    };
+    RCD around[26];
+    for (const auto& [r, point] : shell)
+    {
+        Calc::completeArray26_RCD(r, around);
+        for (const RCD neig : around)
+            offer(point, neig);
+    }
+    for (;;)
+    {
+        auto nearest = boxes.end();
+        for (auto it = boxes.begin(); it != boxes.end(); ++it)
+            if (!it->second.bDone && it->second.dist < FLT_MAX &&
+                (nearest == boxes.end() || it->second.dist < nearest->second.dist))
+                nearest = it;
+        if (nearest == boxes.end())
+            break;
+        nearest->second.bDone = true;
+        Calc::completeArray26_RCD(nearest->first, around);
+        for (const RCD neig : around)
+            if (nearest->second.dist < float(calc.getSideLen()) || Calc::getNumDifferent_RCD(neig, nearest->first) == 1)
+                offer(nearest->second.source, neig);
+    }
+    std::map<RCD, float> distances;
+    for (const auto& [r, box] : boxes)
+        distances[r] = box.dist;
+    return distances;
+}
+
+TEST(Marching, GivesTheDistancesOfAPlainMarch)
+{
+    std::mt19937 random(2);
+    std::uniform_real_distribution<double> inCell(0.0, 1.0);
+    Calc calc(0.0, 0.0, 0.0, 2048.0, 2048.0, 2048.0, 11);
+    for (const int size : {1, 2, 4})
+    {
+        std::map<RCD, Point3> shell;
+        for (int i = 0; i < 12; ++i)
+        {
+            const RCD r = cell(int(random() % 9), int(random() % 9), int(random() % 3));
+            shell[r] =
+                calc.getCenter(r) + Vector3(inCell(random), inCell(random), inCell(random)) + Vector3(-0.5, -0.5, -0.5);
+        }
+        std::vector<Point3> points;
+        std::vector<RCD> cells, zone;
+        for (const auto& [r, point] : shell)
+        {
+            points.push_back(point);
+            cells.push_back(r);
+        }
+        Prepare prepare(points, size, &calc);
+        prepare.vAllRCDsrt = prepare.vBorderRCDsrt = cells;
+        for (size_t i = 0; i < cells.size(); ++i)
+            prepare.vRCD2Vtxsrt.emplace_back(cells[i], &points[i]);
+        inflateRCD(cells, size, false, zone);
+        const std::map<RCD, float> expected = marchNaively(calc, shell, {zone.begin(), zone.end()});
+        const auto distances = PrepareTestAccess::getDist2RCD(prepare, size);
+        ASSERT_EQ(distances.size(), expected.size());
+        for (const auto& [distance, r] : distances)
+            EXPECT_EQ(distance, double(expected.at(r)));
+    }
 }
 
 TEST(Rings, OnlyAClosedWayBackCounts)
