@@ -17,6 +17,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <tuple>
 #include <unistd.h>
 
 using namespace MIRT_ZAV;
@@ -28,13 +29,12 @@ using Points = std::vector<Point3>;
 class Formats : public testing::Test
 {
 protected:
-    void SetUp() override
+    Formats()
     {
         std::string name = (std::filesystem::temp_directory_path() / "zav_formats_XXXXXX").string();
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        dir = name;
+        dir = mkdtemp(name.data());
     }
-    void TearDown() override { std::filesystem::remove_all(dir); }
+    ~Formats() override { std::filesystem::remove_all(dir); }
 
     std::string path(const std::string& name) const { return (dir / name).string(); }
     std::string put(const std::string& name, const std::string& bytes) const
@@ -139,17 +139,14 @@ TEST_F(Formats, AutoPicksReaderAndWriter)
         expectSame(read, name == "a.Ply" ? rounded : points);
     }
 
+    testing::internal::CaptureStderr();
     std::string stl = path("a.stl");
-    testing::internal::CaptureStderr();
     EXPECT_FALSE(readPoints_auto(stl, points));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Filename extension of [" + stl + "] is not valid, expected *.ply, *.xyz or *.bin\n");
-
     // The data go to the name that was given, not to the one in the message.
-    testing::internal::CaptureStderr();
     EXPECT_FALSE(writePoints_auto(path("a.list"), points, true));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Filename [" + path("a.list") + "] is not valid, using [zav_output_bin.ply] instead\n");
+              "Filename extension of [" + path("a.stl") + "] is not valid, expected *.ply, *.xyz or *.bin\n" +
+                  "Filename [" + path("a.list") + "] is not valid, using [zav_output_bin.ply] instead\n");
     EXPECT_EQ(get(path("a.list")).substr(0, 21), "ply\nformat ascii 1.0\n");
 }
 
@@ -187,26 +184,20 @@ TEST_F(Formats, BinaryPointsCutOff)
     std::memcpy(&y, halfY.data(), 4);
     expectSame(points, {{1, 2, 3}, {9, y, 3}, {9, y, 3}, {9, y, 3}});
 
-    // Bytes behind the points aren't looked at, however many.
-    for (const size_t numBehind : {5, 1000, 300000})
-    {
-        Points whole;
-        const std::string body = raw(30) + raw(std::uint64_t(1)) + bytesOf({1, 2, 3});
-        ASSERT_TRUE(readPoints_BIN(put("e.bin", body + std::string(numBehind, 'x')).c_str(), whole));
-        expectSame(whole, {{1, 2, 3}});
-    }
-
-    // Nor is the rest of a count.
+    // Nor does the rest of a count matter, nor do bytes behind the points, however many.
     for (size_t length = 0; length < 12; ++length)
-        EXPECT_TRUE(readPoints_BIN(put("d.bin", header.substr(0, length)).c_str(), points));
+        EXPECT_TRUE(readPoints_BIN(put("a.bin", header.substr(0, length)).c_str(), points));
+    const std::string body = raw(30) + raw(std::uint64_t(0));
+    for (const size_t numBehind : {5, 1000, 300000})
+        EXPECT_TRUE(readPoints_BIN(put("a.bin", body + std::string(numBehind, 'x')).c_str(), points));
     EXPECT_EQ(points.size(), 4u);
 
     // A count that no cut explains isn't followed.
     points.clear();
     const std::string giant = raw(30) + raw(~std::uint64_t(0)) + bytesOf({1, 2, 3}) + bytesOf({4, 5, 6});
-    testing::internal::CaptureStdout();
-    EXPECT_TRUE(readPoints_BIN(put("c.bin", giant).c_str(), points));
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("points too early"), std::string::npos);
+    EXPECT_NE(test::outputOf([&] { EXPECT_TRUE(readPoints_BIN(put("a.bin", giant).c_str(), points)); })
+                  .find("points too early"),
+              std::string::npos);
     expectSame(points, {{1, 2, 3}, {4, 5, 6}});
 }
 
@@ -268,11 +259,9 @@ TEST_F(Formats, PlyPointFiles)
 {
     Points points = {{0.1234567, -2, 1e10}, {1.0 / 3.0, 0, 100000}};
     points[0].setColor(9, 9, 9, 9);
-    testing::internal::CaptureStdout();
-    ASSERT_TRUE(writePointsPly(path("a.ply"), points, true));
-    ASSERT_TRUE(writePointsPly(path("b.ply"), points, false));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "writePointsPly, received 2 points\nwritePointsPly, received 2 points\n");
+    EXPECT_EQ(test::outputOf([&] { ASSERT_TRUE(writePointsPly(path("a.ply"), points, true)); }),
+              "writePointsPly, received 2 points\n");
+    test::outputOf([&] { ASSERT_TRUE(writePointsPly(path("b.ply"), points, false)); });
     const std::string header = pointHeader;
     EXPECT_EQ(get(path("a.ply")), "ply\nformat ascii 1.0\n" + header + "0.123457 -2 1e+10 \n0.333333 0 100000 \n");
     std::string body;
@@ -320,9 +309,8 @@ TEST_F(Formats, PlyMeshFiles)
     expectSame(read, roundedToFloat({*v[2], *v[3], *v[0], *v[0], *v[1], *v[2]}));
     EXPECT_FALSE(read[0].hasColor());
 
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(PLY::writePly(&mesh, path("none/a.ply"), true));
-    EXPECT_NE(testing::internal::GetCapturedStdout().find(", ERROR: Failed, filename=" + path("none/a.ply")),
+    EXPECT_NE(test::outputOf([&] { EXPECT_FALSE(PLY::writePly(&mesh, path("none/a.ply"), true)); })
+                  .find(", ERROR: Failed, filename=" + path("none/a.ply")),
               std::string::npos);
 }
 
@@ -347,38 +335,26 @@ std::string richFile(const std::string& encoding, size_t n, Points& vertices, Po
         text << std::setprecision(17) << +value << (n % 2 == 0 ? " " : "\n");
         file += bAscii ? text.str() : raw(value, bBig);
     };
+    const auto putAll = [&put](auto... values) { (put(values), ...); };
     std::mt19937 random(5);
-    put(std::int16_t(-3));
-    put(std::int16_t(4));
+    putAll(std::int16_t(-3), std::int16_t(4));
     vertices = randomPoints(n);
-    for (size_t i = 0; i < n; ++i)
+    for (Point3& p : vertices)
     {
-        put(0.5f);
-        put(vertices[i].x());
-        put(vertices[i].y());
-        vertices[i].setColor(i % 256, 2, i / 256 % 256, 200);
-        put(vertices[i].r);
+        p.setColor(random() % 256, 2, random() % 256, 200);
         const int numLinks = int(random() % 4);
-        put(numLinks);
+        putAll(0.5f, p.x(), p.y(), p.r, numLinks);
         for (int j = 0; j < numLinks; ++j)
             put(std::int16_t(-j));
-        put(vertices[i].g);
-        put(vertices[i].b);
-        put(vertices[i].z());
-        put(std::int16_t(-1));
-        put(vertices[i].a);
+        putAll(p.g, p.b, p.z(), std::int16_t(-1), p.a);
     }
     corners.clear();
     for (size_t i = 0; i < n; ++i)
     {
-        put(std::uint16_t(3));
-        for (int j = 0; j < 3; ++j)
-        {
-            const int index = int(random() % n);
-            put(index);
+        const std::array<int, 3> face = {int(random() % n), int(random() % n), int(random() % n)};
+        putAll(std::uint16_t(3), face[0], face[1], face[2], std::int8_t(-1));
+        for (const int index : face)
             corners.push_back(vertices[size_t(index)]);
-        }
-        put(std::int8_t(-1));
     }
     return file;
 }
@@ -398,11 +374,9 @@ TEST_F(Formats, PlyReadsAllEncodings)
                 ASSERT_TRUE(read[i].hasColor());
                 ASSERT_EQ(std::memcmp(&read[i].r, &vertices[i].r, 4), 0) << i;
             }
-            testing::internal::CaptureStdout();
-            ASSERT_TRUE(readPlyText(file, read, false));
-            EXPECT_NE(testing::internal::GetCapturedStdout().find("numPoints=" + std::to_string(3 * n) +
-                                                                  ", numColors=" + std::to_string(n) +
-                                                                  " colors not used"),
+            const std::string told =
+                "numPoints=" + std::to_string(3 * n) + ", numColors=" + std::to_string(n) + " colors not used";
+            EXPECT_NE(test::outputOf([&] { ASSERT_TRUE(readPlyText(file, read, false)); }).find(told),
                       std::string::npos);
             expectSame(read, corners);
             EXPECT_FALSE(read[0].hasColor());
@@ -424,22 +398,20 @@ TEST_F(Formats, PlyColorsAndTypes)
         points.clear();
         return readPlyText(header + "end_header\n" + values, points);
     };
-    const struct
-    {
-        std::string types, names, values;
-        std::array<int, 5> color; // first whether there is one
-    } cases[] = {
+    using Color = std::array<int, 5>; // first whether there is one
+    const std::string rgb = "red green blue";
+    const std::tuple<std::string, std::string, std::string, Color> cases[] = {
         {"iii", "", "", {0, 0, 0, 0, 0}},
-        {"iiifff", "red green blue", "0.5 1 0.01", {1, 127, 255, 2, 0}},
-        {"iiifff", "red green blue", "510 255 1", {1, 255, 127, 0, 0}},
-        {"iiifff", "red green blue", "100.9 2 1", {1, 100, 2, 1, 0}},
-        {"iiiuuuf", "red green blue alpha", "9 8 7 0.5", {1, 9, 8, 7, 0}},
-        {"iiiffff", "red green blue alpha", "1 0 0 0.5", {1, 255, 0, 0, 127}},
-        {"iiiuuuf", "red green blue scalar_Intensity", "9 8 7 300", {1, 9, 8, 7, 44}},
-        {"iiiuuuuu", "red green blue scalar_Intensity alpha", "9 8 7 5 6", {1, 9, 8, 7, 6}},
+        {"iiifff", rgb, "0.5 1 0.01", {1, 127, 255, 2, 0}},
+        {"iiifff", rgb, "510 255 1", {1, 255, 127, 0, 0}},
+        {"iiifff", rgb, "100.9 2 1", {1, 100, 2, 1, 0}},
+        {"iiiuuuf", rgb + " alpha", "9 8 7 0.5", {1, 9, 8, 7, 0}},
+        {"iiiffff", rgb + " alpha", "1 0 0 0.5", {1, 255, 0, 0, 127}},
+        {"iiiuuuf", rgb + " scalar_Intensity", "9 8 7 300", {1, 9, 8, 7, 44}},
+        {"iiiuuuuu", rgb + " scalar_Intensity alpha", "9 8 7 5 6", {1, 9, 8, 7, 6}},
         {"iiiuu", "red blue", "9 8", {0, 0, 0, 0, 0}},
-        {"iiifff", "red green blue", "-1e30 255 1", {1, 0, 255, 1, 0}}, // no byte holds the first value
-        {"iiiSSS", "red green blue", "1 1 1", {0, 0, 0, 0, 0}},
+        {"iiifff", rgb, "-1e30 255 1", {1, 0, 255, 1, 0}}, // no byte holds the first value
+        {"iiiSSS", rgb, "1 1 1", {0, 0, 0, 0, 0}},
     };
     testing::internal::CaptureStdout();
     for (const auto& [types, names, values, color] : cases)
@@ -447,7 +419,7 @@ TEST_F(Formats, PlyColorsAndTypes)
         ASSERT_TRUE(read(types, names, "-1 2 3 " + values)) << types << names;
         const Point3& p = points.at(0);
         EXPECT_EQ(p, Point3(-1, 2, 3));
-        EXPECT_EQ((std::array<int, 5>{p.hasColor(), p.r, p.g, p.b, p.a}), color) << types << names << values;
+        EXPECT_EQ((Color{p.hasColor(), p.r, p.g, p.b, p.a}), color) << types << names << values;
     }
     for (const char* types : {"sss", "fdf", "ff"})
         EXPECT_FALSE(read(types, "", "1 2 3"));
@@ -458,11 +430,11 @@ TEST_F(Formats, PlyColorsAndTypes)
     EXPECT_EQ(colors[0].red, 1.5f); // nothing to do, so not even floored
 }
 
-TEST_F(Formats, PlyTextValuesAreThoseOfAStream)
+TEST_F(Formats, PlyFacesOfOtherWidthsAndValuesThatAStreamRefuses)
 {
     Points points;
     const std::string ascii = std::string("ply\nformat ascii 1.0\n") + pointHeader;
-    // As with a stream, nothing is read behind a value that it refuses.
+    // Nothing is read behind a value that a stream refuses.
     const std::pair<const char*, Points> cases[] = {{"1-2-3\n+4 .5 6e0", {{1, -2, -3}, {4, 0.5, 6}}},
                                                     {"1 2 nan\n4 5 6", {{1, 2, 0}, {0, 0, 0}}},
                                                     {"1 2 1e39\n4 5 6", {{1, 2, FLT_MAX}, {0, 0, 0}}}};
@@ -471,18 +443,12 @@ TEST_F(Formats, PlyTextValuesAreThoseOfAStream)
         ASSERT_TRUE(readPlyText(ascii + text, points));
         expectSame(points, expected);
     }
-}
-
-TEST_F(Formats, PlyFacesOfOtherWidths)
-{
-    Points points;
-    const auto read = [&](const std::string& vertexCount, const std::string& body)
+    const auto read = [&](const std::string& count, const std::string& body)
     {
-        return readPlyText("ply\nelement vertex " + vertexCount +
-                               "\nproperty float x\nproperty float y\nproperty float z\nelement face 2\n"
-                               "property list uchar int vertex_indices\nend_header\n" +
-                               body,
-                           points, false);
+        const std::string vertex =
+            "ply\nelement vertex " + count + "\nproperty float x\nproperty float y\nproperty float z\n";
+        const std::string face = "element face 2\nproperty list uchar int vertex_indices\nend_header\n";
+        return readPlyText(vertex + face + body, points, false);
     };
     const std::string four = "0 0 0 1 0 0 2 0 0 3 0 0\n";
     // The indices run on as one sequence, of which three per face count.
@@ -494,7 +460,6 @@ TEST_F(Formats, PlyFacesOfOtherWidths)
     testing::internal::CaptureStderr();
     for (const char* faces : {"3 0 1 4\n3 0 1 2", "3 0 1 -1\n3 0 1 2"})
         EXPECT_FALSE(read("4", four + faces) || read("0", faces));
-    EXPECT_EQ(points.size(), 6u);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("tinyply exception: "), std::string::npos);
 }
 
@@ -507,18 +472,18 @@ TEST_F(Formats, PlyFilesThatEndTooEarly)
     expectSame(points, {{1, 2, 3}, {4, 0, 0}});
     // Sizes that no cut explains.
     testing::internal::CaptureStderr();
-    testing::internal::CaptureStdout();
-    for (const std::string count : {"123456789012", "18446744073709551615", "-1", "99999999999999999999999"})
-        for (const std::string format : {"ascii", "binary_little_endian"})
-            for (const std::string face : {"", "element face 1\nproperty list uchar int vertex_indices\n"})
-            {
-                const std::string vertex =
-                    "element vertex " + count + "\nproperty float x\nproperty float y\nproperty float z\n";
-                EXPECT_FALSE(
-                    readPlyText("ply\nformat " + format + " 1.0\n" + vertex + face + "end_header\n1 2 3", points))
-                    << count;
-            }
-    const std::string told = testing::internal::GetCapturedStdout();
+    const std::string told = test::outputOf(
+        [&]
+        {
+            for (const std::string count : {"123456789012", "18446744073709551615", "-1", "99999999999999999999999"})
+                for (const std::string format : {"ascii", "binary_little_endian"})
+                    for (const std::string face : {"", "element face 1\nproperty list uchar int vertex_indices\n"})
+                        EXPECT_FALSE(readPlyText("ply\nformat " + format + " 1.0\nelement vertex " + count +
+                                                     "\nproperty float x\nproperty float y\nproperty float z\n" + face +
+                                                     "end_header\n1 2 3",
+                                                 points))
+                            << count;
+        });
     EXPECT_NE(told.find("readPly, ERROR: " + path("in.ply") + " not read"), std::string::npos);
     testing::internal::GetCapturedStderr();
 
@@ -537,28 +502,27 @@ TEST_F(Formats, PlySurvivesMutations)
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
     std::mt19937 random(11);
+    const std::vector<std::string> words = {"vertex", "face",     "x",        "list",         "uchar",
+                                            "int",    "99999999", "element",  "\n",           " ",
+                                            "-1",     "double",   "property", "end_header\n", "3"};
     int numRead = 0;
     for (const std::string encoding : {"ascii", "binary_little_endian", "binary_big_endian"})
     {
-        Points vertices, corners, points;
-        const std::string valid = richFile(encoding, 12, vertices, corners);
-        const std::vector<std::string> words = {"vertex", "face",     "x",        "list",         "uchar",
-                                                "int",    "99999999", "element",  "\n",           " ",
-                                                "-1",     "double",   "property", "end_header\n", "3"};
+        Points points, corners;
+        const std::string valid = richFile(encoding, 12, points, corners);
         for (int i = 0; i < 1500; ++i)
         {
             std::string file = valid;
             for (unsigned j = 1 + random() % 4; j > 0; --j)
             {
                 const size_t at = random() % file.size();
-                if (random() % 3 == 0)
+                const unsigned kind = random() % 12;
+                if (kind < 4)
                     file[at] = static_cast<char>(random());
-                else if (random() % 2 == 0)
-                    file.replace(at, random() % 6, words[random() % words.size()]);
-                else if (random() % 4 == 0)
-                    file.resize(at + 1);
+                else if (kind < 11)
+                    file.replace(at, random() % 20, kind < 9 ? words[random() % words.size()] : "");
                 else
-                    file.erase(at, random() % 20);
+                    file.resize(at + 1);
             }
             numRead += readPlyText(file, points, i % 2 == 0);
         }
@@ -570,51 +534,49 @@ TEST_F(Formats, PlySurvivesMutations)
 
 TEST(Ply, RequestsAreChecked)
 {
+    std::istringstream bad("what is this\nend_header\n"), orphan("property int x\n"),
+        in("comment  two\ncomment\nelement v 1\nproperty int x\nproperty int y\nproperty int z\n"
+           "property weird w\nend_header\n1 2 3 4");
+    EXPECT_FALSE(PLY::PlyFile().parse_header(bad));
+    EXPECT_THROW(PLY::PlyFile().parse_header(orphan), std::runtime_error);
     PLY::PlyFile file;
-    const auto messageOf = [&file](const std::string& element, const std::vector<std::string>& keys)
+    EXPECT_TRUE(file.parse_header(in));
+    EXPECT_EQ(file.getComments(), std::vector<std::string>({" two", ""}));
+    const std::tuple<const char*, std::vector<std::string>, const char*> cases[] = {
+        {"", {"x"}, "`elementKey` argument is empty"},
+        {"v", {}, "`propertyKeys` argument is empty"},
+        {"face", {"x"}, "the element key was not found in the header: face"},
+        {"v", {"x", "r", "g"}, "the following property keys were not found in the header: r, g"},
+        {"v", {"x", "x"}, "element-property key has already been requested: x"},
+        {"v", {"x"}, ""}}; // nothing of the failed requests is left
+    for (const auto& [element, keys, expected] : cases)
     {
+        std::string message;
         try
         {
             file.request_properties_from_element(element, keys, 0);
         }
         catch (const std::exception& e)
         {
-            return std::string(e.what());
+            message = e.what();
         }
-        return std::string();
-    };
-    EXPECT_EQ(messageOf("v", {"x"}), "header had no elements defined. malformed file?");
-    std::istringstream bad("what is this\nend_header\n"), orphan("property int x\n"),
-        in("comment  two\ncomment\nelement v 1\nproperty int x\nproperty int y\nproperty int z\n"
-           "property weird w\nend_header\n1 2 3 4");
-    EXPECT_FALSE(PLY::PlyFile().parse_header(bad));
-    EXPECT_THROW(PLY::PlyFile().parse_header(orphan), std::runtime_error);
-    EXPECT_TRUE(file.parse_header(in));
-    EXPECT_EQ(file.getComments(), std::vector<std::string>({" two", ""}));
-    EXPECT_EQ(messageOf("", {"x"}), "`elementKey` argument is empty");
-    EXPECT_EQ(messageOf("v", {}), "`propertyKeys` argument is empty");
-    EXPECT_EQ(messageOf("face", {"x"}), "the element key was not found in the header: face");
-    EXPECT_EQ(messageOf("v", {"x", "r", "g"}), "the following property keys were not found in the header: r, g");
-    EXPECT_EQ(messageOf("v", {"x", "x"}), "element-property key has already been requested: x");
-    EXPECT_EQ(messageOf("v", {"x"}), "");               // nothing of the failed requests is left
+        EXPECT_EQ(message, expected);
+    }
     EXPECT_THROW(file.read(in), std::invalid_argument); // "weird"
 }
 
 TEST(Ply, EqualNamesMeanTheFirstOne)
 {
     // "v" + "xy" and "vx" + "y" have the same key; only what was asked for may land in the buffer.
-    std::istringstream in(
-        "element v 2\nproperty int xy\nproperty int xy\nelement vx 2\nproperty int y\n"
-        "element v 2\nproperty int xy\nelement w 1\nproperty uchar q\nend_header\n1 2 3 4 5 6 7 8 300");
+    std::istringstream in("element v 2\nproperty int xy\nproperty int xy\nelement vx 2\nproperty int y\n"
+                          "element v 2\nproperty int xy\nend_header\n1 2 3 4 5 6 7 8");
     PLY::PlyFile file;
     file.parse_header(in);
     const auto data = file.request_properties_from_element("v", {"xy"}, 0);
-    const auto last = file.request_properties_from_element("w", {"q"}, 0);
     EXPECT_THROW(file.request_properties_from_element("vx", {"y"}, 0), std::invalid_argument);
     file.read(in);
     ASSERT_EQ(data->buffer.sizeInBytes(), 8u);
     EXPECT_EQ(std::memcmp(data->buffer.get(), (raw(1) + raw(3)).data(), 8), 0);
-    EXPECT_EQ(last->buffer.get()[0], 300 % 256); // read as an int
 }
 
 TEST(Ply, ListsAndGroupsRoundTrip)
@@ -631,17 +593,12 @@ TEST(Ply, ListsAndGroupsRoundTrip)
         writer.add_properties_to_element("e", {"a", "b"}, PLY::Type::FLOAT32, 3, bytes(ab), PLY::Type::INVALID, 0);
         writer.add_properties_to_element("e", {"l"}, PLY::Type::INT16, 3, bytes(lists), PLY::Type::UINT32, 2);
         writer.add_properties_to_element("e", {"c"}, PLY::Type::INT8, 3, bytes(c), PLY::Type::INVALID, 0);
-        EXPECT_THROW(writer.add_properties_to_element("e", {"d"}, PLY::Type::INT8, 2, bytes(c), PLY::Type::INVALID, 0),
-                     std::invalid_argument);
-        EXPECT_THROW(writer.add_properties_to_element("f", {"l"}, PLY::Type::INT8, 1, bytes(c), PLY::Type::INT8, 128),
-                     std::invalid_argument);
         writer.write(stream, bBinary);
-        if (!bBinary)
-        {
-            EXPECT_EQ(stream.str(), "ply\nformat ascii 1.0\ncomment made by hand\nelement e 3\nproperty float a\n"
-                                    "property float b\nproperty list uint short l\nproperty char c\nend_header\n"
-                                    "1 2 2 1 -2 -1 \n3 4 2 3 -4 0 \n5 6 2 5 -6 1 \n");
-        }
+        const std::string text = bBinary ? "" : stream.str();
+        EXPECT_EQ(text, bBinary ? ""
+                                : "ply\nformat ascii 1.0\ncomment made by hand\nelement e 3\nproperty float a\n"
+                                  "property float b\nproperty list uint short l\nproperty char c\nend_header\n"
+                                  "1 2 2 1 -2 -1 \n3 4 2 3 -4 0 \n5 6 2 5 -6 1 \n");
         for (const size_t hint : {0u, 1u, 2u}) // counted, too short, exact
         {
             std::istringstream in(stream.str());
