@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 #include <sys/resource.h>
+#include <tuple>
 #include <unistd.h>
 
 using namespace MIRT_TOOLS;
@@ -38,29 +39,22 @@ void takeUntil(SimplePool<T>& pool, size_t numContainers)
 
 TEST(SimplePool, Grows)
 {
-    const struct
-    {
-        int first, growth, maxContainer;
-        std::vector<int> sizes;
-    } cases[] = {
-        {1000, -1, 0, {1000, 500, 1000, 2000}}, // by itself
-        {4, -1, 5, {4, 2, 4, 5, 5}},            // up to a limit
-        {1, -1, 0, {1, 1, 2}},                  // half of 1 is 0: the same size again
-        {0, -1, 0, {0, 1}},
-        {0, 100, 0, {0, 100}},
-    };
+    const std::tuple<int, int, int, std::vector<int>> cases[] = {
+        {1000, -1, 3125000, {1000, 500, 1000, 2000}}, // by itself
+        {4, -1, 5, {4, 2, 4, 5, 5}},                  // up to a limit
+        {1, -1, 3125000, {1, 1, 2}},                  // half of 1 is 0: the same size again
+        {0, -1, 3125000, {0, 1}},
+        {0, 100, 3125000, {0, 100}}};
     for (const auto& [first, growth, maxContainer, sizes] : cases)
     {
         SimplePool<Point3> pool;
-        maxContainer == 0 ? pool.init(first, growth) : pool.init(first, growth, maxContainer);
-        EXPECT_EQ(pool.maxContainer, maxContainer == 0 ? 3125000 : maxContainer);
-        EXPECT_TRUE(pool.bSingleContainer);
+        pool.init(first, growth, maxContainer);
         takeUntil(pool, sizes.size());
         EXPECT_EQ(pool.vSizes, sizes);
-        EXPECT_FALSE(pool.bSingleContainer);
     }
     SimplePool<Point3> still; // a growth step of 0 is one all the same
     still.init(0, 0);
+    EXPECT_EQ(still.maxContainer, 3125000);
     new (still.take()) Point3(1, 1, 1);
 }
 
@@ -143,28 +137,24 @@ TEST(AscendingMemoryDeathTest, RisesAcrossRanges)
         if (!bSanitized)
             limitAddressSpace(size_t(1) << 30); // ranges of 4 MB
         AscendingMemory memories[3];
-        char* top[3] = {};
-        char* released = nullptr;
-        for (int i = 0; i < 300; ++i)
-            for (int m = 0; m < 3; ++m)
-            {
-                char* const block = static_cast<char*>(memories[m].allocate(500000));
-                if (block == nullptr || block < top[m])
-                    std::exit(2);
-                std::memset(block, m, 500000);
-                top[m] = block + 500000;
-                if (m == 0 && i == 60)
-                    released = block;
-            }
-        memories[0].releaseFrom(released);
-        for (int i = 60; i < 300; ++i)
+        char *top[3] = {}, *released = nullptr;
+        const auto take = [&](int m)
         {
-            char* const block = static_cast<char*>(memories[0].allocate(500000));
-            if (block == nullptr || block < released)
-                std::exit(3);
-            released = block + 500000;
-            std::memset(block, 1, 500000);
+            char* const block = static_cast<char*>(memories[m].allocate(500000));
+            if (block == nullptr || block < top[m])
+                std::exit(2);
+            std::memset(block, m, 500000);
+            top[m] = block + 500000;
+        };
+        for (int i = 0; i < 900; ++i)
+        {
+            take(i % 3);
+            if (i == 180)
+                released = top[0];
         }
+        memories[0].releaseFrom(top[0] = released);
+        for (int i = 0; i < 240; ++i)
+            take(0);
         std::exit(0);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
@@ -185,40 +175,28 @@ void compareWithMap(unsigned numKeys, int numOperations)
     for (int i = 0; i < numOperations; ++i)
     {
         const unsigned key = random() % numKeys;
-        switch (random() % 8)
-        {
-        case 0:
-        case 1:
+        const unsigned op = random() % 8;
+        if (op < 2)
             ASSERT_EQ(index.insert(key, i), expected.emplace(key, i).second);
-            break;
-        case 2:
-        case 3:
+        else if (op < 4)
             ASSERT_EQ(*index.insertOrFind(key, i).first, expected.emplace(key, i).first->second);
-            break;
-        case 4:
-        case 5:
+        else if (op < 6)
             ASSERT_EQ(index.erase(key), expected.erase(key));
-            break;
-        case 6:
-            if (!expected.empty())
-            {
-                expected.erase(expected.begin());
-                ASSERT_EQ(index.erase(index.begin()->first), 1u); // by a reference into the container
-            }
-            break;
-        default:
-            ASSERT_EQ(index.count(key), expected.count(key));
-            if (int* const value = index.find(key))
-            {
-                ASSERT_EQ(*value, expected[key]);
-                *value = expected[key] = -i;
-            }
+        else if (op == 6 && !expected.empty())
+        {
+            expected.erase(expected.begin());
+            ASSERT_EQ(index.erase(index.begin()->first), 1u); // by a reference into the container
         }
+        else if (int* const value = index.find(key))
+        {
+            ASSERT_EQ(*value, expected.at(key));
+            *value = expected[key] = -i;
+        }
+        ASSERT_EQ(index.count(key), expected.count(key));
+        const auto same = [](const auto& x, const auto& y) { return x.first == y.first && x.second == y.second; };
         if (random() % 500 == 0)
         {
-            ASSERT_TRUE(std::equal(index.begin(), index.end(), expected.begin(), expected.end(),
-                                   [](const auto& x, const auto& y)
-                                   { return x.first == y.first && x.second == y.second; }));
+            ASSERT_TRUE(std::equal(index.begin(), index.end(), expected.begin(), expected.end(), same));
         }
         if (random() % 5000 == 0)
         {
