@@ -65,9 +65,15 @@ private:
 
     static RCD keyOf(RCD r) { return r & ~RCD(63); }
     static u64 bitOf(RCD r) { return u64(1) << (r & 63); }
-    static size_t placeIn(const Run& run, u64 bit)
+    static size_t placeIn(const Run& run, u64 bit) { return run.numBefore + countBits(run.bits & (bit - 1)); }
+
+    /// Sums of pairs, nibbles and bytes: the baseline instruction set has no bit count, and std::popcount is a call.
+    static size_t countBits(u64 bits)
     {
-        return run.numBefore + static_cast<size_t>(std::popcount(run.bits & (bit - 1)));
+        bits -= bits >> 1 & 0x5555555555555555;
+        bits = (bits & 0x3333333333333333) + (bits >> 2 & 0x3333333333333333);
+        bits = (bits + (bits >> 4)) & 0x0f0f0f0f0f0f0f0f;
+        return static_cast<size_t>(bits * 0x0101010101010101 >> 56);
     }
 
     size_t homeOf(RCD key) const

@@ -201,9 +201,7 @@ CMesh* Voro::meshAgain(std::vector<VCD>& vVCD)
     createExtraCCDs_borderFix(vVCD, vExtra, vRemove);
     vCCD.insert(vCCD.end(), vExtra.begin(), vExtra.end());
     oneInstance(vCCD);
-    vStaticVCD2CCD.clear();
-    setVCD2CCD();
-    removeRemovable(vRemove, vExtra);
+    removeRemovable(vRemove, vExtra); // looks at the cells alone: the vertices are needed for the final list only
     vStaticVCD2CCD.clear();
     setVCD2CCD();
     fatExtractTriangles();
