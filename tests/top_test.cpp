@@ -334,6 +334,26 @@ TEST_F(TopTest, OneDiagonalOfASquareStays)
     EXPECT_EQ(unify({{a, c1, b}, {a, b, d1}, {c1, d1, up}}), AliveAndNew(3, 0)) << "diagonals in parallel planes";
 }
 
+TEST_F(TopTest, SquaresWhoseCornersLieOnOneLineAreSplitWithoutABug)
+{
+    // Splitting one flat triangle can take the other one with it.
+    std::mt19937 random(1);
+    const auto onLine = [&random](const Vector3& direction)
+    { return Point3(0.0, 0.0, 0.0) + direction * double(1 + random() % 40); };
+    for (int i = 0; i < 2000; ++i)
+    {
+        const Vector3 direction(double(1 + random() % 9), double(1 + random() % 9), double(1 + random() % 9));
+        mesh.reset();
+        const CCD a = vertex(4, 4, 4), b = vertex(5, 5, 4), c = vertex(5, 4, 4), d = vertex(4, 5, 4),
+                  up = vertex(4, 4, 6);
+        for (const CCD corner : {a, b, c, d})
+            *mesh.getVtx(corner) = onLine(direction);
+        *mesh.getVtx(up) = Point3(1.0, 30.0, 2.0);
+        create({{a, c, b}, {a, b, d}, {c, d, up}});
+        outputOf([this] { EXPECT_NO_THROW(top.unifyDiagonals()); });
+    }
+}
+
 TEST_F(TopTest, FlapsAtEdgesOfDegree3Die)
 {
     const VCD a = vertex(5, 5, 5), b = vertex(6, 5, 5), x = vertex(9, 9, 9), y = vertex(9, 8, 4), z = vertex(4, 8, 9);
