@@ -32,7 +32,8 @@ protected:
     Formats()
     {
         std::string name = (std::filesystem::temp_directory_path() / "zav_formats_XXXXXX").string();
-        dir = mkdtemp(name.data());
+        EXPECT_NE(mkdtemp(name.data()), nullptr);
+        dir = name;
     }
     ~Formats() override { std::filesystem::remove_all(dir); }
 
