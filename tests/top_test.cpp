@@ -463,6 +463,8 @@ std::vector<Corners> repairShell(double noise, double height, const F& f)
 void finalize(Voro& voro, Top& top)
 {
     top.finalizeReconstructedMesh(&voro);
+    for (const CTriangle* const t : top.pCMesh->vT)
+        EXPECT_EQ(t->getPatch(), nullptr);
 }
 } // namespace
 
@@ -471,7 +473,7 @@ TEST(TopRepair, IsTheSameOnAnyNumberOfCpusAndLeavesAClosedSurfaceAsItIs)
     const std::vector<Corners> clean = repairShell(0.0, 40.0, [](Voro&, Top&) {});
     const auto checked = [](Voro& voro, Top& top)
     {
-        top.finalizeReconstructedMesh(&voro);
+        finalize(voro, top);
         EXPECT_TRUE(isConsistent(*top.pCMesh));
         CPatch all(top.pCMesh, top.pCalc);
         for (CTriangle* const t : top.pCMesh->vT)
