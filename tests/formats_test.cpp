@@ -190,10 +190,14 @@ TEST_F(Formats, BinaryPointsCutOff)
     // Nor does the rest of a count matter, nor do bytes behind the points, however many.
     for (size_t length = 0; length < 12; ++length)
         EXPECT_TRUE(readPoints_BIN(put("a.bin", header.substr(0, length)).c_str(), points));
-    const std::string body = raw(30) + raw(std::uint64_t(0));
-    for (const size_t numBehind : {5, 1000, 300000})
-        EXPECT_TRUE(readPoints_BIN(put("a.bin", body + std::string(numBehind, 'x')).c_str(), points));
     EXPECT_EQ(points.size(), 4u);
+    for (const size_t numBehind : {5, 1000, 300000})
+    {
+        const std::string body = raw(30) + raw(std::uint64_t(1)) + bytesOf({7, 8, 9});
+        points.clear();
+        EXPECT_TRUE(readPoints_BIN(put("a.bin", body + std::string(numBehind, 'x')).c_str(), points));
+        expectSame(points, {{7, 8, 9}});
+    }
 
     // A count that no cut explains isn't followed.
     points.clear();

@@ -262,6 +262,33 @@ TEST_F(TopTest, ADoubleSheetLosesTheSideThatIsNotTied)
     }
 }
 
+TEST_F(TopTest, ThickBodiesAreNotSplitUnlessTheyAreSmall)
+{
+    // A double pyramid of height h is 2 h / 3 thick in the mean.
+    const auto splits = [this](int numPerSide, double height)
+    {
+        mesh.reset();
+        const VCD up = vertexAt(calc.rcd2ccd(rcd::fromXYZ(32, 32, 40)), {32, 32, 32 + height}),
+                  low = vertexAt(calc.rcd2ccd(rcd::fromXYZ(32, 32, 20)), {32, 32, 32 - height});
+        std::vector<VCD> rim;
+        for (int i = 0; i < numPerSide; ++i)
+        {
+            const double angle = 6.283185307 * i / numPerSide;
+            const Point3 p(32 + 25 * std::cos(angle), 32 + 25 * std::sin(angle), 32);
+            rim.push_back(vertexAt(calc.getCCD(&p), p));
+        }
+        for (size_t i = 0; i < rim.size(); ++i)
+            create({{rim[i], rim[(i + 1) % rim.size()], up}, {rim[(i + 1) % rim.size()], rim[i], low}});
+        addFlanges(rim, 1, 1.0);
+        return createPatches()[0]->splitClosedPatchKill(true);
+    };
+    EXPECT_TRUE(splits(49, .75));
+    EXPECT_FALSE(splits(50, .75));
+    EXPECT_TRUE(splits(50, .55));
+    EXPECT_FALSE(splits(10, 8.0));
+    EXPECT_TRUE(splits(9, 8.0)) << "up to 19 triangles always";
+}
+
 TEST_F(TopTest, OrientationSpreadsOverEverything)
 {
     const u64 n = 12; // a torus of squares, with one triangle missing and a flap
