@@ -199,7 +199,9 @@ private:
     static CCD interleave(u64 i, u64 j, u64 k) { return spreadBits(i) << 2 | spreadBits(j) << 1 | spreadBits(k); }
     u64 levelMask() const { return numLevels > 0 ? (u64(1) << numLevels) - 1 : 0; }
 
-    double x0, y0, z0;
+public:
+    // Plain data, set once by the constructor.
+    double x0, y0, z0; // minimum corner of cell (0,0,0)
     double lenX, lenY, lenZ;
     int numLevels;
     u64 numCells; // 2^L

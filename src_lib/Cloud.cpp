@@ -55,8 +55,8 @@ Cloud::Cloud(const std::string& nameArg, double absSpacingArg, double spacingFac
     : holeControlLimit(holeControlLimitArg), name(nameArg), absSpacing(absSpacingArg), spacingFactor(spacingFactorArg),
       bPixelizer(bPixelizerArg)
 {
-    std::fill(minBound, minBound + 3, DBL_MAX);
-    std::fill(maxBound, maxBound + 3, -DBL_MAX);
+    std::fill(bounds, bounds + 3, DBL_MAX);
+    std::fill(bounds + 3, bounds + 6, -DBL_MAX);
 }
 
 Cloud::~Cloud()
@@ -77,16 +77,16 @@ void Cloud::setBounds(std::vector<Point3>& points)
 {
     const auto coordinates = [](const Point3& p) { return std::array<double, 3>{p.x(), p.y(), p.z()}; };
     const auto first = coordinates(points.front());
-    std::copy(first.begin(), first.end(), minBound);
-    std::copy(first.begin(), first.end(), maxBound);
+    std::copy(first.begin(), first.end(), bounds);
+    std::copy(first.begin(), first.end(), bounds + 3);
     for (const Point3& p : points)
     {
         const auto value = coordinates(p);
         for (size_t axis = 0; axis < 3; ++axis)
-            if (value[axis] > maxBound[axis])
-                maxBound[axis] = value[axis];
-            else if (value[axis] < minBound[axis])
-                minBound[axis] = value[axis];
+            if (value[axis] > bounds[3 + axis])
+                bounds[3 + axis] = value[axis];
+            else if (value[axis] < bounds[axis])
+                bounds[axis] = value[axis];
     }
 }
 
@@ -114,7 +114,7 @@ double Cloud::getMaxExtent() const
     double maxExtent = 0.0;
     for (size_t axis = 0; axis < 3; ++axis)
     {
-        const double extent = maxBound[axis] - minBound[axis];
+        const double extent = bounds[3 + axis] - bounds[axis];
         if (extent > maxExtent || std::isnan(extent))
             maxExtent = extent;
         if (std::isnan(maxExtent))
@@ -144,7 +144,7 @@ void Cloud::estimateRes2()
     progress->incProgressByOne();
 
     const double extent = getMaxExtent();
-    const Calc calc(minBound[0], minBound[1], minBound[2], extent, extent, extent, 20);
+    const Calc calc(bounds[0], bounds[1], bounds[2], extent, extent, extent, 20);
     std::vector<CCD> codes = getCodes(calc);
     progress->incProgressByOne();
     sortMT(codes.begin(), codes.end());
@@ -184,12 +184,12 @@ void Cloud::createCalc()
     const double margin = usedSpacing * marginCells;
     for (size_t axis = 0; axis < 3; ++axis)
     {
-        minBound[axis] -= margin;
-        maxBound[axis] += margin;
+        bounds[axis] -= margin;
+        bounds[3 + axis] += margin;
     }
     ZAV_ASSERT(numCReal >= numReqC, "numCReal>=numReqC");
     const double side = numCReal * usedSpacing;
-    pCalc = std::make_unique<Calc>(minBound[0], minBound[1], minBound[2], side, side, side, baseLevel);
+    pCalc = std::make_unique<Calc>(bounds[0], bounds[1], bounds[2], side, side, side, baseLevel);
 }
 
 void Cloud::createBundlesNew(std::vector<Point3>& points)

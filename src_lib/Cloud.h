@@ -55,6 +55,7 @@ private:
     std::vector<CCD> getCodes(const Calc& calc) const;
     double getMaxExtent() const;
 
+public:
     int holeControlLimit;
     std::string name;
     double absSpacing;
@@ -69,8 +70,7 @@ private:
     std::vector<Bundle*> vBundles; // in bundlePool
     MIRT_TOOLS::SimplePool<Bundle> bundlePool;
     MIRT_TOOLS::SimplePool<Point3> pointPool;
-    double minBound[3]; // the box of the points; moved outwards with the lattice
-    double maxBound[3];
+    double bounds[6];      // the box of the points: three minima, then three maxima; moved outwards with the lattice
     std::vector<CCD> vCCD; // cells that hole control added
 };
 

@@ -27,7 +27,6 @@ public:
     /// The bundles stay the cloud's.
     void getBundles(std::vector<Bundle*>& out, Calc*& pCalc, std::vector<CCD>& vCCDOut);
 
-private:
     std::vector<std::unique_ptr<Cloud>> vClouds;
     double absSpacing = -1.0;
     double spacingFactor = -1.0;

@@ -30,7 +30,6 @@ public:
     /// Builds the map from cells to bundles.
     void mapCCD();
 
-private:
     CloudMgr* pCloudMgr;                // the caller's
     Calc* pCalc = nullptr;              // the cloud's
     CMesh* pCMesh = nullptr;            // owned from the moment the extractor hands it over

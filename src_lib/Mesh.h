@@ -56,7 +56,6 @@ public:
     /// Prints the text and the mesh's numbers of vertices, triangles and edges on standard output.
     void printStatistics(const std::string& text) const;
 
-private:
     RMesh* pRMesh;
 };
 

@@ -71,7 +71,8 @@ private:
     void rcdmch_marchRCD(PrioqRCDBox& queue, const std::vector<RCDBox*>& vNew, const CellIndex& index,
                          Distances& vDist2RCD) const;
 
-    std::vector<Point3>* pvPoints;
+public:
+    std::vector<Point3>* pvPoints; // not owned
     int holeControlLimit;
     Calc* pCalc;
     float sideLen;

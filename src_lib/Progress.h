@@ -127,7 +127,9 @@ private:
     void computeStep();
     Progress* getRoot();
 
-    std::map<std::string, Progress*> mNameKids;
+public:
+    // Guarded by the mutex but for the usual path of incProgressBy.
+    std::map<std::string, Progress*> mNameKids; // the stages below this node; iterated in the order of their names
     std::string name;
     const double weight;
     ProgressBase* subscriber = nullptr; // not owned; only the root's is used

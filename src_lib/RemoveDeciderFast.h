@@ -123,6 +123,7 @@ private:
     void sweepPrioq(const std::vector<RCD>& candidates, PruneRun& run);
     void getNextCandidates(std::vector<RCD>& killed, std::vector<RCD>& candidates) const;
 
+public:
     double sideLen;
     std::vector<RCD>* pvRCD;
     Calc* calc;
