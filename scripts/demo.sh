@@ -12,7 +12,7 @@ case ${1-} in
 esac
 [ $# -le 1 ] || { echo "usage: scripts/demo.sh [FILE_WITH_POINTS]" >&2; exit 2; }
 input=
-options=(--timings)
+options=(--timings --holes 10)
 if [ $# -eq 1 ]; then
     [ -r "$1" ] || { echo "$1 can't be read." >&2; exit 1; }
     input=$(realpath -- "$1")
@@ -26,10 +26,9 @@ zav=build/release/app/zav
 
 mkdir -p build/demo
 if [ -z "$input" ]; then
-    say "Making points as a scanner would see a torus from eight sides"
+    say "Making points as a scanner would see a torus from eight sides, with a gap"
     input=build/demo/torus_scan.ply
-    "$zav" generate torus "$input" --points 200000 --views 8 --noise 0.2
-    options+=(--factor 2) # overlapping views leave gaps at the mean spacing
+    "$zav" generate torus "$input" --points 200000 --views 8 --noise 0.2 --gap 8
 fi
 name=$(basename "$input")
 mesh=build/demo/${name%.*}_mesh.ply
