@@ -36,7 +36,7 @@ void reconstruct(benchmark::State& state)
     setGlobalNumCPU(int(state.range(1)));
     size_t numTriangles = 0;
     for (auto _ : state)
-        numTriangles = reconstruct_auto(points, 1.0, 0)->getNumT();
+        numTriangles = reconstruct_auto(points, 1.0, int(state.range(2)))->getNumT();
     destroySingletons();
     setGlobalNumCPU(numCPU);
     state.counters["triangles"] = double(numTriangles);
@@ -44,11 +44,12 @@ void reconstruct(benchmark::State& state)
         benchmark::Counter(double(points.size()) * double(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(reconstruct)
-    ->ArgNames({"points", "cpus"})
-    ->Args({100000, 1})
-    ->Args({100000, 2})
-    ->Args({1000000, 1})
-    ->Args({1000000, 2})
+    ->ArgNames({"points", "cpus", "holes"})
+    ->Args({100000, 1, 0})
+    ->Args({100000, 2, 0})
+    ->Args({1000000, 1, 0})
+    ->Args({1000000, 2, 0})
+    ->Args({1000000, 1, 10})
     ->Unit(benchmark::kMillisecond)
     ->MeasureProcessCPUTime();
 } // namespace
