@@ -13,6 +13,7 @@
 #include "vectorHelpers.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 
 namespace MIRT_ZAV

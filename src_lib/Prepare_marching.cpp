@@ -11,13 +11,11 @@
 #include "tools.h"
 #include "vectorHelpers.h"
 
-#include <algorithm>
 #include <bit>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstdint>
-#include <functional>
 #include <new>
 #include <queue>
 
