@@ -4,8 +4,10 @@
 #include "CloudMgr.h"
 #include "Progress.h"
 #include "RMesh.h"
+#include "RTop.h"
 #include "Top.h"
 #include "Voro.h"
+#include "meshOperations.h"
 #include "sortMT.h"
 #include "tools.h"
 
@@ -45,8 +47,14 @@ MeshPtr Hal::reconstruct()
     top.finalizeReconstructedMesh(&voro);
 
     auto pRMesh = std::make_unique<RMesh>(pCMesh);
+    RTop rtop(pRMesh.get());
+    rtop.finalizeBase();
+    pRMesh->smoothZeros(5);
+    pRMesh->colorizeFilledHoles();
     MeshPtr pMesh = std::make_shared<Mesh>(pRMesh.get());
     pRMesh.release();
+    edgeFlips(pMesh);
+    edgeFlips(pMesh); // the edges that the first call made
     return pMesh;
 }
 

@@ -53,6 +53,16 @@ void Mesh::getVertexIndexData(std::vector<Point3*>& points, std::vector<int>& in
     }
 }
 
+void Mesh::colorizeFilledHoles()
+{
+    pRMesh->colorizeFilledHoles();
+}
+
+void Mesh::contrastSpread(double lowFraction, double highFraction)
+{
+    pRMesh->contrastSpread(lowFraction, highFraction);
+}
+
 bool Mesh::writePly_BIN(const std::string& name) const
 {
     return PLY::writePly(pRMesh, name, true);

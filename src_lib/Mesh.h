@@ -46,6 +46,15 @@ public:
     /// \param indices  three positions in points are appended per live triangle, in winding order
     void getVertexIndexData(std::vector<Point3*>& points, std::vector<int>& indices) const;
 
+    /// Gives vertices without colour the mean colour of their neighbours, ring by ring from the coloured ones inwards.
+    /// A piece without any colour stays as it is.
+    void colorizeFilledHoles();
+    /// Stretches the colours so that red, green and blue together fill the range from 0 to 255. Colours that span 20
+    /// levels or fewer are stretched without a cut.
+    /// \param lowFraction   part of all values, 0 to 1, that may become 0
+    /// \param highFraction  part of all values, 0 to 1, that may become 255
+    void contrastSpread(double lowFraction, double highFraction);
+
     /// Writes a PLY file; false, with a message on standard output, if that fails. Deliberately crossed with
     /// writePly_ASCII: this one writes the text form.
     bool writePly_BIN(const std::string& name) const;

@@ -171,6 +171,11 @@ void Progress::setDone(bool broadcastNow)
         broadcast("");
 }
 
+void Progress::stopClock()
+{
+    getRoot()->clock.end(name);
+}
+
 double Progress::getFrac()
 {
     std::lock_guard<std::recursive_mutex> lock(mutex);
@@ -294,6 +299,28 @@ void progressForEstimation()
     // Deliberately never closed by its user: subscribers see about 2/3 as the last value.
     static constexpr Stage stages[] = {{"CL_eres", 3.0}, {"SM_run", 3.0}, {"CL_creb", 3.0}};
     setUpRun("Density Estimation", stages);
+}
+
+void progressForFlips()
+{
+    static constexpr Stage stages[] = {{"RM_kdeg", 10.0}, {"RM_gEfCandMT", 10.0}, {"efLoop", 10.0}};
+    setUpRun("EdgeFlips", stages);
+}
+
+void progressForAnnealing(const std::vector<double>& temperatures)
+{
+    static constexpr Stage stages[] = {{"RM_kdeg", 10.0}, {"RM_gEfCandMT", 10.0}, {"efLoop", 3.0}};
+    setUpRun("EdgeFlipsS", stages);
+    for (const double temperature : temperatures)
+        getThreadProgress()->createChild("RM_gEfCandMT_" + toString(temperature), 10.0);
+}
+
+void progressForSmoothing(int numRounds)
+{
+    static constexpr Stage stages[] = {{"border", 1.0}, {"list", 2.0}, {"RM_kdeg", 10.0}};
+    setUpRun("Smoothing", stages);
+    for (int i = 0; i < numRounds; ++i)
+        getThreadProgress()->createChild("it%" + toString(i), 10.0);
 }
 
 } // namespace MIRT_ZAV

@@ -101,6 +101,9 @@ public:
     /// The node and all below it count as finished.
     void setDone(bool broadcastNow);
 
+    /// Ends the timing of a stage that stays open in the tree.
+    void stopClock();
+
     /// The part done, 0 to 1; over children the mean by weight.
     double getFrac();
 
@@ -210,5 +213,10 @@ inline Progress* getThreadProgress()
 // Each sets up the calling thread's root for one kind of run.
 void progressForReco();
 void progressForEstimation();
+void progressForFlips();
+/// \param temperatures  of the rounds between the plain flips
+void progressForAnnealing(const std::vector<double>& temperatures);
+/// \param numRounds  below 1: none
+void progressForSmoothing(int numRounds);
 
 } // namespace MIRT_ZAV

@@ -1,5 +1,7 @@
 #include "REdge.h"
 
+#include "RMesh.h"
+#include "freeFunctions.h"
 #include "tools.h"
 
 #include <algorithm>
@@ -7,6 +9,24 @@
 
 namespace MIRT_ZAV
 {
+namespace
+{
+/// Whether three points lie, seen from the first, in one direction or in opposite ones.
+bool isFlatAt(const Point3* corner, const Point3* p, const Point3* q)
+{
+    const Vector3 u = *p - *corner;
+    const Vector3 v = *q - *corner;
+    if (u.isZero() || v.isZero())
+        return true;
+    const double angle = getAngleDegree(normalize(u), normalize(v));
+    return angle < 0.01 || angle > 179.99;
+}
+
+void printTriangle(const RTriangle* pRT)
+{
+    std::cout << *pRT->pVtx[0] << '\n' << *pRT->pVtx[1] << '\n' << *pRT->pVtx[2] << '\n';
+}
+} // namespace
 
 REdge::REdge(Point3* p0_, Point3* p1_) : pVtx0(p0_), pVtx1(p1_)
 {
@@ -62,6 +82,40 @@ RTriangle* REdge::getUniqueOtherTriangle(const RTriangle* pRT) const
         pOther = pListed;
     }
     return pOther;
+}
+
+REdge* REdge::tryFlipEdge(RMesh* pMesh, RTriangle* pT0, RTriangle* pT1)
+{
+    ZAV_ASSERT(pT0 != nullptr || pT1 == nullptr, "false");
+    if (pT0 == nullptr && !getTwoTriangles(pT0, pT1, true))
+        return nullptr;
+    if (!pT0->isAlive() || !pT1->isAlive())
+        return nullptr;
+    const int i = pT0->getICI(pVtx0, pVtx1);
+    Point3* const c0 = pT0->getCorner(i);
+    Point3* const c1 = pT1->getThirdPoint(pVtx0, pVtx1);
+    if (c1 == c0)
+    {
+        std::cout << "-----------------------------\nREdge::flipEdge(), BUG:\n";
+        printTriangle(pT0);
+        printTriangle(pT1);
+        std::cout << "v0=" << *pVtx0 << "\nv1=" << *pVtx1 << std::endl;
+        ZAV_BUG("false");
+    }
+    if (pMesh->hasAliveEdge(c0, c1) || isFlatAt(c0, c1, pVtx0) || isFlatAt(c0, c1, pVtx1))
+        return nullptr;
+
+    Point3* const pNext = pT0->getCorner((i + 1) % 3);
+    ZAV_ASSERT(has(pNext), "false");
+    pT0->kill(pMesh);
+    pT1->kill(pMesh);
+    const bool bFirstEndNext = pNext == pVtx0;
+    const RTriangle* const pNew = bFirstEndNext ? pMesh->createT(c0, pVtx0, c1) : pMesh->createT(c1, pVtx0, c0);
+    if (bFirstEndNext)
+        pMesh->createT(c1, pVtx1, c0);
+    else
+        pMesh->createT(c0, pVtx1, c1);
+    return pNew->getRE(1);
 }
 
 void REdge::checkOut(RTriangle* pRT)

@@ -10,6 +10,8 @@
 namespace MIRT_ZAV
 {
 
+class RMesh;
+
 /// Joins two vertices and knows its triangles. It has no state of its own: its degree, the number of alive triangles,
 /// says whether it is dead (0), a border (1), regular (2) or non-manifold (3 and more). Lives in the pool of its RMesh
 /// and is never removed; a dead edge comes alive again with the next triangle on it.
@@ -55,6 +57,13 @@ public:
     bool getTwoTriangles(RTriangle*& t0, RTriangle*& t1, bool bExact) const;
     /// The one alive triangle that isn't pRT; null when there is none or more than one.
     RTriangle* getUniqueOtherTriangle(const RTriangle* pRT) const;
+
+    /// Replaces the two triangles by those on the other diagonal, in the winding of the first one. This edge stays
+    /// behind dead.
+    /// \param pT0, pT1  the triangles; both null: they are looked up
+    /// \return the new edge, or null, and nothing changed, when there aren't exactly two alive triangles, their opposite
+    ///         corners have an edge already, or a new triangle would have no area at the first of these corners
+    REdge* tryFlipEdge(RMesh* pMesh, RTriangle* pT0, RTriangle* pT1);
 
     /// Adds a triangle that has this edge.
     void checkIn(RTriangle* pRT) { vRT.push_back(pRT); }

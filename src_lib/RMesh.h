@@ -130,6 +130,43 @@ public:
     /// Numbers for humans, on standard output.
     void printStatistics(const std::string& text) const;
 
+    /// Kills triangles that have the same three vertices as an earlier triangle of one of their edges, whatever their
+    /// winding. Returns how often one was found; a triangle may be found at several of its edges.
+    unsigned long removeDups();
+    /// Makes the patches anew, one for every set of triangles connected across regular edges, and winds the triangles
+    /// of each like its first one. Returns their number.
+    unsigned long createPatchesOrient();
+    /// Collapses triangles whose angle at corner 0 is below 0.01 or above 179.99 degrees, then removes duplicates.
+    void killDegenerate();
+    /// Moves every zero vertex off the border to the mean of itself and its neighbours, nIter times, one after the
+    /// other. With three zero vertices or fewer nothing moves. Coincident vertices can end it in ZavBugException.
+    void smoothZeros(int nIter);
+    /// Moves every vertex off the border to the mean of its neighbours, nIter times, all at once. Coincident vertices
+    /// can end it in ZavBugException. Cached normals are left as they are.
+    void smoothAll(int nIter);
+    /// Moves a vertex towards the mean of its neighbours, by at most a tenth of a cell side and to a place where no
+    /// vertex is listed. False, and nothing moved, when it has no triangle or one would turn by more than 170 degrees.
+    bool laplacianForOne(Point3* p);
+    /// Gives vertices without colour the mean colour of their neighbours, ring by ring from the coloured ones inwards.
+    void colorizeFilledHoles();
+    /// Stretches red, green and blue together so that the darkest and the brightest values fill the range of a byte. Of
+    /// all values lowFraction and highFraction (0 to 1) may fall below and above it.
+    void contrastSpread(double lowFraction, double highFraction);
+
+    /// Evaluates the flips of edges on all CPUs.
+    /// \param vInRE           edges, dead ones allowed
+    /// \param minImprovement  gain from which on an edge is taken; one of 0 or more always is, deliberately
+    /// \param temperature     above 0, an edge of lower gain is taken with the probability exp(gain / temperature), drawn
+    ///                        by rand() in the order of vInRE on the calling thread
+    /// \param vImpRE          must be empty; receives gain and edge by rising gain, equal gains in the order of vInRE
+    /// Coincident opposite corners are moved apart, and a neighbour of opposite winding is flipped, on the calling
+    /// thread.
+    void getEdgeFlipCandidates_MT(const std::vector<REdge*>& vInRE, double minImprovement, double temperature,
+                                  std::vector<std::pair<double, REdge*>>& vImpRE);
+    /// Flips edges by falling gain, each evaluated again when its turn comes, until no gain is above 0.005; collapses
+    /// degenerate triangles then. Edges that flips make aren't considered.
+    void flipEdges();
+
     /// Takes a triangle out of the lists of its vertices; part of RTriangle::kill.
     void unregisterTriangle(RTriangle* pRT);
     /// Moves a vertex; its colour stays. The caller must have made sure by hasVertex that no vertex is listed at the
@@ -148,6 +185,18 @@ private:
     void killTrianglesOn(const REdge* pKillEdge);
     void getEdgesToMove(const std::vector<RTriangle*>& vT, Point3* pSrc, Point3* pTrg, std::vector<REdge*>& out) const;
     void moveEdge(REdge* pRE, Point3* pSrc, Point3* pTrg);
+    void queueUnvisitedNeighbours(RTriangle* pRT, std::vector<RTriangle*>& queue);
+    Point3* collapseBest(const RTriangle* pRT);
+    bool leaveOtherVertices(Point3& p, double limit) const;
+    void fillNormals();
+    void getEdgeFlipCandidates_MT_priv(const std::vector<REdge*>& vInRE, size_t from, size_t to,
+                                       std::vector<std::pair<double, REdge*>>& vImpRE, std::vector<size_t>& vPostponed);
+    void storeFlipGain(REdge* pRE, std::pair<double, REdge*>& slot);
+    static void keepCandidates(double minImprovement, double temperature,
+                               std::vector<std::pair<double, REdge*>>& vImpRE);
 };
+
+/// One round of annealed flips: evaluates all edges, shuffles those taken by rand(), and flips each that still can be.
+void edgeFlipsSimA(RMesh* pRMesh, double temperature);
 
 } // namespace MIRT_ZAV

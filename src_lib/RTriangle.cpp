@@ -82,8 +82,10 @@ Vector3 RTriangle::getNNV(bool& ok)
         ok = true;
         return nnv;
     }
-    nnv = getNormalVector(*pVtx[0], *pVtx[1], *pVtx[2], ok);
-    return nnv;
+    const Vector3 normal = getNormalVector(*pVtx[0], *pVtx[1], *pVtx[2], ok);
+    if (ok) // once the normals are filled, nobody writes any more, which lets threads read
+        nnv = normal;
+    return normal;
 }
 
 int RTriangle::getRTriOri(const Point3* a, const Point3* b) const

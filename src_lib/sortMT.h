@@ -13,6 +13,8 @@
 #include <functional>
 #include <future>
 #include <iterator>
+#include <map>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -77,9 +79,10 @@ typename std::iterator_traits<RandomIt>::value_type estimateMid2(RandomIt first,
 }
 
 /// Pushes every task to the pool of the caller's level and waits for all of them; then the first exception, if any, is
-/// thrown. Tasks stay with the caller, so that they can be references to its data.
-template <class Task>
-void runTasks(std::vector<Task>& tasks)
+/// thrown. Tasks stay with the caller, so that they can be references to its data. onDone is called here after each
+/// wait, in the order of the tasks.
+template <class Task, class OnDone>
+void runTasks(std::vector<Task>& tasks, const OnDone& onDone)
 {
     if (tasks.empty())
         return;
@@ -101,9 +104,19 @@ void runTasks(std::vector<Task>& tasks)
         waitForAll(); // tasks that run already hold references to the caller's data
         throw;
     }
-    waitForAll();
+    for (auto& future : futures)
+    {
+        future.wait();
+        onDone();
+    }
     for (auto& future : futures)
         future.get();
+}
+
+template <class Task>
+void runTasks(std::vector<Task>& tasks)
+{
+    runTasks(tasks, [] {});
 }
 
 namespace sortMT_detail
@@ -176,6 +189,26 @@ void forSlicesMT(size_t n, size_t slicesPerCPU, const F& f)
     for (size_t begin = 0; begin < n; begin += sliceSize)
         tasks.push_back({&f, begin, std::min(n, begin + sliceSize)});
     runTasks(tasks);
+}
+
+/// Appends to out what f(i, list) appends to its list, for all i below n in their order. Slices as forSlicesMT makes
+/// them.
+template <class T, class F>
+void collectMT(size_t n, size_t slicesPerCPU, const F& f, std::vector<T>& out)
+{
+    std::mutex mtx;
+    std::map<size_t, std::vector<T>> mBeginToFound; // in the order of the slices
+    forSlicesMT(n, slicesPerCPU,
+                [&](size_t begin, size_t end)
+                {
+                    std::vector<T> found;
+                    for (size_t i = begin; i < end; ++i)
+                        f(i, found);
+                    std::lock_guard<std::mutex> lock(mtx);
+                    mBeginToFound[begin].swap(found);
+                });
+    for (const auto& [begin, found] : mBeginToFound)
+        out.insert(out.end(), found.begin(), found.end());
 }
 
 /// Runs f(i) for all i below n on the pool of the caller's level, in slices of neighbouring indices.

@@ -1,0 +1,44 @@
+// How much a mesh gains when an edge is replaced by the other diagonal of its two triangles.
+//
+// The energy of an edge is its bending, 1 minus the cosine between the normals at its sides, times its length, to the
+// power 0.335. The gain is the energy of the five edges of the quadrilateral before the flip minus the one after it.
+#pragma once
+
+#include "Point3.h"
+#include "Vector3.h"
+
+namespace MIRT_ZAV
+{
+
+class REdge;
+class RMesh;
+class RTriangle;
+
+class REdgeEnergy
+{
+public:
+    RMesh* pRMesh;
+    REdge* pRE;    ///< the edge that may be flipped
+    double result; ///< the gain; above 0 the flip improves the mesh, -DBL_MAX: it is impossible
+
+    REdgeEnergy(RMesh* pRMesh, REdge* pRE);
+
+    /// Fills the result. Flips the second triangle where the two disagree in winding, and moves opposite corners that
+    /// coincide apart; the latter can end in ZavBugException where other vertices coincide, too.
+    void compute();
+    /// Whether compute() would change the mesh. Where not, and with all normals cached, threads may compute at once.
+    bool isChangingMesh() const;
+
+    /// Cosine of the largest angle of a triangle; -DBL_MAX when a side has no direction.
+    double getMinCosPhi(const Point3* p0, const Point3* p1, const Point3* p2) const;
+
+private:
+    struct Quad;
+    struct RimTerm;
+
+    void separateCorners(Quad& quad);
+    bool getAnglePenalty(const Quad& quad, double& penalty) const;
+    double getGain(const Quad& quad, double curDih, double altDih) const;
+};
+
+} // namespace MIRT_ZAV

@@ -1,0 +1,85 @@
+// A priority queue in which equal keys keep their order of arrival, like a multimap that is only ever read at its
+// front.
+#pragma once
+
+#include "sortMT.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <queue>
+#include <utility>
+#include <vector>
+
+namespace MIRT_TOOLS
+{
+
+/// The first entry under Compare comes first. A bulk that arrives at once is kept as a sorted list, which costs its
+/// readers no search; only single entries go through a heap.
+template <class Key, class Value, class Compare = std::less<Key>>
+class StableQueue
+{
+public:
+    using Item = std::pair<Key, Value>;
+
+    bool empty() const { return isListDone() && heap.empty(); }
+    size_t size() const { return vList.size() - iList + heap.size(); }
+
+    void push(const Key& key, const Value& value) { heap.push({key, ++numArrived, value}); }
+
+    /// As if all items were pushed in their order. They should come before single entries.
+    void pushAll(const std::vector<Item>& items)
+    {
+        std::vector<Entry> vNew(vList.begin() + static_cast<std::ptrdiff_t>(iList), vList.end());
+        const auto numOld = static_cast<std::ptrdiff_t>(vNew.size());
+        vNew.reserve(vNew.size() + items.size());
+        for (const auto& [key, value] : items)
+            vNew.push_back({key, ++numArrived, value});
+        const auto isBefore = [](const Entry& x, const Entry& y) { return comesBefore(x, y); };
+        MIRT_ZAV::sortMT(vNew.begin() + numOld, vNew.end(), isBefore);
+        std::inplace_merge(vNew.begin(), vNew.begin() + numOld, vNew.end(), isBefore);
+        vList.swap(vNew);
+        iList = 0;
+    }
+
+    /// The first entry; the queue must not be empty.
+    Item front() const
+    {
+        const Entry& entry = isListNext() ? vList[iList] : heap.top();
+        return {entry.key, entry.value};
+    }
+
+    void pop()
+    {
+        if (isListNext())
+            ++iList;
+        else
+            heap.pop();
+    }
+
+private:
+    struct Entry
+    {
+        Key key;
+        std::uint64_t arrival;
+        Value value;
+    };
+    static bool comesBefore(const Entry& x, const Entry& y)
+    {
+        const Compare compare;
+        return compare(x.key, y.key) || (!compare(y.key, x.key) && x.arrival < y.arrival);
+    }
+    struct ComesLater // the standard heap has its largest element in front
+    {
+        bool operator()(const Entry& x, const Entry& y) const { return comesBefore(y, x); }
+    };
+
+    bool isListDone() const { return iList == vList.size(); }
+    bool isListNext() const { return !isListDone() && (heap.empty() || comesBefore(vList[iList], heap.top())); }
+
+    std::vector<Entry> vList; // in order
+    size_t iList = 0;         // its first entry that is still there
+    std::priority_queue<Entry, std::vector<Entry>, ComesLater> heap;
+    std::uint64_t numArrived = 0;
+};
+
+} // namespace MIRT_TOOLS
