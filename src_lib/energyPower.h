@@ -64,11 +64,11 @@ constexpr std::array<double, 2 * maxScale> makeScales()
     std::array<double, 2 * maxScale> scales{};
     for (int k = -maxScale; k < maxScale; ++k)
     {
-        const double power = exponent * k;
-        int whole = static_cast<int>(power);
-        if (whole > power)
+        const int twoHundredths = 67 * k; // 0.335 is 67 / 200
+        int whole = twoHundredths / 200;
+        if (200 * whole > twoHundredths)
             --whole;
-        double scale = expSeries((power - whole) * ln2);
+        double scale = expSeries((twoHundredths - 200 * whole) / 200.0 * ln2);
         for (; whole > 0; --whole)
             scale *= 2.0;
         for (; whole < 0; ++whole)
@@ -80,7 +80,7 @@ constexpr std::array<double, 2 * maxScale> makeScales()
 inline constexpr std::array<double, 2 * maxScale> scales = makeScales();
 } // namespace energyPower_detail
 
-/// x to the power 0.335, to about 2e-16 of its value; x must not be negative.
+/// x to the power 0.335, to within 6e-16 of its value; x must not be negative.
 inline double energyPower(double x)
 {
     using namespace energyPower_detail;

@@ -1,0 +1,344 @@
+// Edge flips: the gain against its definition, the loop against a plain one, and what flips must leave as it is.
+#include "ColorUtils.h"
+#include "Mesh.h"
+#include "Progress.h"
+#include "REdgeEnergy.h"
+#include "RMesh.h"
+#include "capture.h"
+#include "energyPower.h"
+#include "meshOperations.h"
+#include "mesh_shapes.h"
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <functional>
+#include <map>
+
+using namespace MIRT_ZAV;
+using namespace test;
+
+namespace
+{
+class Flips : public ::testing::Test
+{
+protected:
+    std::mt19937 random{11};
+    std::vector<Point3*> v;
+
+    void SetUp() override { progressForFlips(); }
+    void TearDown() override { getThreadProgress()->reset(); }
+
+    double gainOf(RMesh& mesh, REdge* pRE)
+    {
+        REdgeEnergy energy(&mesh, pRE);
+        energy.compute();
+        return energy.result;
+    }
+
+    MeshPtr makeColoredTorus(double roughness)
+    {
+        Shape torus = makeTorus(20, 13, roughness, random);
+        for (Point3& p : torus.points)
+            if (random() % 8 != 0)
+                p.setColor(random() % 3 == 0 ? 250 : 40, static_cast<unsigned char>(random() % 90), 60, 255);
+        return std::make_shared<Mesh>(makeMesh(torus, v).release());
+    }
+};
+
+Vector3 normalOf(const Point3& a, const Point3& b, const Point3& c)
+{
+    const Vector3 n = crossProduct(b - a, c - a);
+    return n / n.length();
+}
+
+double energyOf(const Vector3& n0, const Vector3& n1, const Point3& p, const Point3& q)
+{
+    return std::pow(std::max(0.0, 1 - n0 * n1) * (q - p).length(), 0.335);
+}
+
+/// Angle at p of the triangle p, q, r in degrees.
+double angleAt(const Point3& p, const Point3& q, const Point3& r)
+{
+    const Vector3 u = q - p, w = r - p;
+    return std::acos(u * w / (u.length() * w.length())) * 180 / M_PI;
+}
+
+double largestAngle(const Point3& p, const Point3& q, const Point3& r)
+{
+    return std::max({angleAt(p, q, r), angleAt(q, r, p), angleAt(r, p, q)});
+}
+
+/// The gain of the edge a, b of the quadrilateral o0, a, o1, b with a vertex outside of each rim edge, or null.
+double expectedGain(const Point3& a, const Point3& b, const Point3& o0, const Point3& o1, const Point3* rim[4])
+{
+    const Vector3 n0 = normalOf(o0, a, b), n1 = normalOf(o1, b, a);
+    const Vector3 m0 = normalOf(o0, a, o1), m1 = normalOf(o0, o1, b);
+    double gain = energyOf(n0, n1, a, b) - energyOf(m0, m1, o0, o1);
+    const struct
+    {
+        const Point3 &from, &to;
+        Vector3 before, after;
+    } rims[4] = {{b, o0, n0, m1}, {o0, a, n0, m0}, {a, o1, n1, m0}, {o1, b, n1, m1}};
+    for (int i = 0; i < 4; ++i)
+        if (rim[i] != nullptr)
+        {
+            const Vector3 n = normalOf(rims[i].to, rims[i].from, *rim[i]);
+            gain += energyOf(n, rims[i].before, rims[i].from, rims[i].to);
+            gain -= energyOf(n, rims[i].after, rims[i].from, rims[i].to);
+        }
+    double penalty = 0.0;
+    const double wide = std::max(largestAngle(o0, o1, b), largestAngle(o0, a, o1));
+    if (wide > 130.0 && wide > std::max(largestAngle(b, a, o1), largestAngle(o0, a, b)))
+        penalty = wide > 160.0 ? 1.0 : 0.1;
+    gain -= penalty;
+    if (a.hasColor() && b.hasColor() && o0.hasColor() && o1.hasColor())
+    {
+        const double d = getColorDiffCIE76(&a, &b) - getColorDiffCIE76(&o0, &o1) - 4.6;
+        gain += d <= 0 ? 0.0 : d < 10 ? 2 * d : 20.0;
+    }
+    return gain < 0.1 ? gain - 10 * penalty : gain;
+}
+
+/// Triangles as places, sorted, to compare meshes.
+std::multiset<std::array<Point3, 3>> getTriangles(const RMesh& mesh)
+{
+    std::multiset<std::array<Point3, 3>> triangles;
+    for (const RTriangle* const pRT : mesh.vRT)
+        if (pRT->isAlive())
+        {
+            std::array<Point3, 3> t = {*pRT->pVtx[0], *pRT->pVtx[1], *pRT->pVtx[2]};
+            std::rotate(t.begin(), std::min_element(t.begin(), t.end()), t.end());
+            triangles.insert(t);
+        }
+    return triangles;
+}
+
+/// Bending of all regular edges.
+double totalEnergy(const RMesh& mesh)
+{
+    double sum = 0.0;
+    for (const REdge* const pRE : mesh.getREdgesRef())
+        if (RTriangle * t0, *t1; pRE->getTwoTriangles(t0, t1, true))
+        {
+            const auto normal = [](const RTriangle* t) { return normalOf(*t->pVtx[0], *t->pVtx[1], *t->pVtx[2]); };
+            sum += energyOf(normal(t0), normal(t1), *pRE->pVtx0, *pRE->pVtx1);
+        }
+    return sum;
+}
+
+/// The flips with a tree as queue and every gain computed afresh.
+void flipPlainly(RMesh& mesh)
+{
+    const std::vector<REdge*> edges = mesh.getREdgesRef();
+    std::multimap<double, REdge*, std::greater<double>> queue;
+    const auto gainOf = [&mesh](REdge* pRE)
+    {
+        REdgeEnergy energy(&mesh, pRE);
+        energy.compute();
+        return energy.result;
+    };
+    for (REdge* const pRE : edges)
+        if (const double gain = gainOf(pRE); gain >= 0.0)
+            queue.insert({gain, pRE});
+    while (!queue.empty())
+    {
+        const auto [saved, pRE] = *queue.begin();
+        queue.erase(queue.begin());
+        const double fresh = gainOf(pRE);
+        if (fresh >= saved)
+            pRE->tryFlipEdge(&mesh, nullptr, nullptr);
+        else if (fresh > 0.005)
+            queue.insert({fresh, pRE});
+    }
+    mesh.killDegenerate();
+}
+} // namespace
+
+TEST(EnergyPower, AgreesWithThePower)
+{
+    std::mt19937_64 random(3);
+    for (int i = 0; i < 200000; ++i)
+    {
+        const double x = std::ldexp(1.0 + double(random() >> 12) / 0x1p52, int(random() % 120) - 90);
+        const long double expected = std::pow(static_cast<long double>(x), 0.335L);
+        ASSERT_LE(std::fabs(energyPower(x) - expected), 6e-16L * expected) << x;
+    }
+    for (const double x : {DBL_MIN, 1e-300, 1e300, 5e-324, 1.0, 0x1p255, 0x1p-256})
+        EXPECT_NEAR(energyPower(x) / std::pow(x, 0.335), 1.0, 1e-14) << x;
+    EXPECT_EQ(energyPower(0.0), 0.0);
+    EXPECT_EQ(energyPower(HUGE_VAL), HUGE_VAL);
+    EXPECT_TRUE(std::isnan(energyPower(NAN)));
+}
+
+TEST_F(Flips, GainAgreesWithItsDefinition)
+{
+    int numWide = 0, numColored = 0;
+    for (int run = 0; run < 3000; ++run)
+    {
+        std::uniform_real_distribution<double> x(-1, 1);
+        const auto near = [&](double px, double py) { return Point3(px + x(random), py + x(random), 0.7 * x(random)); };
+        Shape shape{
+            {near(-2, 0), near(2, 0), near(0, 1.5), near(0, -1.5), near(-2, 3), near(2, 3), near(2, -3), near(-2, -3)},
+            {}};
+        if (run % 2 == 0)
+            for (Point3& p : shape.points)
+                p.setColor(static_cast<unsigned char>(random() % 64), 10, 90, 0);
+        // a = 2, b = 3, opposite corners 0 and 1; the rims run 3-0, 0-2, 2-1, 1-3.
+        shape.triangles = {{0, 2, 3}, {1, 3, 2}};
+        const std::array<int, 3> outer[4] = {{0, 3, 7}, {2, 0, 4}, {1, 2, 5}, {3, 1, 6}};
+        const Point3* rim[4] = {};
+        for (size_t i = 0; i < 4; ++i)
+            if (random() % 4 != 0)
+            {
+                shape.triangles.push_back(outer[i]);
+                rim[i] = &shape.points[size_t(outer[i][2])];
+            }
+        if (run % 3 == 0)
+            turnSomeTriangles(shape, random); // the first triangle's winding counts; the gain is the same
+        const RMeshPtr mesh = makeMesh(shape, v);
+        const auto& p = shape.points;
+        const double gain = gainOf(*mesh, mesh->getEdge(v[2], v[3]));
+        if (gain == -DBL_MAX) // folded more sharply than before
+        {
+            EXPECT_LT(normalOf(p[0], p[2], p[1]) * normalOf(p[0], p[1], p[3]), -0.98);
+            continue;
+        }
+        const double expected = expectedGain(p[2], p[3], p[0], p[1], rim);
+        ASSERT_NEAR(gain, expected, 1e-6) << run; // nearly flat edges amplify rounding
+        numWide += largestAngle(p[0], p[1], p[3]) > 130.0;
+        numColored += run % 2 == 0;
+    }
+    EXPECT_GT(numWide, 50);
+    EXPECT_GT(numColored, 1000);
+}
+
+TEST_F(Flips, ImpossibleFlips)
+{
+    // A tetrahedron: the other diagonal is an edge already. Then borders, a third sheet, and a flat new triangle.
+    RMeshPtr mesh =
+        makeMesh({{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, {{0, 2, 1}, {0, 1, 3}, {1, 2, 3}, {2, 0, 3}}}, v);
+    for (REdge* const pRE : mesh->getREdgesRef())
+    {
+        EXPECT_EQ(gainOf(*mesh, pRE), -DBL_MAX);
+        EXPECT_EQ(pRE->tryFlipEdge(mesh.get(), nullptr, nullptr), nullptr);
+    }
+    mesh = makeMesh({{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, -1, 0}, {0, 0, 1}}, {{0, 1, 2}, {1, 0, 3}, {0, 1, 4}}}, v);
+    for (REdge* const pRE : mesh->getREdgesRef())
+        EXPECT_EQ(gainOf(*mesh, pRE), -DBL_MAX);
+    mesh = makeMesh({{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, -1, 0}}, {{0, 1, 2}, {1, 0, 3}}}, v);
+    EXPECT_EQ(mesh->getEdge(v[0], v[1])->tryFlipEdge(mesh.get(), nullptr, nullptr), nullptr);
+    EXPECT_EQ(mesh->getNumT(), 2u);
+    EXPECT_TRUE(hasBug("pRMesh!=__null", [&] { REdgeEnergy(nullptr, mesh->vRE[0]); }));
+}
+
+TEST_F(Flips, AFlipKeepsTheWindingOfTheFirstTriangle)
+{
+    for (const std::array<int, 3> first : {std::array{0, 1, 2}, std::array{1, 2, 0}, std::array{1, 0, 2}})
+    {
+        const RMeshPtr mesh = makeMesh({{{0, 0, 0}, {1, 0, 0}, {0.5, 1, 0}, {0.5, -1, 0}}, {first, {1, 0, 3}}}, v);
+        REdge* const pOld = mesh->getEdge(v[0], v[1]);
+        REdge* const pNew = pOld->tryFlipEdge(mesh.get(), nullptr, nullptr);
+        EXPECT_EQ(pNew, mesh->getEdge(v[2], v[3]));
+        EXPECT_EQ(pNew->getDegree(), 2);
+        EXPECT_FALSE(pOld->isAlive());
+        const double z = normalOf(*v[size_t(first[0])], *v[size_t(first[1])], *v[size_t(first[2])]).z();
+        for (const RTriangle* const pRT : mesh->vRT)
+            if (pRT->isAlive())
+            {
+                EXPECT_EQ(normalOf(*pRT->pVtx[0], *pRT->pVtx[1], *pRT->pVtx[2]).z(), z);
+            }
+        EXPECT_EQ(pOld->tryFlipEdge(mesh.get(), nullptr, nullptr), nullptr);
+    }
+}
+
+TEST_F(Flips, SameMeshAsAPlainLoopForAnyNumberOfThreads)
+{
+    for (const double roughness : {0.0, 0.3, 0.9})
+    {
+        const std::mt19937 start = random;
+        const MeshPtr plain = makeColoredTorus(roughness);
+        flipPlainly(*plain->getRMesh());
+        for (const int numCPU : {1, 2, 5})
+        {
+            const CpuCount cpus(numCPU);
+            random = start;
+            const MeshPtr mesh = makeColoredTorus(roughness);
+            const auto before = getTriangles(*mesh->getRMesh());
+            edgeFlips(mesh);
+            EXPECT_EQ(getTriangles(*mesh->getRMesh()), getTriangles(*plain->getRMesh())) << numCPU;
+            EXPECT_NE(getTriangles(*mesh->getRMesh()), before);
+        }
+    }
+    EXPECT_EQ(getThreadProgress()->getName(), "EdgeFlips"); // a run under way goes on
+}
+
+TEST_F(Flips, BendingFallsAndTheSurfaceStaysClosed)
+{
+    const Shape torus = makeTorus(24, 15, 0.4, random);
+    const MeshPtr mesh = std::make_shared<Mesh>(makeMesh(torus, v).release());
+    RMesh& m = *mesh->getRMesh();
+    getThreadProgress()->reset();
+    double energy = totalEnergy(m);
+    for (int run = 0; run < 2; ++run)
+    {
+        edgeFlips(mesh);
+        EXPECT_LT(totalEnergy(m), energy);
+        energy = totalEnergy(m);
+    }
+    EXPECT_EQ(getThreadProgress()->getName(), "empty"); // a run of its own was closed
+    EXPECT_EQ(m.getNumT(), torus.triangles.size());
+    std::vector<REdge*> edges;
+    m.getDegN(2, edges);
+    EXPECT_EQ(edges.size(), 3 * torus.triangles.size() / 2);
+    for (const REdge* const pRE : edges)
+        EXPECT_FALSE(pRE->vRT[0]->needFlip(pRE->vRT[1]));
+    for (size_t i = 0; i < v.size(); ++i)
+        EXPECT_EQ(*v[i], torus.points[i]);
+}
+
+TEST_F(Flips, CoincidentAndTurnedTrianglesDoNoHarm)
+{
+    for (int run = 0; run < 40; ++run)
+    {
+        Shape grid = makeGrid(8, 8, 0.3, random);
+        for (int i = 0; i < 12; ++i)
+            grid.points[random() % 64] = grid.points[random() % 64];
+        turnSomeTriangles(grid, random);
+        const MeshPtr mesh = std::make_shared<Mesh>(makeMesh(grid, v).release());
+        outputOf([&] { edgeFlips(mesh); }); // moves of coincident corners, and bugs of theirs, are printed
+        std::map<std::pair<Point3*, Point3*>, int> edges;
+        for (const RTriangle* const pRT : mesh->getRMesh()->vRT)
+            if (pRT->isAlive())
+                for (int i = 0; i < 3; ++i)
+                    ++edges[std::minmax(pRT->pVtx[i], pRT->pVtx[(i + 1) % 3])];
+        for (const auto& [ends, n] : edges)
+            EXPECT_EQ(mesh->getRMesh()->getEdge(ends.first, ends.second)->getDegree(), n);
+    }
+}
+
+TEST_F(Flips, AnnealingRepeatsAfterTheSameSeed)
+{
+    std::vector<std::multiset<std::array<Point3, 3>>> results;
+    const std::mt19937 start = random;
+    for (const int numCPU : {1, 3, 2})
+    {
+        const CpuCount cpus(numCPU);
+        random = start;
+        const MeshPtr mesh = makeColoredTorus(0.5);
+        getThreadProgress()->reset();
+        std::srand(5);
+        edgeFlipsSimA(mesh);
+        results.push_back(getTriangles(*mesh->getRMesh()));
+    }
+    EXPECT_EQ(results[0], results[1]);
+    EXPECT_EQ(results[0], results[2]);
+    random = start;
+    const MeshPtr plain = makeColoredTorus(0.5);
+    edgeFlips(plain);
+    EXPECT_NE(results[0], getTriangles(*plain->getRMesh()));
+
+    std::vector<std::pair<double, REdge*>> candidates(1);
+    EXPECT_TRUE(
+        hasBug("vImpRE.empty()", [&] { plain->getRMesh()->getEdgeFlipCandidates_MT({}, 0.0, 0.0, candidates); }));
+}
