@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <memory>
 #include <utility>
+#include <vector>
 
 namespace zavtool
 {
@@ -23,6 +24,10 @@ struct ReconstructOptions
     double factor = 1.0;
     double spacing = 0.0; // 0: the factor counts
     int holeLimit = 0;
+    int numFlips = 0;
+    bool bAnneal = false;
+    int numSmooth = 0;
+    std::vector<double> contrast; // two fractions, or empty
     int numThreads = 0;
     bool bAscii = false;
     bool bTimings = false;
@@ -96,7 +101,39 @@ private:
     MIRT_ZAV::Vector3 offset; // zero when nothing was moved
 };
 
-MIRT_ZAV::MeshPtr reconstruct(Cloud& cloud, const ReconstructOptions& options)
+using Timings = std::vector<MIRT_ZAV::StageTiming>;
+
+/// Appends the stages of the library's last run.
+void addTimings(Timings& timings)
+{
+    const Timings last = MIRT_ZAV::getStageTimings();
+    timings.insert(timings.end(), last.begin(), last.end());
+}
+
+/// What the user asked for beyond the reconstruction. Smoothing comes after the flips, which would go by normals from
+/// before it.
+void improve(const MIRT_ZAV::MeshPtr& mesh, const ReconstructOptions& options, Timings& timings)
+{
+    for (int i = 0; i < options.numFlips; ++i)
+    {
+        MIRT_ZAV::edgeFlips(mesh);
+        addTimings(timings);
+    }
+    if (options.bAnneal)
+    {
+        MIRT_ZAV::edgeFlipsSimA(mesh);
+        addTimings(timings);
+    }
+    if (options.numSmooth > 0)
+    {
+        MIRT_ZAV::laplacianSmoothing(mesh, options.numSmooth);
+        addTimings(timings);
+    }
+    if (!options.contrast.empty())
+        mesh->contrastSpread(options.contrast[0], options.contrast[1]);
+}
+
+MIRT_ZAV::MeshPtr reconstruct(Cloud& cloud, const ReconstructOptions& options, Timings& timings)
 {
     static ProgressBar bar; // the library keeps a subscriber's address
     if (isTerminal() && !options.bQuiet)
@@ -109,8 +146,11 @@ MIRT_ZAV::MeshPtr reconstruct(Cloud& cloud, const ReconstructOptions& options)
     const MIRT_ZAV::MeshPtr mesh = options.spacing > 0.0
                                        ? MIRT_ZAV::reconstruct_abs(cloud.points, options.spacing, options.holeLimit)
                                        : MIRT_ZAV::reconstruct_auto(cloud.points, options.factor, options.holeLimit);
-    if (mesh)
-        centring.moveBack(*mesh);
+    addTimings(timings);
+    if (!mesh)
+        return mesh;
+    improve(mesh, options, timings);
+    centring.moveBack(*mesh);
     return mesh;
 }
 
@@ -122,11 +162,11 @@ void printTiming(int depth, const std::string& label, double seconds, long peakM
     std::fputc('\n', stderr);
 }
 
-void printTimings(double readSeconds, double writeSeconds)
+void printTimings(double readSeconds, const Timings& timings, double writeSeconds)
 {
     std::fprintf(stderr, "%-24s %11s %12s\n", "stage", "time", "peak memory");
     printTiming(0, "read", readSeconds, 0);
-    for (const MIRT_ZAV::StageTiming& timing : MIRT_ZAV::getStageTimings())
+    for (const MIRT_ZAV::StageTiming& timing : timings)
         printTiming(timing.depth, timing.label, timing.seconds, timing.peakMemoryKB);
     printTiming(0, "write", writeSeconds, 0);
 }
@@ -143,8 +183,11 @@ void runReconstruct(const ReconstructOptions& options)
     if (!options.bQuiet)
         tellNotFinite(cloud);
 
-    const MIRT_ZAV::MeshPtr mesh =
-        callLibrary(options.bQuiet, "try a greater --spacing or --factor", [&] { return reconstruct(cloud, options); });
+    Timings timings;
+    const MIRT_ZAV::MeshPtr mesh = callLibrary(options.bQuiet,
+                                               options.numSmooth > 0 ? "try without --smooth, or a greater --factor"
+                                                                     : "try a greater --spacing or --factor",
+                                               [&] { return reconstruct(cloud, options, timings); });
     if (!mesh || mesh->getNumT() == 0)
         throw Failure("no surface came out of " + options.input + "; try a greater --factor or --spacing");
 
@@ -159,7 +202,7 @@ void runReconstruct(const ReconstructOptions& options)
     const double writeSeconds = writing.getSeconds();
 
     if (options.bTimings)
-        printTimings(readSeconds, writeSeconds);
+        printTimings(readSeconds, timings, writeSeconds);
     if (!options.bQuiet)
     {
         std::vector<MIRT_ZAV::Point3*> vertices;
@@ -195,6 +238,24 @@ Command addReconstruct(CLI::App& app)
             "closes none")
         ->check(CLI::Range(0, 1000000))
         ->capture_default_str();
+    command
+        ->add_option("--flips", options->numFlips,
+                     "Flip edges this many more times; the mesh comes with two rounds of flips")
+        ->check(CLI::Range(0, 1000))
+        ->capture_default_str();
+    command->add_flag("--anneal", options->bAnneal,
+                      "Flip edges at a loss, too, at falling temperature; takes about 30 times as long as one round");
+    command
+        ->add_option("--smooth", options->numSmooth,
+                     "Move every vertex off the borders to the mean of its neighbours, this many times")
+        ->check(CLI::Range(0, 100000))
+        ->capture_default_str();
+    command
+        ->add_option("--contrast", options->contrast,
+                     "Stretch the colours; of all values these parts, 0 to 1, may become black and white: LOW,HIGH")
+        ->delimiter(',')
+        ->expected(2)
+        ->check(CLI::Range(0.0, 1.0));
     command->add_option("--threads", options->numThreads, "Number of threads; 0 for all of the machine")
         ->check(CLI::Range(0, 1024))
         ->capture_default_str();
@@ -205,8 +266,11 @@ Command addReconstruct(CLI::App& app)
     command->footer(R"(The result doesn't depend on the number of threads. Points whose coordinates aren't finite are
 left out. PLY holds coordinates with 32 bits: move a cloud far from the origin nearer before.
 
+--flips, --anneal, --smooth and --contrast work on the finished mesh, in this order.
+
 Examples:
   zav reconstruct scan.ply mesh.ply --factor 1.5
+  zav reconstruct scan.ply mesh.ply --holes 10 --smooth 2 --contrast 0.01,0.01
   zav reconstruct scan.ply mesh.ply --spacing 0.02 --threads 4 --timings)");
     return {command, [options] { runReconstruct(*options); }};
 }

@@ -300,3 +300,19 @@ TEST_F(Tool, reconstructsASurface)
     EXPECT_EQ(read("text.ply").find("format ascii"), 4u);
     EXPECT_EQ(valueOf("triangles", run("info text.ply")), valueOf("triangles", info));
 }
+
+TEST_F(Tool, improvesTheMeshAsAsked)
+{
+    ASSERT_EQ(run("generate torus torus.ply --points 4000 --noise 0.5").exitCode, 0);
+    ASSERT_EQ(run("reconstruct torus.ply plain.ply --ascii").exitCode, 0);
+    const std::string plain = read("plain.ply");
+    for (const char* option : {"--flips 2", "--anneal", "--smooth 2", "--contrast 0.2,0.2"})
+    {
+        for (const char* name : {"once.ply", "again.ply"})
+            ASSERT_EQ(run(std::string("reconstruct torus.ply --ascii --threads 2 ") + option + " " + name).exitCode, 0);
+        EXPECT_NE(read("once.ply"), plain) << option;
+        EXPECT_EQ(read("once.ply"), read("again.ply")) << option;
+    }
+    EXPECT_EQ(run("reconstruct torus.ply no.ply --contrast 0.2").exitCode, 2);
+    EXPECT_EQ(run("reconstruct torus.ply no.ply --contrast 0.2,1.2").exitCode, 2);
+}
