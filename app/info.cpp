@@ -44,15 +44,18 @@ void describeMesh(const std::string& path, size_t numVerticesInFile)
     printNumber("triangles", mesh.numTriangles);
     printNumber("collapsed triangles", mesh.numCollapsed);
     printNumber("not finite triangles", mesh.numNotFinite);
+    printNumber("repeated triangles", mesh.numRepeated);
     printNumber("edges", mesh.numEdges);
     printNumber("  with 1 triangle", mesh.numBorderEdges);
     printNumber("  with 2 triangles", mesh.numRegularEdges);
     printNumber("  with 3 and more", mesh.numMultipleEdges);
+    printNumber("  wound against", mesh.numTurnedEdges);
     printNumber("components", mesh.numComponents);
     std::printf("%-22s %lld\n", "Euler characteristic", mesh.getEuler());
     std::printf("%-22s %.9g\n", "mean edge length", mesh.meanEdgeLength);
-    std::printf("%-22s least %.2f, median %.2f; %.2f %% below 10, %.2f %% below 30\n", "smallest angles",
-                mesh.leastAngle, mesh.medianAngle, 100.0 * mesh.shareBelow10, 100.0 * mesh.shareBelow30);
+    std::printf("%-22s least %.2f, median %.2f; %.2f %% below 5, %.2f %% below 10, %.2f %% below 30\n",
+                "smallest angles", mesh.leastAngle, mesh.medianAngle, 100.0 * mesh.shareBelow5,
+                100.0 * mesh.shareBelow10, 100.0 * mesh.shareBelow30);
     if (!corners.empty())
         printBox(corners);
 }
@@ -67,7 +70,8 @@ Command addInfo(CLI::App& app)
 For a PLY file with faces: vertices, triangles, edges by the number of their triangles, components, the Euler
 characteristic (2 for a sphere, 0 for a torus), the mean edge length, and for each triangle's smallest angle the least,
 the median, and the share of small ones, in degrees. Corners with equal coordinates count as one vertex; triangles
-with two such corners are counted as collapsed and left out of the rest. Faces have to be triangles.)");
+with two such corners are counted as collapsed and left out of the rest. An edge is wound against where its two
+triangles run along it in the same direction. Faces have to be triangles.)");
     return {command, [path]
             {
                 if (getType(*path) == FileType::ply)

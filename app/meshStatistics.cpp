@@ -2,6 +2,7 @@
 #include "meshStatistics.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <numeric>
@@ -91,6 +92,7 @@ struct Edge
 {
     std::uint64_t vertices; // the smaller number in the upper half
     std::uint32_t corner;   // the first of its ends in one of its triangles
+    bool bUpwards;          // that one is the smaller number
 };
 
 void countEdges(const std::vector<Point3>& corners, std::vector<Edge>& edges, MeshStatistics& result)
@@ -103,12 +105,24 @@ void countEdges(const std::vector<Point3>& corners, std::vector<Edge>& edges, Me
             ++end;
         const size_t degree = end - begin;
         ++(degree == 1 ? result.numBorderEdges : degree == 2 ? result.numRegularEdges : result.numMultipleEdges);
+        result.numTurnedEdges += degree == 2 && edges[begin].bUpwards == edges[begin + 1].bUpwards;
         ++result.numEdges;
         const size_t from = edges[begin].corner;
         const size_t to = from % 3 == 2 ? from - 2 : from + 1;
         sumOfLengths += (corners[to] - corners[from]).length();
     }
     result.meanEdgeLength = edges.empty() ? 0.0 : sumOfLengths / static_cast<double>(result.numEdges);
+}
+
+size_t countRepeated(std::vector<std::array<std::uint32_t, 3>>& triangles)
+{
+    for (auto& vertices : triangles)
+        std::sort(vertices.begin(), vertices.end());
+    std::sort(triangles.begin(), triangles.end());
+    size_t numRepeated = 0;
+    for (size_t i = 1; i < triangles.size(); ++i)
+        numRepeated += triangles[i - 1] == triangles[i];
+    return numRepeated;
 }
 
 void describeAngles(std::vector<double>& angles, MeshStatistics& result)
@@ -120,6 +134,7 @@ void describeAngles(std::vector<double>& angles, MeshStatistics& result)
         const auto numBelow = std::count_if(angles.begin(), angles.end(), [&](double a) { return a < limit; });
         return static_cast<double>(numBelow) / static_cast<double>(angles.size());
     };
+    result.shareBelow5 = share(5.0);
     result.shareBelow10 = share(10.0);
     result.shareBelow30 = share(30.0);
     result.leastAngle = *std::min_element(angles.begin(), angles.end());
@@ -150,6 +165,7 @@ MeshStatistics getMeshStatistics(std::vector<Point3>& corners)
     std::vector<bool> isUsed(corners.size());
     std::vector<Edge> edges;
     std::vector<double> angles;
+    std::vector<std::array<std::uint32_t, 3>> triangles;
     edges.reserve(corners.size());
     angles.reserve(corners.size() / 3);
     for (size_t i = 0; i + 2 < corners.size(); i += 3)
@@ -161,6 +177,7 @@ MeshStatistics getMeshStatistics(std::vector<Point3>& corners)
             continue;
         }
         ++result.numTriangles;
+        triangles.push_back({v[0], v[1], v[2]});
         angles.push_back(getSmallestAngle(corners[i], corners[i + 1], corners[i + 2]));
         for (size_t k = 0; k < 3; ++k)
         {
@@ -169,7 +186,7 @@ MeshStatistics getMeshStatistics(std::vector<Point3>& corners)
             isUsed[from] = true;
             components.join(from, to);
             edges.push_back({static_cast<std::uint64_t>(std::min(from, to)) << 32 | std::max(from, to),
-                             static_cast<std::uint32_t>(i + k)});
+                             static_cast<std::uint32_t>(i + k), from < to});
         }
     }
     for (std::uint32_t vertex = 0; vertex < isUsed.size(); ++vertex)
@@ -180,6 +197,7 @@ MeshStatistics getMeshStatistics(std::vector<Point3>& corners)
         }
     countEdges(corners, edges, result);
     describeAngles(angles, result);
+    result.numRepeated = countRepeated(triangles);
     return result;
 }
 

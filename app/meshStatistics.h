@@ -30,12 +30,15 @@ struct MeshStatistics
     size_t numBorderEdges = 0;   // with one triangle
     size_t numRegularEdges = 0;  // with two
     size_t numMultipleEdges = 0; // with three and more
+    size_t numTurnedEdges = 0;   // with two that are wound against each other
+    size_t numRepeated = 0;      // triangles with the three vertices of another one
     size_t numComponents = 0;    // parts that share no vertex
     double meanEdgeLength = 0.0;
     // Of the smallest angle of each triangle, in degrees.
     double leastAngle = 0.0;
     double medianAngle = 0.0;
-    double shareBelow10 = 0.0; // 0 to 1
+    double shareBelow5 = 0.0; // 0 to 1
+    double shareBelow10 = 0.0;
     double shareBelow30 = 0.0;
 
     /// Vertices - edges + triangles; 2 for a closed surface like a sphere, 0 for one like a torus.

@@ -201,26 +201,28 @@ TEST_F(Tool, spacingIsOneNumberInAllItsDigits)
 
 TEST_F(Tool, infoCountsAMeshByHand)
 {
-    // A tetrahedron, a fin on one of its edges, a triangle of its own and a collapsed one. The triangle of its own has
-    // the sides 3, 4 and 5; its vertices stand in the file twice.
+    // A tetrahedron, a fin on one of its edges, a collapsed triangle, and one of its own that comes twice with the same
+    // winding. That one has the sides 3, 4 and 5; its vertices stand in the file twice.
     write("mesh.ply", "ply\nformat ascii 1.0\nelement vertex 11\nproperty double x\nproperty double y\n"
-                      "property double z\nelement face 7\nproperty list uchar int vertex_indices\nend_header\n"
+                      "property double z\nelement face 8\nproperty list uchar int vertex_indices\nend_header\n"
                       "0 0 0\n1 0 0\n0 1 0\n0 0 1\n0.5 -1 0\n10 0 0\n13 0 0\n10 4 0\n10 0 0\n13 0 0\n10 4 0\n"
-                      "3 0 2 1\n3 0 1 3\n3 1 2 3\n3 2 0 3\n3 0 1 4\n3 5 6 10\n3 5 8 6\n");
+                      "3 0 2 1\n3 0 1 3\n3 1 2 3\n3 2 0 3\n3 0 1 4\n3 5 6 10\n3 5 8 6\n3 8 6 10\n");
     const Outcome info = run("info mesh.ply");
     ASSERT_EQ(info.exitCode, 0) << info.err;
     const std::pair<const char*, const char*> expected[] = {
         {"vertices in the file", "11"},
         {"vertices", "8"},
-        {"triangles", "6"},
+        {"triangles", "7"},
         {"collapsed triangles", "1"},
         {"edges", "11"},
-        {"  with 1 triangle", "5"},
-        {"  with 2 triangles", "5"},
+        {"  with 1 triangle", "2"},
+        {"  with 2 triangles", "8"},
         {"  with 3 and more", "1"},
+        {"  wound against", "3"},
+        {"repeated triangles", "1"},
         {"components", "2"},
-        {"Euler characteristic", "3"},
-        {"smallest angles", "least 36.87, median 45.00; 0.00 % below 10, 0.00 % below 30"},
+        {"Euler characteristic", "4"},
+        {"smallest angles", "least 36.87, median 45.00; 0.00 % below 5, 0.00 % below 10, 0.00 % below 30"},
         {"smallest coordinates", "0 -1 0"},
         {"largest coordinates", "13 4 1"}};
     for (const auto& [label, value] : expected)
