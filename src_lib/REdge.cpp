@@ -107,15 +107,22 @@ REdge* REdge::tryFlipEdge(RMesh* pMesh, RTriangle* pT0, RTriangle* pT1)
 
     Point3* const pNext = pT0->getCorner((i + 1) % 3);
     ZAV_ASSERT(has(pNext), "false");
+    // The rim edges, by the end of this one that they share and the corner at their other end.
+    REdge* const pRE00 = pT0->getRE(pT0->getICI(pVtx1));
+    REdge* const pRE10 = pT0->getRE(pT0->getICI(pVtx0));
+    REdge* const pRE01 = pT1->getRE(pT1->getICI(pVtx1));
+    REdge* const pRE11 = pT1->getRE(pT1->getICI(pVtx0));
     pT0->kill(pMesh);
     pT1->kill(pMesh);
-    const bool bFirstEndNext = pNext == pVtx0;
-    const RTriangle* const pNew = bFirstEndNext ? pMesh->createT(c0, pVtx0, c1) : pMesh->createT(c1, pVtx0, c0);
-    if (bFirstEndNext)
-        pMesh->createT(c1, pVtx1, c0);
-    else
-        pMesh->createT(c0, pVtx1, c1);
-    return pNew->getRE(1);
+    if (pNext == pVtx0)
+    {
+        REdge* const pNew = pMesh->createT(c0, pVtx0, c1, pRE00, pRE01)->getRE(1);
+        pMesh->createT(c1, pVtx1, c0, pRE11, pRE10, pNew);
+        return pNew;
+    }
+    REdge* const pNew = pMesh->createT(c1, pVtx0, c0, pRE01, pRE00)->getRE(1);
+    pMesh->createT(c0, pVtx1, c1, pRE10, pRE11, pNew);
+    return pNew;
 }
 
 void REdge::checkOut(RTriangle* pRT)

@@ -136,45 +136,60 @@ REdgeEnergy::REdgeEnergy(RMesh* pRMeshArg, REdge* pREArg) : pRMesh(pRMeshArg), p
     ZAV_ASSERT(pRMesh != nullptr, "pRMesh!=__null");
 }
 
-bool REdgeEnergy::isChangingMesh() const
+void REdgeEnergy::compute()
 {
-    RTriangle *t0, *t1;
-    if (!pRE->getTwoTriangles(t0, t1, true))
-        return false;
-    const Quad quad(pRE, t0, t1);
-    return t0->needFlip(t1) || *quad.pOppCorner0 == *quad.pOppCorner1;
+    computeAs(true);
 }
 
-void REdgeEnergy::compute()
+bool REdgeEnergy::computeUnchanged()
+{
+    return computeAs(false);
+}
+
+bool REdgeEnergy::computeAs(bool bMayChange)
 {
     result = impossible;
     RTriangle *t0, *t1;
     if (!pRE->getTwoTriangles(t0, t1, true))
-        return;
+        return true;
     if (t0->needFlip(t1))
+    {
+        if (!bMayChange)
+            return false;
         t1->flipNNV();
+    }
     Quad quad(pRE, t0, t1);
     if (pRMesh->hasAliveEdge(quad.pOppCorner0, quad.pOppCorner1))
-        return;
+        return true;
     ZAV_ASSERT(quad.pOppCorner0 != quad.pOppCorner1, "pOppCorner0!=pOppCorner1");
     if (*quad.pOppCorner0 == *quad.pOppCorner1)
+    {
+        if (!bMayChange)
+            return false;
         separateCorners(quad);
+    }
+    result = getGain(quad);
+    return true;
+}
 
+/// The gain of a flip whose new edge isn't there yet, or impossible.
+double REdgeEnergy::getGain(Quad& quad) const
+{
     double penalty = 0.0;
     if (!getAnglePenalty(quad, penalty) || !quad.getAltNormals())
-        return;
+        return impossible;
     const double altDih = getBending(quad.altVec0, quad.altVec1);
     if (!quad.getNormals())
-        return;
+        return impossible;
     const double curDih = getBending(quad.vec0, quad.vec1);
     if (altDih > sharpestFold && altDih > curDih)
-        return;
+        return impossible;
 
-    double gain = getGain(quad, curDih, altDih) - penalty;
+    double gain = getEnergyDrop(quad, curDih, altDih) - penalty;
     gain += getColorBonus(quad.a, quad.b, quad.pOppCorner0, quad.pOppCorner1);
     if (gain < 0.1)
         gain -= 10.0 * penalty;
-    result = gain;
+    return gain;
 }
 
 /// Moves the opposite corners, which coincide, towards their neighbours or, where that doesn't help, the first one off
@@ -226,7 +241,7 @@ bool REdgeEnergy::getAnglePenalty(const Quad& quad, double& penalty) const
 }
 
 /// The energy of the five edges before the flip minus the one after it.
-double REdgeEnergy::getGain(const Quad& q, double curDih, double altDih) const
+double REdgeEnergy::getEnergyDrop(const Quad& q, double curDih, double altDih) const
 {
     const auto after = [](int i) { return (i + 1) % 3; };
     const auto before = [](int i) { return (i + 2) % 3; };

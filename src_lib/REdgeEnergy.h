@@ -26,8 +26,9 @@ public:
     /// Fills the result. Flips the second triangle where the two disagree in winding, and moves opposite corners that
     /// coincide apart; the latter can end in ZavBugException where other vertices coincide, too.
     void compute();
-    /// Whether compute() would change the mesh. Where not, and with all normals cached, threads may compute at once.
-    bool isChangingMesh() const;
+    /// The same, but only if that leaves the mesh as it is; false otherwise. With all normals cached, threads may call
+    /// it at once.
+    bool computeUnchanged();
 
     /// Cosine of the largest angle of a triangle; -DBL_MAX when a side has no direction.
     double getMinCosPhi(const Point3* p0, const Point3* p1, const Point3* p2) const;
@@ -36,9 +37,11 @@ private:
     struct Quad;
     struct RimTerm;
 
+    bool computeAs(bool bMayChange);
     void separateCorners(Quad& quad);
     bool getAnglePenalty(const Quad& quad, double& penalty) const;
-    double getGain(const Quad& quad, double curDih, double altDih) const;
+    double getGain(Quad& quad) const;
+    double getEnergyDrop(const Quad& quad, double curDih, double altDih) const;
 };
 
 } // namespace MIRT_ZAV

@@ -148,7 +148,7 @@ Point3* RMesh::createVertex(const Point3& p)
     return pVtx;
 }
 
-RTriangle* RMesh::createT(Point3* p0, Point3* p1, Point3* p2)
+RTriangle* RMesh::createT(Point3* p0, Point3* p1, Point3* p2, REdge* pRE01, REdge* pRE12, REdge* pRE02)
 {
     RTriangle* const pRT = new (poolRT.take()) RTriangle(p0, p1, p2);
     mmVtxT.insert(p0, pRT);
@@ -162,23 +162,29 @@ RTriangle* RMesh::createT(Point3* p0, Point3* p1, Point3* p2)
     ZAV_ASSERT(pair2.first < pair2.second, "pair2.first<pair2.second");
     ZAV_ASSERT(pair0.first < pair0.second, "pair0.first<pair0.second");
     ZAV_ASSERT(pair1.first < pair1.second, "pair1.first<pair1.second");
-    pRT->pRE01 = attachToEdge(pair2, pRT);
-    pRT->pRE12 = attachToEdge(pair0, pRT);
-    pRT->pRE02 = attachToEdge(pair1, pRT);
+    pRT->pRE01 = attachToEdge(pRE01, pair2, pRT);
+    pRT->pRE12 = attachToEdge(pRE12, pair0, pRT);
+    pRT->pRE02 = attachToEdge(pRE02, pair1, pRT);
     return pRT;
 }
 
-/// Adds the triangle to the edge with this key, which is created unless it is there, dead or alive.
-REdge* RMesh::attachToEdge(const VertexPair& key, RTriangle* pRT)
+/// Adds the triangle to the edge with this key, which is looked for unless it is known, and created unless it is there,
+/// dead or alive.
+REdge* RMesh::attachToEdge(REdge* pKnownRE, const VertexPair& key, RTriangle* pRT)
 {
-    const auto [ppRE, bNew] = mRE.insertOrFind(key, nullptr);
-    if (bNew)
+    REdge* pRE = pKnownRE;
+    if (pRE == nullptr)
     {
-        *ppRE = new (poolRE.take()) REdge(key.first, key.second);
-        vRE.push_back(*ppRE);
+        const auto [ppRE, bNew] = mRE.insertOrFind(key, nullptr);
+        if (bNew)
+        {
+            *ppRE = new (poolRE.take()) REdge(key.first, key.second);
+            vRE.push_back(*ppRE);
+        }
+        pRE = *ppRE;
     }
-    (*ppRE)->checkIn(pRT);
-    return *ppRE;
+    pRE->checkIn(pRT);
+    return pRE;
 }
 
 size_t RMesh::getNumT() const

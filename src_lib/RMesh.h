@@ -88,7 +88,9 @@ public:
     Point3* createVertex(const Point3& p);
     /// A new triangle; the order of the arguments is its winding. Equal vertices are a bug. Nothing checks orientation
     /// or manifoldness: an edge may collect any number of triangles.
-    RTriangle* createT(Point3* p0, Point3* p1, Point3* p2);
+    /// An edge that the caller knows isn't looked for.
+    RTriangle* createT(Point3* p0, Point3* p1, Point3* p2, REdge* pRE01 = nullptr, REdge* pRE12 = nullptr,
+                       REdge* pRE02 = nullptr);
 
     /// Number of alive triangles; counts them.
     size_t getNumT() const;
@@ -178,10 +180,12 @@ public:
     void exchangeCorner(Point3* pSrc, Point3* pTrg);
 
 private:
+    std::uint32_t numFlips = 0; // counts changes by flips, see RTriangle::changedAt
+
     static VertexPair makeKey(Point3* a, Point3* b) { return a < b ? VertexPair(a, b) : VertexPair(b, a); }
     void reserve(size_t numVertices, size_t numTriangles);
     void createVerticesOf(CMesh* pCMesh, std::vector<std::pair<CCD, Point3*>>& vCCDVertex);
-    REdge* attachToEdge(const VertexPair& key, RTriangle* pRT);
+    REdge* attachToEdge(REdge* pKnownRE, const VertexPair& key, RTriangle* pRT);
     void killTrianglesOn(const REdge* pKillEdge);
     void getEdgesToMove(const std::vector<RTriangle*>& vT, Point3* pSrc, Point3* pTrg, std::vector<REdge*>& out) const;
     void moveEdge(REdge* pRE, Point3* pSrc, Point3* pTrg);
@@ -191,7 +195,6 @@ private:
     void fillNormals();
     void getEdgeFlipCandidates_MT_priv(const std::vector<REdge*>& vInRE, size_t from, size_t to,
                                        std::vector<std::pair<double, REdge*>>& vImpRE, std::vector<size_t>& vPostponed);
-    void storeFlipGain(REdge* pRE, std::pair<double, REdge*>& slot);
     static void keepCandidates(double minImprovement, double temperature,
                                std::vector<std::pair<double, REdge*>>& vImpRE);
 };

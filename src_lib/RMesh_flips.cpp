@@ -38,6 +38,23 @@ double computeGain(RMesh* pRMesh, REdge* pRE)
     }
 }
 
+/// The same, but only if that leaves the mesh as it is; false otherwise.
+bool computeGainUnchanged(RMesh* pRMesh, REdge* pRE, double& gain)
+{
+    try
+    {
+        REdgeEnergy energy(pRMesh, pRE);
+        const bool bComputed = energy.computeUnchanged();
+        gain = energy.result;
+        return bComputed;
+    }
+    catch (const std::exception&)
+    {
+        gain = impossible;
+        return true;
+    }
+}
+
 std::string getCandidateStage(double temperature)
 {
     return temperature > 0.0 ? "RM_gEfCandMT_" + toString(temperature) : std::string("RM_gEfCandMT");
@@ -90,7 +107,8 @@ void RMesh::getEdgeFlipCandidates_MT(const std::vector<REdge*>& vInRE, double mi
     runTasks(vChunks, [progress] { progress->incProgressByOne(); });
     for (const Chunk& chunk : vChunks)
         for (const size_t i : chunk.vPostponed)
-            storeFlipGain(vInRE[i], vImpRE[i]);
+            if (const double gain = computeGain(this, vInRE[i]); gain != impossible)
+                vImpRE[i] = {gain, vInRE[i]};
     keepCandidates(minImprovement, temperature, vImpRE);
     sortByGain(vImpRE);
     if (temperature > 0.0)
@@ -119,16 +137,10 @@ void RMesh::getEdgeFlipCandidates_MT_priv(const std::vector<REdge*>& vInRE, size
     ZAV_ASSERT(to <= vImpRE.size(), "to<=vImpRE.size()");
     ZAV_ASSERT(to <= vInRE.size(), "to<=vInRE.size()");
     for (size_t i = from; i < to; ++i)
-        if (REdgeEnergy(this, vInRE[i]).isChangingMesh())
+        if (double gain; !computeGainUnchanged(this, vInRE[i], gain))
             vPostponed.push_back(i);
-        else
-            storeFlipGain(vInRE[i], vImpRE[i]);
-}
-
-void RMesh::storeFlipGain(REdge* pRE, GainEdge& slot)
-{
-    if (const double gain = computeGain(this, pRE); gain != impossible)
-        slot = {gain, pRE};
+        else if (gain != impossible)
+            vImpRE[i] = {gain, vInRE[i]};
 }
 
 /// Removes the empty slots and the edges whose gain is too low. The random numbers are drawn in the order of the edges,
@@ -147,33 +159,97 @@ void RMesh::keepCandidates(double minImprovement, double temperature, std::vecto
     vImpRE.erase(std::remove_if(vImpRE.begin(), vImpRE.end(), isDropped), vImpRE.end());
 }
 
+namespace
+{
+/// An edge in the queue of flips.
+struct FlipCandidate
+{
+    REdge* pRE;
+    std::uint32_t evaluatedAt; ///< in flips of the mesh
+};
+
+/// Notes that a triangle changed, for itself and for those that share an edge with it: the gain of an edge depends on
+/// its two triangles and on the triangles next to them.
+void noteChange(const RTriangle* pRT, std::uint32_t now)
+{
+    for (int i = 0; i < 3; ++i)
+        for (RTriangle* const pNear : pRT->getRE(i)->vRT)
+            pNear->changedAt = now;
+}
+
+/// Whether computing the gain again would give the same bits. An edge between the opposite corners that has come since
+/// isn't looked for: the flip fails by it, with the same end.
+bool isUpToDate(const FlipCandidate& candidate)
+{
+    RTriangle *t0, *t1;
+    return candidate.pRE->getTwoTriangles(t0, t1, true) &&
+           std::max(t0->changedAt, t1->changedAt) <= candidate.evaluatedAt;
+}
+/// Starts to load what the flips of later candidates need, each step for those whose last one is done by now.
+template <class Queue>
+void fetchAhead(const Queue& queue)
+{
+    if (const FlipCandidate* const pLater = queue.lookAhead(24))
+        __builtin_prefetch(pLater->pRE);
+    if (const FlipCandidate* const pLater = queue.lookAhead(16))
+        for (const RTriangle* const pRT : pLater->pRE->vRT)
+        {
+            __builtin_prefetch(pRT);
+            __builtin_prefetch(reinterpret_cast<const char*>(pRT + 1) - 1);
+        }
+    if (const FlipCandidate* const pLater = queue.lookAhead(8))
+        for (const RTriangle* const pRT : pLater->pRE->vRT)
+            for (int i = 0; i < 3; ++i)
+            {
+                __builtin_prefetch(pRT->getRE(i));
+                __builtin_prefetch(pRT->pVtx[i]);
+            }
+}
+} // namespace
+
 void RMesh::flipEdges()
 {
     const std::vector<REdge*> vEdges = vRE; // flips add edges, which aren't considered
     std::vector<GainEdge> vCand;
     getEdgeFlipCandidates_MT(vEdges, leastGain, 0.0, vCand);
-    MIRT_TOOLS::StableQueue<double, REdge*, std::greater<double>> queue;
-    queue.pushAll(vCand);
+    MIRT_TOOLS::StableQueue<double, FlipCandidate, std::greater<double>> queue;
+    queue.pushAll(vCand, [this](REdge* pRE) { return FlipCandidate{pRE, numFlips}; });
 
+    std::uint32_t allChangedAt = numFlips;
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("efLoop", 3 * vEdges.size());
     while (!queue.empty())
     {
-        const auto [savedImprovement, pRE] = queue.front();
+        const auto [savedImprovement, candidate] = queue.front();
+        REdge* const pRE = candidate.pRE;
         queue.pop();
+        fetchAhead(queue);
         ZAV_ASSERT(savedImprovement > impossible, "savedImprovement>-DBL_MAX");
         ZAV_ASSERT(pRE != nullptr, "pRE!=__null");
         // Flips nearby may have changed the gain since; an entry that fell sinks in the queue in place of being
         // flipped.
-        const double freshImprovement = computeGain(this, pRE);
+        double freshImprovement = savedImprovement;
+        if (candidate.evaluatedAt < allChangedAt || !isUpToDate(candidate))
+        {
+            if (!computeGainUnchanged(this, pRE, freshImprovement))
+            {
+                freshImprovement = computeGain(this, pRE);
+                allChangedAt = ++numFlips;
+            }
+        }
         if (freshImprovement >= savedImprovement)
         {
             progress->incProgressByOne();
             ZAV_ASSERT(freshImprovement >= 0, "freshImprovement>=0");
             ZAV_ASSERT(pRE->getDegree() == 2, "pRE->getDegree()==2");
-            pRE->tryFlipEdge(this, nullptr, nullptr);
+            if (const REdge* const pNew = pRE->tryFlipEdge(this, nullptr, nullptr))
+            {
+                ++numFlips;
+                for (const RTriangle* const pRT : pNew->vRT)
+                    noteChange(pRT, numFlips);
+            }
         }
         else if (freshImprovement > leastGain)
-            queue.push(freshImprovement, pRE);
+            queue.push(freshImprovement, {pRE, numFlips});
     }
     killDegenerate();
     progress->setDone(true);

@@ -4,6 +4,8 @@
 #include "Point3.h"
 #include "Vector3.h"
 
+#include <cstdint>
+
 namespace MIRT_ZAV
 {
 
@@ -24,6 +26,8 @@ public:
     RPatch* pPatch = nullptr; ///< patch of the last orientation of the mesh, or null
     bool bVisited = false;    ///< scratch mark of traversals
     bool bAlive = true;       ///< goes to false once and never back
+    /// When, in flips of the mesh, the triangle or one that shares an edge with it last changed.
+    std::uint32_t changedAt = 0;
 
     RTriangle(Point3* p0, Point3* p1, Point3* p2) : pVtx{p0, p1, p2} {}
 

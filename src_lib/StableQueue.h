@@ -26,14 +26,15 @@ public:
 
     void push(const Key& key, const Value& value) { heap.push({key, ++numArrived, value}); }
 
-    /// As if all items were pushed in their order. They should come before single entries.
-    void pushAll(const std::vector<Item>& items)
+    /// As if makeValue(second) were pushed under first for all items in their order. Should come before single entries.
+    template <class T, class F>
+    void pushAll(const std::vector<std::pair<Key, T>>& items, const F& makeValue)
     {
         std::vector<Entry> vNew(vList.begin() + static_cast<std::ptrdiff_t>(iList), vList.end());
         const auto numOld = static_cast<std::ptrdiff_t>(vNew.size());
         vNew.reserve(vNew.size() + items.size());
-        for (const auto& [key, value] : items)
-            vNew.push_back({key, ++numArrived, value});
+        for (const auto& [key, item] : items)
+            vNew.push_back({key, ++numArrived, makeValue(item)});
         const auto isBefore = [](const Entry& x, const Entry& y) { return comesBefore(x, y); };
         MIRT_ZAV::sortMT(vNew.begin() + numOld, vNew.end(), isBefore);
         std::inplace_merge(vNew.begin(), vNew.begin() + numOld, vNew.end(), isBefore);
@@ -47,6 +48,9 @@ public:
         const Entry& entry = isListNext() ? vList[iList] : heap.top();
         return {entry.key, entry.value};
     }
+
+    /// The value some way ahead among those that came at once, or null; to fetch memory in time.
+    const Value* lookAhead(size_t n) const { return n < vList.size() - iList ? &vList[iList + n].value : nullptr; }
 
     void pop()
     {

@@ -8,12 +8,6 @@
 namespace MIRT_ZAV
 {
 
-Vector3 normalize(const Vector3& v)
-{
-    const double len = v.length();
-    return len > 0.0 ? v / len : Vector3();
-}
-
 Vector3 getNormalVector(const Point3& a, const Point3& b, const Point3& c, bool& ok)
 {
     const Vector3 u = b - a;

@@ -9,7 +9,11 @@ namespace MIRT_ZAV
 {
 
 /// v divided by its length; the zero vector when the length is not above 0.
-Vector3 normalize(const Vector3& v);
+inline Vector3 normalize(const Vector3& v)
+{
+    const double len = v.length();
+    return len > 0.0 ? v / len : Vector3();
+}
 
 /// Unit normal of the triangle a, b, c by the right hand rule. The edges are normalised before the cross product, which
 /// keeps needles of very unequal edges away from underflow. ok is false, and the result zero, when there is none.
