@@ -26,8 +26,13 @@ public:
     VCD v0;                                 // the ends, v0 < v1
     VCD v1;
     EdgeDir edgeDir = ED_NONE; // set by no stage of the pipeline
+    CEdge* nextOfLower;        // in the mesh's list of the edges that have v0 as lower end
+    CEdge* nextOfUpper;        // in that of the edges that have v1 as upper end
 
-    CEdge(VCD lower, VCD upper) : v0(lower), v1(upper) {}
+    CEdge(VCD lower, VCD upper, CEdge* nextOfLowerArg, CEdge* nextOfUpperArg)
+        : v0(lower), v1(upper), nextOfLower(nextOfLowerArg), nextOfUpper(nextOfUpperArg)
+    {
+    }
 
     /// A kill takes the triangle off its edges before it is marked dead: those that are listed are alive.
     int getDegree() const { return static_cast<int>(vT.size()); }

@@ -2,6 +2,7 @@
 
 #include "freeFunctions.h"
 #include "tools.h"
+#include "vectorHelpers.h"
 
 #include <algorithm>
 #include <new>
@@ -10,12 +11,7 @@ namespace MIRT_ZAV
 {
 namespace
 {
-std::pair<VCD, VCD> keyOf(VCD a, VCD b)
-{
-    return a < b ? std::make_pair(a, b) : std::make_pair(b, a);
-}
-
-/// A triangle with its sorted corners beside it. The pool's addresses rise, so that among equal corners the order is
+/// The sorted corners of a triangle but the lowest. The pool's addresses rise, so that among equal corners the order is
 /// that of creation.
 struct Func_sortT
 {
@@ -25,17 +21,24 @@ struct Func_sortT
 
     auto operator<=>(const Func_sortT&) const = default;
 };
+
+std::vector<CCD> getKeys(const std::map<CCD, Bundle*>& bundles)
+{
+    std::vector<CCD> keys;
+    keys.reserve(bundles.size());
+    for (const auto& [c, bundle] : bundles)
+        keys.push_back(c);
+    return keys;
+}
 } // namespace
 
 CMesh::CMesh(Voro* pVoroArg, Calc* pCalcArg, std::map<CCD, Bundle*>* pMap, const std::vector<CCD>& vFill)
-    : pVoro(pVoroArg), pCalc(pCalcArg), pMapCCDBundle(pMap), vZeroCCD(vFill)
+    : pVoro(pVoroArg), pCalc(pCalcArg), pMapCCDBundle(pMap), vZeroCCD(vFill), vertices(getKeys(*pMap))
 {
     poolT.init(1000, -1, 1250000);
     poolCE.init(1000, -1, 2083333);
     poolPatch.init(100, -1, 595238);
-    bundleIndex.reserve(pMap->size());
-    for (auto& [c, bundle] : *pMap)
-        bundleIndex.insert(c, &bundle);
+    enterPoints();
 }
 
 CMesh::~CMesh()
@@ -50,9 +53,7 @@ CTriangle* CMesh::createT(VCD a, VCD b, VCD c, VCD vcd, int config)
     ZAV_ASSERT(a != b && b != c && a != c, "v0!=v1 && v1!=v2 && v0!=v2");
     CTriangle* const t =
         new (poolT.take()) CTriangle{nullptr, nullptr, nullptr, nullptr, a, b, c, vcd, config, false, true};
-    mmVtxT.insert(a, t);
-    mmVtxT.insert(b, t);
-    mmVtxT.insert(c, t);
+    ++numAliveT;
     vT.push_back(t);
     t->pCE01 = attachEdge(a, b, t);
     t->pCE12 = attachEdge(b, c, t);
@@ -62,21 +63,20 @@ CTriangle* CMesh::createT(VCD a, VCD b, VCD c, VCD vcd, int config)
 
 CEdge* CMesh::attachEdge(VCD a, VCD b, CTriangle* t)
 {
-    const auto key = keyOf(a, b);
-    const auto [ppEdge, bNew] = mEdges.insertOrFind(key, nullptr);
-    if (bNew)
+    CEdge* e = getEdge(a, b);
+    if (e == nullptr)
     {
-        *ppEdge = new (poolCE.take()) CEdge(key.first, key.second);
-        vCE.push_back(*ppEdge);
+        const auto [lower, upper] = std::minmax(a, b);
+        CEdge*& firstUpward = vertices.findOrAdd(lower).firstUpward;
+        e = new (poolCE.take()) CEdge(lower, upper, firstUpward, nullptr);
+        firstUpward = e;
+        CEdge*& firstDownward = vertices.findOrAdd(upper).firstDownward;
+        e->nextOfUpper = firstDownward;
+        firstDownward = e;
+        vCE.push_back(e);
     }
-    (*ppEdge)->vT.push_back(t);
-    return *ppEdge;
-}
-
-void CMesh::unregisterTriangle(CTriangle* t)
-{
-    const int numDelete = mmVtxT.erase(t->c0, t) + mmVtxT.erase(t->c1, t) + mmVtxT.erase(t->c2, t);
-    ZAV_ASSERT(numDelete == 3, "numDelete==3");
+    e->vT.push_back(t);
+    return e;
 }
 
 int CMesh::killDups()
@@ -113,51 +113,75 @@ int CMesh::killDups()
 void CMesh::reset()
 {
     destroyPatches();
-    mEdges.clear();
     vT.clear();
     for (CEdge* const e : vCE)
         e->~CEdge();
     vCE.clear();
-    mmVtxT.clear();
+    vertices.dropEdges();
+    numAliveT = 0;
     poolT.backToFirstContainer();
     poolCE.backToFirstContainer();
 }
 
-void CMesh::reserve(size_t numT)
+void CMesh::expectVertices(const std::vector<CCD>& sortedCells)
 {
-    vT.reserve(numT);
-    vCE.reserve(numT + numT / 2);
-    mEdges.reserve(numT + numT / 2);
+    ZAV_ASSERT(vT.empty(), "vT.empty()");
+    vertices = CVertexTable(sortedCells);
+    enterPoints();
+    // More than a shell of cells has: what isn't touched costs address space alone.
+    vT.reserve(3 * sortedCells.size());
+    vCE.reserve(4 * sortedCells.size());
+}
+
+/// Tells the vertices where they lie.
+void CMesh::enterPoints()
+{
+    for (const auto& [c, bundle] : *pMapCCDBundle)
+        if (CVertex* const vertex = vertices.find(c))
+            vertex->pVtx = bundle->pVtx;
 }
 
 CEdge* CMesh::getEdge(VCD a, VCD b) const
 {
-    CEdge* const* const found = mEdges.find(keyOf(a, b));
-    return found == nullptr ? nullptr : *found;
+    const auto [lower, upper] = std::minmax(a, b);
+    const CVertex* const vertex = vertices.find(lower);
+    CEdge* e = vertex == nullptr ? nullptr : vertex->firstUpward;
+    while (e != nullptr && e->v1 != upper)
+        e = e->nextOfLower;
+    return e;
+}
+
+/// Calls f for the edges at v, dead ones included.
+template <class F>
+void CMesh::forEachEdgeAt(VCD v, const F& f) const
+{
+    const CVertex* const vertex = vertices.find(v);
+    if (vertex == nullptr)
+        return;
+    for (CEdge* e = vertex->firstUpward; e != nullptr; e = e->nextOfLower)
+        f(e);
+    for (CEdge* e = vertex->firstDownward; e != nullptr; e = e->nextOfUpper)
+        f(e);
 }
 
 void CMesh::getIncidentT(VCD v, std::vector<CTriangle*>& out) const
 {
-    mmVtxT.forEach(v,
-                   [&out](CTriangle* t)
-                   {
-                       if (t->isAlive())
-                           out.push_back(t);
-                   });
+    std::vector<CTriangle*> triangles; // each of them over two edges
+    forEachEdgeAt(v, [&triangles](const CEdge* e) { e->getAliveTriangles(triangles); });
+    oneInstance(triangles);
+    out.insert(out.end(), triangles.begin(), triangles.end());
 }
 
 void CMesh::getIncidentCE(VCD v, std::vector<CEdge*>& out) const
 {
-    std::vector<CEdge*> edges;
-    mmVtxT.forEach(v,
-                   [&edges, v](const CTriangle* t)
-                   {
-                       for (int i = 0; i < 3; ++i)
-                           if (t->getCorner(i) != v)
-                               edges.push_back(t->getCEdge(i));
-                   });
-    oneInstance(edges);
-    out.insert(out.end(), edges.begin(), edges.end());
+    const auto numBefore = static_cast<std::ptrdiff_t>(out.size());
+    forEachEdgeAt(v,
+                  [&out](CEdge* e)
+                  {
+                      if (e->getDegree() > 0)
+                          out.push_back(e);
+                  });
+    std::sort(out.begin() + numBefore, out.end());
 }
 
 void CMesh::getAliveTriangles(std::vector<CTriangle*>& out) const
@@ -168,33 +192,34 @@ void CMesh::getAliveTriangles(std::vector<CTriangle*>& out) const
 
 void CMesh::getCEdges(std::vector<CEdge*>& out) const
 {
-    out.reserve(out.size() + mEdges.size());
-    for (const auto& [key, e] : mEdges)
-        out.push_back(e);
+    getCEdgesIf([](const CEdge*) { return true; }, out);
 }
 
 void CMesh::getDegN(int n, std::vector<CEdge*>& out) const
 {
-    for (const auto& [key, e] : mEdges)
+    if (n <= 0 && n != -1 && n != -5 && n != -99)
     {
-        const int degree = e->getDegree();
-        bool bWanted = false;
-        if (n > 0)
-            bWanted = degree == n;
-        else if (n == -1)
-            bWanted = degree >= 3;
-        else if (n == -5)
-            bWanted = degree == 1 || degree >= 3;
-        else if (n == -99)
-            bWanted = degree > 0;
-        else
-        {
+        if (!vCE.empty())
             warning(ZAV_LOCATION, "deg=" + toString(n));
-            return;
-        }
-        if (bWanted)
-            out.push_back(e);
+        return;
     }
+    getCEdgesIf(
+        [n](const CEdge* e)
+        {
+            const int degree = e->getDegree();
+            switch (n)
+            {
+            case -1:
+                return degree >= 3;
+            case -5:
+                return degree == 1 || degree >= 3;
+            case -99:
+                return degree > 0;
+            default:
+                return degree == n;
+            }
+        },
+        out);
 }
 
 double CMesh::getArea() const
@@ -208,11 +233,19 @@ double CMesh::getArea() const
 
 Point3* CMesh::getVtx(VCD v) const
 {
-    if (Bundle* const* const* const found = bundleIndex.find(v))
-        return (**found)->pVtx;
-    const auto q_it = pMapCCDBundle->find(v); // entered by someone else after the mesh was made
-    ZAV_ASSERT(q_it != pMapCCDBundle->end(), "q_it!=mCCDBundle.end()");
-    return q_it->second->pVtx;
+    Point3* const pVtx = findVtx(v);
+    ZAV_ASSERT(pVtx != nullptr, "q_it!=mCCDBundle.end()");
+    return pVtx;
+}
+
+/// The vertex of a cell, or null if the cell has no bundle.
+Point3* CMesh::findVtx(VCD v) const
+{
+    const CVertex* const vertex = vertices.find(v);
+    if (vertex != nullptr && vertex->pVtx != nullptr)
+        return vertex->pVtx;
+    const auto it = pMapCCDBundle->find(v); // not among the vertices, or entered by someone else
+    return it == pMapCCDBundle->end() ? nullptr : it->second->pVtx;
 }
 
 } // namespace MIRT_ZAV

@@ -9,9 +9,11 @@
 #include "CEdge.h"
 #include "CPatch.h"
 #include "CTriangle.h"
-#include "OrderedIndex.h"
+#include "CVertexTable.h"
 #include "SimplePool.h"
+#include "sortMT.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <utility>
@@ -30,14 +32,13 @@ public:
     Calc* pCalc;                           // the lattice; not owned
     std::map<CCD, Bundle*>* pMapCCDBundle; // all bundles; not owned, but addBundle inserts into it
     std::vector<CCD> vZeroCCD;             // cells that hole control added, sorted
-    /// Every edge ever created since the last reset; keys have their smaller code first.
-    MIRT_TOOLS::OrderedIndex<std::pair<VCD, VCD>, CEdge*> mEdges;
-    std::vector<CTriangle*> vT;                     // alive or dead; in order of creation until killDups sorts them
-    std::vector<CEdge*> vCE;                        // every edge, in order of creation
-    MIRT_TOOLS::KeyedLists<VCD, CTriangle*> mmVtxT; // three entries per alive triangle, one per corner
-    std::set<Point3*> sAdditionalVtx;               // points of the additional bundles
-    std::vector<Bundle*> vAdditionalBundles;        // made by addBundle; owned, with their points
-    std::vector<CPatch*> vPatches;                  // in poolPatch
+    CVertexTable vertices;
+    std::vector<CTriangle*> vT;              // alive or dead; in order of creation until killDups sorts them
+    std::vector<CEdge*> vCE;                 // every edge ever created since the last reset, in order of creation
+    size_t numAliveT = 0;                    // triangles
+    std::set<Point3*> sAdditionalVtx;        // points of the additional bundles
+    std::vector<Bundle*> vAdditionalBundles; // made by addBundle; owned, with their points
+    std::vector<CPatch*> vPatches;           // in poolPatch
     MIRT_TOOLS::SimplePool<CTriangle> poolT;
     MIRT_TOOLS::SimplePool<CEdge> poolCE;
     MIRT_TOOLS::SimplePool<CPatch> poolPatch;
@@ -50,25 +51,27 @@ public:
     /// Makes a triangle; the order of the corners is the winding. Equal corners are a bug. Whether the same triangle
     /// exists isn't checked: callers ask hasAdjT first or run killDups afterwards.
     CTriangle* createT(VCD a, VCD b, VCD c, VCD vcd, int config);
-    /// Removes a triangle from the lists of its corners.
-    void unregisterTriangle(CTriangle* t);
     /// Of triangles on the same three codes only the first in order of creation survives. Sorts vT by the sorted
     /// corners. \return the number of triangles killed
     int killDups();
     /// Back to the state after construction, except for the bundles. All triangles, edges and patches become invalid.
     void reset();
-    /// Room for a number of triangles that is known to come.
-    void reserve(size_t numT);
+    /// Makes an empty mesh ready for triangles between these cells, sorted; others remain possible.
+    void expectVertices(const std::vector<CCD>& sortedCells);
 
     /// The edge of two codes in either order, alive or not, or null.
     CEdge* getEdge(VCD a, VCD b) const;
     // All of these append to out.
+    /// The alive triangles at v, in order of creation.
     void getIncidentT(VCD v, std::vector<CTriangle*>& out) const;
     /// The edges at v of alive triangles, in order of creation.
     void getIncidentCE(VCD v, std::vector<CEdge*>& out) const;
     void getAliveTriangles(std::vector<CTriangle*>& out) const;
-    /// All edges in key order, dead ones too.
+    /// All edges in the order of their ends, lower end first: the key order. Dead ones too.
     void getCEdges(std::vector<CEdge*>& out) const;
+    /// Those for which isWanted(const CEdge*) holds, in key order. Several threads ask at the same time.
+    template <class Predicate>
+    void getCEdgesIf(const Predicate& isWanted, std::vector<CEdge*>& out) const;
     /// Edges in key order by degree: n > 0 exactly n, -1 three or more, -5 one or three or more, -99 at least one. Any
     /// other n ends the walk at the first edge with a warning.
     void getDegN(int n, std::vector<CEdge*>& out) const;
@@ -85,7 +88,7 @@ public:
     void createPatches(std::set<CEdge*>* pBlocked, std::vector<CPatch*>& vOut, std::map<CCD, CPatch*>& mOut,
                        std::vector<CEdge*>& vNonManifold);
 
-    bool hasBundle(CCD c) const { return pMapCCDBundle->find(c) != pMapCCDBundle->end(); }
+    bool hasBundle(CCD c) const { return findVtx(c) != nullptr; }
     std::map<CCD, Bundle*>& getRefToBundleMap() const { return *pMapCCDBundle; }
     const std::vector<CCD>& getZeroCCD() const { return vZeroCCD; }
     Calc* getCalc() const { return pCalc; }
@@ -118,12 +121,31 @@ public:
 
 private:
     CEdge* attachEdge(VCD a, VCD b, CTriangle* t);
+    template <class F>
+    void forEachEdgeAt(VCD v, const F& f) const;
+    Point3* findVtx(VCD v) const;
+    void enterPoints();
     void deleteBundle(Bundle* b);
     void destroyPatches();
-
-    /// Places in the map of bundles, which never lets go of an entry: areas and normals look up three vertices for
-    /// every triangle.
-    MIRT_TOOLS::OrderedIndex<CCD, Bundle**> bundleIndex;
 };
+
+template <class Predicate>
+void CMesh::getCEdgesIf(const Predicate& isWanted, std::vector<CEdge*>& out) const
+{
+    const std::vector<const CVertex*> inOrder = vertices.getInOrder();
+    collectMT(inOrder.size(), out,
+              [&](size_t begin, size_t end, std::vector<CEdge*>& found)
+              {
+                  for (size_t i = begin; i < end; ++i)
+                  {
+                      const auto numBefore = static_cast<std::ptrdiff_t>(found.size());
+                      for (CEdge* e = inOrder[i]->firstUpward; e != nullptr; e = e->nextOfLower)
+                          if (isWanted(e))
+                              found.push_back(e);
+                      std::sort(found.begin() + numBefore, found.end(),
+                                [](const CEdge* x, const CEdge* y) { return x->v1 < y->v1; });
+                  }
+              });
+}
 
 } // namespace MIRT_ZAV

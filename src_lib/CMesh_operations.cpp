@@ -25,9 +25,8 @@ void CMesh::addBundle(CCD c, double x, double y, double z)
     pVtx.release(); // from here on the list owns both
     Bundle* const b = pBundle.release();
     sAdditionalVtx.insert(b->pVtx);
-    Bundle*& entry = (*pMapCCDBundle)[c];
-    entry = b;
-    bundleIndex.insert(c, &entry);
+    (*pMapCCDBundle)[c] = b;
+    vertices.findOrAdd(c).pVtx = b->pVtx;
     averageBundle(b);
 }
 
@@ -59,11 +58,11 @@ void CMesh::averageBundle(Bundle* b)
     for (const CEdge* const pCE : vIncidentCE)
     {
         ZAV_ASSERT(pCE->getDegree() > 0, "pCE->getDegree()>0");
-        const auto it = pMapCCDBundle->find(pCE->getOtherVCD(b->ccd));
-        if (it == pMapCCDBundle->end())
+        Point3* const pRingVtx = findVtx(pCE->getOtherVCD(b->ccd));
+        if (pRingVtx == nullptr)
             continue;
-        pAnyRingVtx = it->second->pVtx;
-        const bool bAdditional = sAdditionalVtx.find(it->second->pVtx) != sAdditionalVtx.end();
+        pAnyRingVtx = pRingVtx;
+        const bool bAdditional = sAdditionalVtx.find(pRingVtx) != sAdditionalVtx.end();
         (bAdditional ? additional : regular).add({toVector(*pAnyRingVtx), 1});
     }
     if (regular.count < 3)

@@ -155,7 +155,7 @@ void CTriangle::kill(CMesh* m)
     pCE12->checkOut(this);
     pCE02->checkOut(this);
     pCE01->checkOut(this);
-    m->unregisterTriangle(this);
+    --m->numAliveT;
     bAlive = false;
 }
 

@@ -100,7 +100,7 @@ void Voro::fatExtractTriangles()
     }
     else
         pCMesh->reset();
-    pCMesh->reserve(vCCD.size());
+    pCMesh->expectVertices(vCCD);
 
     Progress* const walk = getThreadProgress()->getChildProgressSetTodo("VO_ftx", vStaticVCD2CCD.size());
     std::vector<unsigned long long> ambiguous;

@@ -226,6 +226,28 @@ struct ParallelLoop
     }
 };
 
+/// Lists that are made in slices and joined in the order of the slices.
+/// \param f    f(begin, end, list) appends to the list what the slice [begin, end) of [0, n) gives
+/// \param out  the joined list is appended
+template <class T, class F>
+void collectMT(size_t n, std::vector<T>& out, const F& f)
+{
+    const size_t numSlices = getGlobalNumCPU() < 2 ? 1 : 8 * static_cast<size_t>(getGlobalNumCPU());
+    if (numSlices == 1 || n < numSlices)
+    {
+        f(size_t(0), n, out);
+        return;
+    }
+    std::vector<std::vector<T>> parts(numSlices);
+    ParallelLoop()(numSlices, [&](size_t i) { f(n * i / numSlices, n * (i + 1) / numSlices, parts[i]); });
+    size_t numAll = out.size();
+    for (const std::vector<T>& part : parts)
+        numAll += part.size();
+    out.reserve(numAll);
+    for (const std::vector<T>& part : parts)
+        out.insert(out.end(), part.begin(), part.end());
+}
+
 /// Sorts [first, last) under comp on all CPUs. Not stable: the order of elements that compare equal can differ between
 /// numbers of CPUs, so that callers whose result must not depend on it compare by a full order.
 template <class RandomIt, class Compare>
