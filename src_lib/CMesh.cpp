@@ -51,8 +51,9 @@ CMesh::~CMesh()
 CTriangle* CMesh::createT(VCD a, VCD b, VCD c, VCD vcd, int config)
 {
     ZAV_ASSERT(a != b && b != c && a != c, "v0!=v1 && v1!=v2 && v0!=v2");
+    const auto place = static_cast<std::uint32_t>(vT.size());
     CTriangle* const t =
-        new (poolT.take()) CTriangle{nullptr, nullptr, nullptr, nullptr, a, b, c, vcd, config, false, true};
+        new (poolT.take()) CTriangle{nullptr, nullptr, nullptr, nullptr, a, b, c, vcd, config, place, false, true};
     ++numAliveT;
     vT.push_back(t);
     t->pCE01 = attachEdge(a, b, t);
@@ -90,7 +91,11 @@ int CMesh::killDups()
         sorted.push_back({corner0, {corner1, corner2, t}});
     }
     sortMT(sorted.begin(), sorted.end());
-    std::transform(sorted.begin(), sorted.end(), vT.begin(), [](const auto& entry) { return entry.second.t; });
+    for (size_t i = 0; i < sorted.size(); ++i)
+    {
+        vT[i] = sorted[i].second.t;
+        vT[i]->place = static_cast<std::uint32_t>(i);
+    }
 
     const auto sameCorners = [](const auto& x, const auto& y)
     { return x.first == y.first && x.second.c1 == y.second.c1 && x.second.c2 == y.second.c2; };

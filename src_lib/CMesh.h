@@ -78,8 +78,14 @@ public:
     /// Sum over the alive triangles, in square input units.
     double getArea() const;
 
-    /// Divides the alive triangles into patches, in the order of their first triangle in vT. The patches of before are
-    /// destroyed.
+    /// Finds the patches of the alive triangles and their rims, in the order of their first triangle in vT, which are
+    /// their seeds. Members aren't listed. The patches of before are destroyed.
+    /// \param pBlocked  edges that patches don't grow across either; null for none
+    void findPatches(const std::set<CEdge*>* pBlocked);
+    /// Lists the members of a patch that was just found, in the order of a flood from its seed.
+    /// \param pBlocked  as the patch was found with
+    void listMembers(CPatch* patch, const std::set<CEdge*>* pBlocked) const;
+    /// Finds the patches and lists all members.
     /// \param pBlocked      edges that patches don't grow across either; null for none
     /// \param vOut          becomes the list of patches; they belong to the mesh
     /// \param mOut          of a triangle on a non-manifold edge, the corner off that edge with its patch; entries that
@@ -87,6 +93,9 @@ public:
     /// \param vNonManifold  the non-manifold edges are added; all of it becomes a sorted set
     void createPatches(std::set<CEdge*>* pBlocked, std::vector<CPatch*>& vOut, std::map<CCD, CPatch*>& mOut,
                        std::vector<CEdge*>& vNonManifold);
+
+    /// Triangles belong to no patch of the mesh afterwards.
+    void destroyPatches();
 
     bool hasBundle(CCD c) const { return findVtx(c) != nullptr; }
     std::map<CCD, Bundle*>& getRefToBundleMap() const { return *pMapCCDBundle; }
@@ -126,7 +135,6 @@ private:
     Point3* findVtx(VCD v) const;
     void enterPoints();
     void deleteBundle(Bundle* b);
-    void destroyPatches();
 };
 
 template <class Predicate>

@@ -1,95 +1,133 @@
-// Patches of the coarse mesh: a flood over edges of degree 2.
+// Patches of the coarse mesh: what hangs together over edges of degree 2.
 
 #include "CMesh.h"
 
 #include "sortMT.h"
 #include "vectorHelpers.h"
 
+#include <cstdint>
 #include <new>
+#include <numeric>
 
 namespace MIRT_ZAV
 {
 namespace
 {
-/// What the floods of one run share.
-struct PatchFlood
+/// Disjoint sets of triangles by their places in vT. The first place of a set stands for it.
+class TriangleSets
 {
-    const std::set<CEdge*>* pBlocked;
-    std::vector<CTriangle*> stack;
-    std::vector<std::pair<CCD, CPatch*>> vCornerPatch; // third corner of a triangle to a non-manifold edge, its patch
-    std::vector<CEdge*>& vNonManifold;
+public:
+    explicit TriangleSets(size_t numT) : parents(numT) { std::iota(parents.begin(), parents.end(), 0u); }
 
-    void grow(CTriangle* seed, CPatch* patch)
+    void unite(std::uint32_t i, std::uint32_t j)
     {
-        push(seed);
-        // The seed deliberately stays on the stack meanwhile: it becomes the patch's last member.
-        checkEdges(seed, patch);
-        while (!stack.empty())
-        {
-            CTriangle* const t = stack.back();
-            stack.pop_back();
-            patch->add(t);
-            checkEdges(t, patch);
-        }
+        i = findFirst(i);
+        j = findFirst(j);
+        parents[std::max(i, j)] = std::min(i, j);
+    }
+
+    /// Calls getNumber(first) for each set in order and gives the answers to all members, by place. Ends the object's
+    /// use.
+    template <class F>
+    std::vector<std::uint32_t> number(const F& getNumber)
+    {
+        for (std::uint32_t i = 0; i < parents.size(); ++i)
+            parents[i] =
+                parents[i] == i ? getNumber(i) : parents[parents[i]]; // a parent comes first: it has its answer
+        return std::move(parents);
     }
 
 private:
-    void push(CTriangle* t)
+    std::uint32_t findFirst(std::uint32_t i)
     {
-        t->bVisited = true;
-        stack.push_back(t);
+        while (parents[i] != i)
+            i = parents[i] = parents[parents[i]];
+        return i;
     }
 
-    void checkEdges(const CTriangle* t, CPatch* patch)
+    std::vector<std::uint32_t> parents;
+};
+
+bool isGrownAcross(CEdge* e, const std::set<CEdge*>* pBlocked)
+{
+    return e->getDegree() == 2 && (pBlocked == nullptr || pBlocked->find(e) == pBlocked->end());
+}
+} // namespace
+
+void CMesh::findPatches(const std::set<CEdge*>* pBlocked)
+{
+    destroyPatches();
+    TriangleSets sets(vT.size());
+    std::vector<CEdge*> vOuter; // by address, as the rims are to be
+    for (CEdge* const e : vCE)
+        if (isGrownAcross(e, pBlocked))
+            sets.unite(e->vT[0]->place, e->vT[1]->place);
+        else if (e->getDegree() > 0)
+            vOuter.push_back(e);
+
+    const std::vector<std::uint32_t> numbers = sets.number(
+        [this](std::uint32_t first)
+        {
+            if (vT[first]->isAlive())
+                vPatches.push_back(new (poolPatch.take()) CPatch(this, pCalc, vT[first]));
+            return static_cast<std::uint32_t>(vPatches.size() - 1);
+        });
+    for (CEdge* const e : vOuter)
+        for (const CTriangle* const t : e->vT)
+        {
+            const std::uint32_t number = numbers[t->place];
+            const auto isOfPatch = [&](const CTriangle* u) { return numbers[u->place] == number; };
+            if (std::count_if(e->vT.begin(), e->vT.end(), isOfPatch) == 1)
+                vPatches[number]->vOuterBoundary.push_back(e);
+        }
+}
+
+void CMesh::listMembers(CPatch* patch, const std::set<CEdge*>* pBlocked) const
+{
+    std::vector<CTriangle*> stack;
+    const auto pushNeighbours = [&](const CTriangle* t)
     {
         for (int i = 0; i < 3; ++i)
-        {
-            CEdge* const e = t->getCEdge(i);
-            const int degree = e->getDegree();
-            if (degree > 2)
-            {
-                vNonManifold.push_back(e);
-                vCornerPatch.emplace_back(t->getCorner(i), patch);
-            }
-            else if (degree == 2 && (pBlocked == nullptr || pBlocked->find(e) == pBlocked->end()))
-            {
+            if (CEdge* const e = t->getCEdge(i); isGrownAcross(e, pBlocked))
                 for (CTriangle* const u : e->vT)
-                    if (u->isAlive() && !u->bVisited)
-                        push(u);
-            }
-        }
+                    if (u->pPatch != patch)
+                    {
+                        u->pPatch = patch;
+                        stack.push_back(u);
+                    }
+    };
+    // The seed deliberately stays on the stack meanwhile: it becomes the patch's last member.
+    patch->pSeed->pPatch = patch;
+    stack.push_back(patch->pSeed);
+    pushNeighbours(patch->pSeed);
+    while (!stack.empty())
+    {
+        CTriangle* const t = stack.back();
+        stack.pop_back();
+        patch->vT.push_back(t);
+        pushNeighbours(t);
     }
-};
-} // namespace
+}
 
 void CMesh::createPatches(std::set<CEdge*>* pBlocked, std::vector<CPatch*>& vOut, std::map<CCD, CPatch*>& mOut,
                           std::vector<CEdge*>& vNonManifold)
 {
-    destroyPatches();
-    vPatches.reserve(vT.size() / 10);
-    vNonManifold.reserve(vT.size() / 7);
-    forSlicesMT(vT.size(), 2,
-                [this](size_t begin, size_t end)
+    findPatches(pBlocked);
+    std::vector<std::pair<CCD, CPatch*>> vCornerPatch;
+    for (CPatch* const patch : vPatches)
+    {
+        listMembers(patch, pBlocked);
+        for (const CTriangle* const t : patch->vT)
+            for (int i = 0; i < 3; ++i)
+                if (t->getCEdge(i)->getDegree() > 2)
                 {
-                    for (size_t i = begin; i < end; ++i)
-                    {
-                        vT[i]->pPatch = nullptr;
-                        vT[i]->bVisited = false;
-                    }
-                });
-
-    PatchFlood flood{pBlocked, {}, {}, vNonManifold};
-    for (CTriangle* const seed : vT)
-        if (seed->isAlive() && !seed->bVisited)
-        {
-            vPatches.push_back(new (poolPatch.take()) CPatch(this, pCalc));
-            flood.grow(seed, vPatches.back());
-        }
-
+                    vNonManifold.push_back(t->getCEdge(i));
+                    vCornerPatch.emplace_back(t->getCorner(i), patch);
+                }
+    }
     // Of several patches at one corner the first stays.
-    sortMT(flood.vCornerPatch.begin(), flood.vCornerPatch.end());
-    for (const auto& cornerPatch : flood.vCornerPatch)
-        mOut.insert(mOut.end(), cornerPatch);
+    sortMT(vCornerPatch.begin(), vCornerPatch.end());
+    mOut.insert(vCornerPatch.begin(), vCornerPatch.end());
     if (&vOut != &vPatches)
         vOut = vPatches;
     oneInstance(vNonManifold);

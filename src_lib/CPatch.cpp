@@ -22,15 +22,22 @@ std::uint32_t nextSeqNum()
 }
 } // namespace
 
-CPatch::CPatch(CMesh* pCMeshArg, Calc* pCalcArg) : seqNum(nextSeqNum()), pCMesh(pCMeshArg), pCalc(pCalcArg)
+CPatch::CPatch(CMesh* pCMeshArg, Calc* pCalcArg, CTriangle* pSeedArg)
+    : seqNum(nextSeqNum()), pSeed(pSeedArg), pCMesh(pCMeshArg), pCalc(pCalcArg)
 {
 }
 
 CPatch::~CPatch()
 {
+    untieMembers();
+}
+
+void CPatch::untieMembers()
+{
     for (CTriangle* const t : vT)
         if (t->pPatch == this)
             t->pPatch = nullptr;
+    vT.clear();
 }
 
 void CPatch::add(CTriangle* t)
@@ -45,7 +52,7 @@ void CPatch::killPatchAndMembers()
     for (CTriangle* const t : vT)
         if (t->isAlive())
             t->kill(pCMesh);
-    vT.clear();
+    untieMembers();
     vOuterBoundary.clear();
     cached = -1.0;
 }
@@ -93,18 +100,6 @@ bool CPatch::isClosed() const
                 if (countMembers(*this, t->getCEdge(i)) < 2)
                     return false;
     return true;
-}
-
-void CPatch::setOuterBoundary()
-{
-    ZAV_ASSERT(isAlive(), "isAlive()");
-    vOuterBoundary.clear();
-    for (const CTriangle* const t : vT)
-        if (t->isAlive())
-            for (int i = 0; i < 3; ++i)
-                if (countMembers(*this, t->getCEdge(i)) == 1)
-                    vOuterBoundary.push_back(t->getCEdge(i));
-    std::sort(vOuterBoundary.begin(), vOuterBoundary.end());
 }
 
 double CPatch::computeOrientedVolume() const

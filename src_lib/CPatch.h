@@ -20,14 +20,15 @@ class CPatch
 {
 public:
     std::uint32_t seqNum;               // rises by one per patch of the process
+    CTriangle* pSeed;                   // of a patch that the mesh has found, its first member in the mesh's order
     std::vector<CTriangle*> vT;         // members; killed ones stay
-    std::vector<CEdge*> vOuterBoundary; // the rim, sorted by address
+    std::vector<CEdge*> vOuterBoundary; // the rim, sorted by address: the edges with exactly one alive member
     bool bAlive = true;
     CMesh* pCMesh;
     Calc* pCalc;
     double cached = -1.0;
 
-    CPatch(CMesh* pCMesh, Calc* pCalc);
+    explicit CPatch(CMesh* pCMesh, Calc* pCalc, CTriangle* pSeed = nullptr);
     ~CPatch();
     CPatch(const CPatch&) = delete;
     CPatch& operator=(const CPatch&) = delete;
@@ -48,9 +49,6 @@ public:
     void getAllVCD(std::vector<VCD>& out) const;
     /// No border of its own, and four members at least. A closed patch may still hang on non-manifold edges.
     bool isClosed() const;
-    /// Finds the rim: the edges with exactly one alive member. Two patches have the same rim if these lists are equal.
-    /// Different patches may do this at the same time. A dead patch is a bug.
-    void setOuterBoundary();
 
     /// Signed volume by the winding, in cubic input units.
     double computeOrientedVolume() const;
@@ -69,6 +67,7 @@ public:
 private:
     struct Sheets;
 
+    void untieMembers();
     bool isThin() const;
     CEdge* findRimEdge(CTriangle*& pCT0, CTriangle*& pCT1) const;
     void growSheets(CEdge* pStartME, CTriangle* pCT0, CTriangle* pCT1, Sheets& sheets);

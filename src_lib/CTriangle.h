@@ -4,6 +4,7 @@
 #include "Calc.h"
 #include "Point3.h"
 
+#include <cstdint>
 #include <iosfwd>
 
 namespace MIRT_ZAV
@@ -25,8 +26,9 @@ public:
     VCD c0;         // corners in winding order
     VCD c1;
     VCD c2;
-    VCD vcd;    // lattice vertex whose configuration made this triangle; 0 after most repairs
-    int config; // that configuration; 0 after repairs
+    VCD vcd;             // lattice vertex whose configuration made this triangle; 0 after most repairs
+    int config;          // that configuration; 0 after repairs
+    std::uint32_t place; // in the mesh's vT
     bool bVisited;
     bool bAlive;
 

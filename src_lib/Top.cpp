@@ -69,12 +69,7 @@ void Top::finish()
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_fin", 1);
     killTinyBorderPatches(100);
     progress->incProgressByOne();
-    {
-        std::vector<CPatch*> vPatches;
-        std::map<CCD, CPatch*> mPatches;
-        std::vector<CEdge*> vNonManifold;
-        pCMesh->createPatches(nullptr, vPatches, mPatches, vNonManifold);
-    }
+    pCMesh->destroyPatches(); // nothing asks for patches from here on
     progress->incProgressByOne();
     orientAll();
     progress->incProgressByOne();

@@ -65,7 +65,8 @@ public:
     /// \param bStrict  leave closed sheets alone that are tied to the rest on both sides
     /// \return whether it is worth going round again
     bool patchPairSolving(bool bStrict);
-    /// Sorts patches by their rims and tells pairs, patches without rim, and others apart; all are appended.
+    /// Sorts patches by their rims, which are set already, and tells pairs, patches without rim, and others apart; all
+    /// are appended.
     void getPatchPairs(std::vector<CPatch*>& vPatches, std::vector<std::pair<CPatch*, CPatch*>>& vPairs,
                        std::vector<CPatch*>& vClosed, std::vector<CPatch*>& vRest);
     /// Kills the smaller of a pair unless the pair is too large to be noise. \return whether it killed
@@ -88,6 +89,9 @@ private:
 
     void collectBorderCells(const std::vector<CEdge*>& vBorders, std::vector<CCD>& vCells);
     void collectDeg4Cells(const std::vector<CEdge*>& vDeg4, std::vector<CCD>& vCells);
+
+    void listMembers(const std::vector<std::pair<CPatch*, CPatch*>>& vPairs, const std::vector<CPatch*>& vClosed) const;
+    double getAreaFor(const std::vector<std::pair<CPatch*, CPatch*>>& vPairs) const;
 
     CEdge* getCrossingDiagonal(const CEdge* e, const CTriangle* pT0, const CTriangle* pT1, VCD& c, VCD& d) const;
     void completeSquare(const CEdge* e, CEdge* e2, VCD c, VCD d, VCD vcd);

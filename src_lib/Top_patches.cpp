@@ -28,18 +28,17 @@ bool Func_CPatchSort::operator()(const CPatch* a, const CPatch* b) const
 bool Top::patchPairSolving(bool bStrict)
 {
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_pps", 100);
-    std::vector<CPatch*> vPatches, vClosed, vRest;
-    std::map<CCD, CPatch*> mPatches;
-    std::vector<CEdge*> vNonManifold;
-    pCMesh->createPatches(nullptr, vPatches, mPatches, vNonManifold);
+    pCMesh->findPatches(nullptr);
     progress->incProgressByOne();
 
+    std::vector<CPatch*> vPatches = pCMesh->vPatches, vClosed, vRest;
     std::vector<std::pair<CPatch*, CPatch*>> vPairs;
     getPatchPairs(vPatches, vPairs, vClosed, vRest);
+    listMembers(vPairs, vClosed);
     progress->incProgressByOne();
 
     int numSolved = 0;
-    const double meshArea = pCMesh->getArea();
+    const double meshArea = getAreaFor(vPairs);
     for (const auto& [p, q] : vPairs)
         if (solveOnePatchPair(p, q, meshArea))
             ++numSolved;
@@ -69,12 +68,6 @@ void killSmaller(CPatch* p, CPatch* q)
 void Top::getPatchPairs(std::vector<CPatch*>& vPatches, std::vector<std::pair<CPatch*, CPatch*>>& vPairs,
                         std::vector<CPatch*>& vClosed, std::vector<CPatch*>& vRest)
 {
-    forSlicesMT(vPatches.size(), 2,
-                [&vPatches](size_t begin, size_t end)
-                {
-                    for (size_t i = begin; i < end; ++i)
-                        vPatches[i]->setOuterBoundary();
-                });
     sortMT(vPatches.begin(), vPatches.end(), Func_CPatchSort());
     // The second patch of a pair deliberately gets its own turn: it can form a pair with a third one.
     for (size_t i = 0; i < vPatches.size(); ++i)
@@ -92,10 +85,40 @@ void Top::getPatchPairs(std::vector<CPatch*>& vPatches, std::vector<std::pair<CP
     }
 }
 
+/// Lists the members of the patches that a decision is about: few, while most triangles are in the others.
+void Top::listMembers(const std::vector<std::pair<CPatch*, CPatch*>>& vPairs, const std::vector<CPatch*>& vClosed) const
+{
+    const auto list = [this](CPatch* patch)
+    {
+        if (patch->vT.empty()) // the second of a pair can be the first of the next
+            pCMesh->listMembers(patch, nullptr);
+    };
+    for (const auto& [p, q] : vPairs)
+    {
+        list(p);
+        list(q);
+    }
+    std::for_each(vClosed.begin(), vClosed.end(), list);
+}
+
+namespace
+{
+bool areBothSmall(const CPatch* p, const CPatch* q)
+{
+    return p->getSize() < 21 && q->getSize() < 21;
+}
+} // namespace
+
+/// The area of the mesh if a decision on the pairs needs it.
+double Top::getAreaFor(const std::vector<std::pair<CPatch*, CPatch*>>& vPairs) const
+{
+    const auto isSmall = [](const auto& pair) { return areBothSmall(pair.first, pair.second); };
+    return std::all_of(vPairs.begin(), vPairs.end(), isSmall) ? 0.0 : pCMesh->getArea();
+}
+
 bool Top::solveOnePatchPair(CPatch* p, CPatch* q, double meshArea)
 {
-    const bool bBothSmall = p->getSize() < 21 && q->getSize() < 21;
-    if (!bBothSmall && (p->getArea() + q->getArea()) / meshArea > 0.1)
+    if (!areBothSmall(p, q) && (p->getArea() + q->getArea()) / meshArea > 0.1)
         return false;
     killSmaller(p, q);
     return true;
