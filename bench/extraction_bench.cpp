@@ -61,23 +61,19 @@ void findTriangles(benchmark::State& state)
     for (auto _ : state)
     {
         Voro voro(&shell.calc, shell.bundles, shell.fill, TM_FAT);
-        std::vector<CCD> cells, made;
+        std::vector<CCD> made;
         size_t numTriangles = 0;
-        for (auto it = voro.vStaticVCD2CCD.begin(); it != voro.vStaticVCD2CCD.end();)
-        {
-            const VCD vertex = it->first;
-            cells.clear();
-            for (; it != voro.vStaticVCD2CCD.end() && it->first == vertex; ++it)
-                cells.push_back(it->second);
-            if (cells.size() < 3 || cells.size() > 7)
-                continue;
-            std::array<CCD, 8> corners;
-            corners[5] = vertex;
-            shell.calc.completeArraySym(corners.data());
-            made.clear();
-            voro.casx.getTriangles(voro.getConfig(vertex, cells), corners.data(), made, TUT);
-            numTriangles += made.size() / 3;
-        }
+        for (size_t block = 0; block < voro.patterns.getNumBlocks(); ++block)
+            voro.patterns.forEachPartlyFilled(block,
+                                              [&](VCD vertex, int pattern)
+                                              {
+                                                  std::array<CCD, 8> corners;
+                                                  corners[5] = vertex;
+                                                  shell.calc.completeArraySym(corners.data());
+                                                  made.clear();
+                                                  voro.casx.getTriangles(pattern, corners.data(), made, TUT);
+                                                  numTriangles += made.size() / 3;
+                                              });
         benchmark::DoNotOptimize(numTriangles);
     }
     state.counters["cells"] = double(shell.bundles.size());

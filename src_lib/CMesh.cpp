@@ -22,6 +22,18 @@ struct Func_sortT
     auto operator<=>(const Func_sortT&) const = default;
 };
 
+void sortByOtherCorners(CTriangle* const* first, CTriangle* const* last, std::vector<Func_sortT>& out)
+{
+    out.clear();
+    for (; first != last; ++first)
+    {
+        VCD corner0 = 0, corner1 = 0, corner2 = 0;
+        (*first)->getSortedCorners(corner0, corner1, corner2);
+        out.push_back({corner1, corner2, *first});
+    }
+    std::sort(out.begin(), out.end());
+}
+
 std::vector<CCD> getKeys(const std::map<CCD, Bundle*>& bundles)
 {
     std::vector<CCD> keys;
@@ -80,39 +92,64 @@ CEdge* CMesh::attachEdge(VCD a, VCD b, CTriangle* t)
     return e;
 }
 
+/// Puts vT into the order of the lowest corners, among equal ones as they stood. \return for each corner in order of
+/// codes the end of its triangles
+std::vector<size_t> CMesh::sortByLowestCorner()
+{
+    std::vector<std::uint32_t> lowest(vT.size()); // places
+    forSlicesMT(vT.size(), 8,
+                [&](size_t begin, size_t end)
+                {
+                    for (size_t i = begin; i < end; ++i)
+                        lowest[i] = vertices.getPlace(std::min({vT[i]->c0, vT[i]->c1, vT[i]->c2}));
+                });
+    const std::vector<std::uint32_t> places = vertices.getPlacesInOrder();
+    std::vector<size_t> position(places.size(), 0); // by place: first the numbers of triangles
+    for (const std::uint32_t place : lowest)
+        ++position[place];
+    size_t numBefore = 0;
+    for (const std::uint32_t place : places)
+        numBefore += std::exchange(position[place], numBefore);
+    std::vector<CTriangle*> sorted(vT.size());
+    for (size_t i = 0; i < vT.size(); ++i)
+        sorted[position[lowest[i]]++] = vT[i];
+    std::copy(sorted.begin(), sorted.end(), vT.begin());
+    std::vector<size_t> ends;
+    ends.reserve(places.size());
+    for (const std::uint32_t place : places)
+        ends.push_back(position[place]);
+    return ends;
+}
+
 int CMesh::killDups()
 {
-    std::vector<std::pair<VCD, Func_sortT>> sorted;
-    sorted.reserve(vT.size());
-    for (CTriangle* const t : vT)
-    {
-        VCD corner0 = 0, corner1 = 0, corner2 = 0;
-        t->getSortedCorners(corner0, corner1, corner2);
-        sorted.push_back({corner0, {corner1, corner2, t}});
-    }
-    sortMT(sorted.begin(), sorted.end());
-    for (size_t i = 0; i < sorted.size(); ++i)
-    {
-        vT[i] = sorted[i].second.t;
-        vT[i]->place = static_cast<std::uint32_t>(i);
-    }
-
-    const auto sameCorners = [](const auto& x, const auto& y)
-    { return x.first == y.first && x.second.c1 == y.second.c1 && x.second.c2 == y.second.c2; };
-    int numKilled = 0;
-    for (size_t i = 0; i < sorted.size();)
-    {
-        size_t next = i + 1;
-        if (vT[i]->isAlive())
-            for (; next < sorted.size() && sameCorners(sorted[i], sorted[next]); ++next)
-                if (vT[next]->isAlive())
-                {
-                    vT[next]->kill(this);
-                    ++numKilled;
-                }
-        i = next;
-    }
-    return numKilled;
+    const std::vector<size_t> ends = sortByLowestCorner();
+    std::vector<CTriangle*> vDups;
+    collectMT(ends.size(), vDups,
+              [&](size_t beginCorner, size_t endCorner, std::vector<CTriangle*>& dups)
+              {
+                  std::vector<Func_sortT> sorted;
+                  for (size_t i = beginCorner; i < endCorner; ++i)
+                  {
+                      const size_t begin = i == 0 ? 0 : ends[i - 1];
+                      sortByOtherCorners(vT.data() + begin, vT.data() + ends[i], sorted);
+                      const Func_sortT* survivor = nullptr;
+                      for (size_t k = 0; k < sorted.size(); ++k)
+                      {
+                          vT[begin + k] = sorted[k].t;
+                          vT[begin + k]->place = static_cast<std::uint32_t>(begin + k);
+                          if (!sorted[k].t->isAlive())
+                              continue;
+                          if (survivor != nullptr && survivor->c1 == sorted[k].c1 && survivor->c2 == sorted[k].c2)
+                              dups.push_back(sorted[k].t);
+                          else
+                              survivor = &sorted[k];
+                      }
+                  }
+              });
+    for (CTriangle* const t : vDups)
+        t->kill(this);
+    return static_cast<int>(vDups.size());
 }
 
 void CMesh::reset()

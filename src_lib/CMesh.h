@@ -130,6 +130,7 @@ public:
 
 private:
     CEdge* attachEdge(VCD a, VCD b, CTriangle* t);
+    std::vector<size_t> sortByLowestCorner();
     template <class F>
     void forEachEdgeAt(VCD v, const F& f) const;
     Point3* findVtx(VCD v) const;
@@ -140,14 +141,14 @@ private:
 template <class Predicate>
 void CMesh::getCEdgesIf(const Predicate& isWanted, std::vector<CEdge*>& out) const
 {
-    const std::vector<const CVertex*> inOrder = vertices.getInOrder();
-    collectMT(inOrder.size(), out,
+    const std::vector<std::uint32_t> places = vertices.getPlacesInOrder();
+    collectMT(places.size(), out,
               [&](size_t begin, size_t end, std::vector<CEdge*>& found)
               {
                   for (size_t i = begin; i < end; ++i)
                   {
                       const auto numBefore = static_cast<std::ptrdiff_t>(found.size());
-                      for (CEdge* e = inOrder[i]->firstUpward; e != nullptr; e = e->nextOfLower)
+                      for (CEdge* e = vertices[places[i]].firstUpward; e != nullptr; e = e->nextOfLower)
                           if (isWanted(e))
                               found.push_back(e);
                       std::sort(found.begin() + numBefore, found.end(),

@@ -61,20 +61,20 @@ public:
             vertex.firstUpward = vertex.firstDownward = nullptr;
     }
 
-    /// The vertices by ascending code.
-    std::vector<const CVertex*> getInOrder() const
+    const CVertex& operator[](std::uint32_t place) const { return vertices[place]; }
+    /// The place of a vertex that is there.
+    std::uint32_t getPlace(VCD v) const { return static_cast<std::uint32_t>(find(v) - vertices.data()); }
+    /// The places of all vertices by ascending code.
+    std::vector<std::uint32_t> getPlacesInOrder() const
     {
         std::vector<std::uint32_t> order(codes.size());
         std::iota(order.begin(), order.end(), 0u);
         const auto byCode = [this](std::uint32_t a, std::uint32_t b) { return codes[a] < codes[b]; };
         const auto middle = order.begin() + static_cast<std::ptrdiff_t>(numListed);
         std::sort(middle, order.end(), byCode);
-        std::inplace_merge(order.begin(), middle, order.end(), byCode);
-        std::vector<const CVertex*> inOrder;
-        inOrder.reserve(order.size());
-        for (const std::uint32_t place : order)
-            inOrder.push_back(&vertices[place]);
-        return inOrder;
+        if (middle != order.end())
+            std::inplace_merge(order.begin(), middle, order.end(), byCode);
+        return order;
     }
 
 private:

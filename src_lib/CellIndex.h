@@ -42,6 +42,9 @@ public:
         return (run.bits & bitOf(r)) == 0 ? notFound : placeIn(run, bitOf(r));
     }
 
+    /// The members among the 64 codes from an aligned code on, one bit each.
+    u64 getRun(RCD first) const { return findRun(first).bits; }
+
     /// Calls f(place) for every member among the cell and its 26 neighbours, in ascending order of cells. No coordinate
     /// may be 0.
     template <class F>

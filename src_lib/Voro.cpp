@@ -16,8 +16,8 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Entries of vStaticVCD2CCD that are reported as progress at once.
-constexpr std::uint64_t countedAtOnce = 10000;
+/// Blocks of vertices whose triangles are found, then entered and reported as progress, at once.
+constexpr size_t blocksAtOnce = 20000;
 
 /// Values of one record of an ambiguous square: two triangles, the vertex, the configuration.
 constexpr size_t recordLength = 8;
@@ -27,7 +27,23 @@ bool isSquare(int config)
 {
     return config == 15 || config == 51 || config == 102 || config == 153 || config == 204 || config == 240;
 }
+
+std::vector<CCD> getCells(const std::map<CCD, Bundle*>& map)
+{
+    std::vector<CCD> cells;
+    cells.reserve(map.size());
+    for (const auto& [c, bundle] : map)
+        cells.push_back(c);
+    return cells;
+}
 } // namespace
+
+struct Voro::FoundTriangle
+{
+    std::array<CCD, 3> corners;
+    VCD vertex;
+    int config;
+};
 
 /// Corners of a square with the diagonals (c0, c3) and (c1, c2).
 struct Voro::Square
@@ -36,12 +52,8 @@ struct Voro::Square
 };
 
 Voro::Voro(Calc* pCalcArg, std::map<CCD, Bundle*>& map, std::vector<CCD>& fill, TRIMODE mode)
-    : pCalc(pCalcArg), pMap(&map), pvFill(&fill), casx(mode, false)
+    : pCalc(pCalcArg), pMap(&map), pvFill(&fill), vCCD(getCells(map)), patterns(*pCalcArg, vCCD), casx(mode, false)
 {
-    vCCD.reserve(map.size());
-    for (const auto& [c, bundle] : map)
-        vCCD.push_back(c);
-    setVCD2CCD();
 }
 
 Voro::~Voro()
@@ -56,41 +68,6 @@ CMesh* Voro::releaseCMesh()
     return pCMesh;
 }
 
-void Voro::setVCD2CCD()
-{
-    vStaticVCD2CCD.reserve(vStaticVCD2CCD.size() + 8 * vCCD.size());
-    for (const CCD c : vCCD)
-    {
-        std::array<VCD, 8> vertices;
-        vertices[0] = c;
-        pCalc->completeArrayPlus(vertices.data());
-        for (const VCD vertex : vertices)
-            vStaticVCD2CCD.emplace_back(vertex, c);
-    }
-    sortMT(vStaticVCD2CCD.begin(), vStaticVCD2CCD.end());
-}
-
-int Voro::getConfig(VCD vertex, const std::vector<CCD>& cells) const
-{
-    // By 4 * sameX + 2 * sameY + sameZ: the bit of the cell in the order of Calc::completeArraySym.
-    constexpr std::array<int, 7> maskOf = {8, 1, 128, 16, 4, 2, 64};
-    int config = 0;
-    for (const CCD c : cells)
-    {
-        const u64 difference = c ^ vertex;
-        if (difference == 0)
-        {
-            config += 32;
-            continue;
-        }
-        const size_t index = ((difference & ccd::xMask) == 0 ? 4u : 0u) + ((difference & ccd::yMask) == 0 ? 2u : 0u) +
-                             ((difference & ccd::zMask) == 0 ? 1u : 0u);
-        ZAV_ASSERT(index < maskOf.size(), "false");
-        config += maskOf[index];
-    }
-    return config;
-}
-
 void Voro::fatExtractTriangles()
 {
     if (pCMesh == nullptr)
@@ -102,23 +79,8 @@ void Voro::fatExtractTriangles()
         pCMesh->reset();
     pCMesh->expectVertices(vCCD);
 
-    Progress* const walk = getThreadProgress()->getChildProgressSetTodo("VO_ftx", vStaticVCD2CCD.size());
     std::vector<unsigned long long> ambiguous;
-    std::vector<CCD> cells, vTri;
-    std::uint64_t numUncounted = 0;
-    for (auto it = vStaticVCD2CCD.begin(); it != vStaticVCD2CCD.end();)
-    {
-        const VCD vertex = it->first;
-        cells.clear();
-        for (; it != vStaticVCD2CCD.end() && it->first == vertex; ++it)
-            cells.push_back(it->second);
-        extractAtVertex(vertex, cells, ambiguous, vTri);
-        numUncounted += cells.size();
-        if (numUncounted >= countedAtOnce)
-            walk->incProgressBy(std::exchange(numUncounted, 0));
-    }
-    walk->incProgressBy(numUncounted);
-    walk->setDone(true);
+    walkVertices(ambiguous);
 
     Progress* const solving = getThreadProgress()->getChildProgressSetTodo("VO_amb", 2);
     solveAmbiguousT(ambiguous);
@@ -128,29 +90,65 @@ void Voro::fatExtractTriangles()
     solving->setDone(true);
 }
 
-/// vTri is scratch space, kept from vertex to vertex.
-void Voro::extractAtVertex(VCD vertex, const std::vector<CCD>& cells, std::vector<unsigned long long>& ambiguous,
-                           std::vector<CCD>& vTri)
+/// Makes the triangles of all vertices but those of squares, which are appended as records.
+void Voro::walkVertices(std::vector<unsigned long long>& ambiguous)
 {
-    // Two cells make no triangle, and eight mean that the vertex lies inside.
-    if (cells.size() < 3 || cells.size() > 7)
-        return;
-    const int config = getConfig(vertex, cells);
-    std::array<CCD, 8> corners;
-    corners[5] = vertex;
-    pCalc->completeArraySym(corners.data());
-    vTri.clear();
-    casx.getTriangles(config, corners.data(), vTri, TUT);
-    if (isSquare(config))
+    const std::uint64_t todo = 8 * vCCD.size(); // vertices, counted once per cell
+    Progress* const walk = getThreadProgress()->getChildProgressSetTodo("VO_ftx", todo);
+    ambiguous.reserve(2 * recordLength * vCCD.size()); // room for a flat sheet, seen from both sides
+    std::vector<FoundTriangle> found;
+    const size_t numBlocks = patterns.getNumBlocks();
+    for (size_t first = 0; first < numBlocks; first += blocksAtOnce)
     {
-        ZAV_ASSERT(vTri.size() == 6, "vTriVCD.size()==6");
-        ambiguous.insert(ambiguous.end(), vTri.begin(), vTri.end());
-        ambiguous.push_back(vertex);
-        ambiguous.push_back(static_cast<unsigned long long>(config));
-        return;
+        const size_t last = std::min(numBlocks, first + blocksAtOnce);
+        found.clear();
+        findTriangles(first, last, found);
+        enterTriangles(found, ambiguous);
+        walk->incProgressBy(todo * last / numBlocks - todo * first / numBlocks);
     }
-    for (size_t i = 0; i < vTri.size(); i += 3)
-        createUnlessThere(pCMesh->getEdge(vTri[i], vTri[i + 1]), vTri[i], vTri[i + 1], vTri[i + 2], vertex, config);
+    walk->setDone(true);
+}
+
+/// Appends the triangles of a range of blocks, in the order of their vertices.
+void Voro::findTriangles(size_t firstBlock, size_t lastBlock, std::vector<FoundTriangle>& found) const
+{
+    collectMT(lastBlock - firstBlock, found,
+              [&](size_t begin, size_t end, std::vector<FoundTriangle>& list)
+              {
+                  std::vector<CCD> vTri;
+                  const auto findAt = [&](VCD vertex, int config)
+                  {
+                      std::array<CCD, 8> corners;
+                      corners[5] = vertex;
+                      pCalc->completeArraySym(corners.data());
+                      vTri.clear();
+                      casx.getTriangles(config, corners.data(), vTri, TUT);
+                      for (size_t i = 0; i < vTri.size(); i += 3)
+                          list.push_back({{vTri[i], vTri[i + 1], vTri[i + 2]}, vertex, config});
+                  };
+                  for (size_t i = begin; i < end; ++i)
+                      patterns.forEachPartlyFilled(firstBlock + i, findAt);
+              });
+}
+
+void Voro::enterTriangles(const std::vector<FoundTriangle>& found, std::vector<unsigned long long>& ambiguous)
+{
+    for (size_t i = 0; i < found.size(); ++i)
+    {
+        const FoundTriangle& t = found[i];
+        const auto& [a, b, c] = t.corners;
+        if (!isSquare(t.config))
+        {
+            createUnlessThere(pCMesh->getEdge(a, b), a, b, c, t.vertex, t.config);
+            continue;
+        }
+        ZAV_ASSERT(i + 1 < found.size() && found[i + 1].vertex == t.vertex, "vTriVCD.size()==6");
+        const FoundTriangle& other = found[++i];
+        ambiguous.insert(ambiguous.end(), t.corners.begin(), t.corners.end());
+        ambiguous.insert(ambiguous.end(), other.corners.begin(), other.corners.end());
+        ambiguous.push_back(t.vertex);
+        ambiguous.push_back(static_cast<unsigned long long>(t.config));
+    }
 }
 
 void Voro::createUnlessThere(CEdge* e, VCD a, VCD b, VCD c, VCD vertex, int config)
@@ -201,9 +199,8 @@ CMesh* Voro::meshAgain(std::vector<VCD>& vVCD)
     createExtraCCDs_borderFix(vVCD, vExtra, vRemove);
     vCCD.insert(vCCD.end(), vExtra.begin(), vExtra.end());
     oneInstance(vCCD);
-    removeRemovable(vRemove, vExtra); // looks at the cells alone: the vertices are needed for the final list only
-    vStaticVCD2CCD.clear();
-    setVCD2CCD();
+    removeRemovable(vRemove, vExtra);
+    patterns = CellPatterns(*pCalc, vCCD);
     fatExtractTriangles();
     for (const CCD c : vExtra)
         if (!pCMesh->hasBundle(c))
@@ -217,16 +214,12 @@ void Voro::createExtraCCDs_borderFix(const std::vector<VCD>& vVCD, std::vector<C
 {
     for (const VCD vertex : vVCD)
     {
-        auto q_it = std::lower_bound(vStaticVCD2CCD.begin(), vStaticVCD2CCD.end(), std::pair<VCD, CCD>(vertex, 0));
-        ZAV_ASSERT(q_it != vStaticVCD2CCD.end(), "q_it!=vStaticVCD2CCD.end()");
-        std::vector<CCD> cells;
-        for (; q_it != vStaticVCD2CCD.end() && q_it->first == vertex; ++q_it)
-            cells.push_back(q_it->second);
-        if (cells.size() < 3 || cells.size() > 7)
-            continue;
-        const int config = getConfig(vertex, cells);
+        ZAV_ASSERT(vertex <= patterns.getLastVertex(), "q_it!=vStaticVCD2CCD.end()");
+        const int config = patterns.getPattern(vertex);
         const unsigned extra = Casx::getExtraCbs(config);
-        const unsigned remove = extra > 0 ? Casx::getRemoveCbs(config) : 0;
+        if (extra == 0)
+            continue;
+        const unsigned remove = Casx::getRemoveCbs(config);
         std::array<CCD, 8> corners;
         corners[5] = vertex;
         pCalc->completeArraySym(corners.data());

@@ -4,9 +4,9 @@
 #include "CMesh.h"
 #include "Calc.h"
 #include "Casx.h"
+#include "CellPatterns.h"
 
 #include <map>
-#include <utility>
 #include <vector>
 
 namespace MIRT_ZAV
@@ -17,12 +17,12 @@ namespace MIRT_ZAV
 class Voro
 {
 public:
-    Calc* pCalc;                                     // the lattice; not owned
-    std::map<CCD, Bundle*>* pMap;                    // cells with their bundles; not owned
-    std::vector<CCD>* pvFill;                        // cells that hole control added; not owned, passed on to the mesh
-    CMesh* pCMesh = nullptr;                         // made by the first extraction; owned until released
-    std::vector<CCD> vCCD;                           // the cells that extraction uses, sorted
-    std::vector<std::pair<VCD, CCD>> vStaticVCD2CCD; // each cell's eight vertices with the cell; sorted
+    Calc* pCalc;                  // the lattice; not owned
+    std::map<CCD, Bundle*>* pMap; // cells with their bundles; not owned
+    std::vector<CCD>* pvFill;     // cells that hole control added; not owned, passed on to the mesh
+    CMesh* pCMesh = nullptr;      // made by the first extraction; owned until released
+    std::vector<CCD> vCCD;        // the cells that extraction uses, sorted
+    CellPatterns patterns;        // of these cells
     Casx casx;
 
     Voro(Calc* pCalc, std::map<CCD, Bundle*>& map, std::vector<CCD>& fill, TRIMODE mode);
@@ -30,10 +30,6 @@ public:
     Voro(const Voro&) = delete;
     Voro& operator=(const Voro&) = delete;
 
-    /// Appends every cell's vertices to vStaticVCD2CCD and sorts it.
-    void setVCD2CCD();
-    /// The configuration of a vertex from the cells that touch it.
-    int getConfig(VCD vertex, const std::vector<CCD>& cells) const;
     /// Makes all triangles, in a new mesh or in the old one after a reset.
     void fatExtractTriangles();
     /// Splits squares along the diagonal that the mesh has, or along (c0, c3).
@@ -48,9 +44,11 @@ public:
 
 private:
     struct Square;
+    struct FoundTriangle;
 
-    void extractAtVertex(VCD vertex, const std::vector<CCD>& cells, std::vector<unsigned long long>& ambiguous,
-                         std::vector<CCD>& vTri);
+    void walkVertices(std::vector<unsigned long long>& ambiguous);
+    void findTriangles(size_t firstBlock, size_t lastBlock, std::vector<FoundTriangle>& found) const;
+    void enterTriangles(const std::vector<FoundTriangle>& found, std::vector<unsigned long long>& ambiguous);
     void createUnlessThere(CEdge* e, VCD a, VCD b, VCD c, VCD vertex, int config);
     void orderByDiagonal(const unsigned long long* record, Square& square) const;
     void createExtraCCDs_borderFix(const std::vector<VCD>& vVCD, std::vector<CCD>& vExtra, std::vector<CCD>& vRemove);
