@@ -125,16 +125,7 @@ void AscendingMemory::releaseFrom(void* start)
         munmap(it->begin, static_cast<size_t>(it->end - it->begin));
     vRanges.erase(holder.base(), vRanges.end());
 
-    Range& range = vRanges.back();
-    const size_t kept = roundUp(static_cast<size_t>(address - range.begin), smallCommit);
-    char* const firstFree = std::min(range.end, range.begin + kept);
-    if (firstFree < range.committed)
-    {
-        madvise(firstFree, static_cast<size_t>(range.committed - firstFree), MADV_DONTNEED);
-        mprotect(firstFree, static_cast<size_t>(range.committed - firstFree), PROT_NONE);
-        range.committed = firstFree;
-    }
-    range.top = address;
+    vRanges.back().top = address;
 }
 
 void AscendingMemory::release()

@@ -25,7 +25,8 @@ public:
     /// A block of the given size, aligned for any object; null when memory is out. A size of 0 gives a valid address.
     void* allocate(size_t numBytes);
 
-    /// Gives back the memory of all blocks that start at or above an address handed out before.
+    /// Takes back all blocks that start at or above an address handed out before. The pages of the range that it lies
+    /// in are kept: what goes back is usually taken again at once, and the system would have to clear them anew.
     void releaseFrom(void* start);
 
     /// Gives back everything.

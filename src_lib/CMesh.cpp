@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <new>
+#include <numeric>
 
 namespace MIRT_ZAV
 {
@@ -266,11 +267,16 @@ void CMesh::getDegN(int n, std::vector<CEdge*>& out) const
 
 double CMesh::getArea() const
 {
-    double area = 0.0;
-    for (const CTriangle* const t : vT)
-        if (t->isAlive())
-            area += t->getArea(this);
-    return area;
+    std::vector<double> areas(vT.size(), 0.0);
+    forSlicesMT(vT.size(), 8,
+                [&](size_t begin, size_t end)
+                {
+                    for (size_t i = begin; i < end; ++i)
+                        if (vT[i]->isAlive())
+                            areas[i] = vT[i]->getArea(this);
+                });
+    // The sum is formed in order: its last bits depend on that.
+    return std::accumulate(areas.begin(), areas.end(), 0.0);
 }
 
 Point3* CMesh::getVtx(VCD v) const

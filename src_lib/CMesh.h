@@ -129,6 +129,9 @@ public:
     void treatDegenerateT();
 
 private:
+    class TriangleSets;
+
+    void uniteTriangles(const std::set<CEdge*>* pBlocked, TriangleSets& sets, std::vector<CEdge*>& vOuter) const;
     CEdge* attachEdge(VCD a, VCD b, CTriangle* t);
     std::vector<size_t> sortByLowestCorner();
     template <class F>
@@ -141,20 +144,23 @@ private:
 template <class Predicate>
 void CMesh::getCEdgesIf(const Predicate& isWanted, std::vector<CEdge*>& out) const
 {
-    const std::vector<std::uint32_t> places = vertices.getPlacesInOrder();
-    collectMT(places.size(), out,
-              [&](size_t begin, size_t end, std::vector<CEdge*>& found)
+    std::vector<std::pair<VCD, CEdge*>> vFound; // with the lower end
+    collectMT(vCE.size(), vFound,
+              [&](size_t begin, size_t end, std::vector<std::pair<VCD, CEdge*>>& found)
               {
                   for (size_t i = begin; i < end; ++i)
-                  {
-                      const auto numBefore = static_cast<std::ptrdiff_t>(found.size());
-                      for (CEdge* e = vertices[places[i]].firstUpward; e != nullptr; e = e->nextOfLower)
-                          if (isWanted(e))
-                              found.push_back(e);
-                      std::sort(found.begin() + numBefore, found.end(),
-                                [](const CEdge* x, const CEdge* y) { return x->v1 < y->v1; });
-                  }
+                      if (isWanted(vCE[i]))
+                          found.emplace_back(vCE[i]->v0, vCE[i]);
               });
+    sortByFirstMT(vFound.begin(), vFound.end());
+    out.reserve(out.size() + vFound.size());
+    for (auto it = vFound.begin(); it != vFound.end();)
+    {
+        const auto numBefore = static_cast<std::ptrdiff_t>(out.size());
+        for (const VCD lower = it->first; it != vFound.end() && it->first == lower; ++it)
+            out.push_back(it->second);
+        std::sort(out.begin() + numBefore, out.end(), [](const CEdge* x, const CEdge* y) { return x->v1 < y->v1; });
+    }
 }
 
 } // namespace MIRT_ZAV

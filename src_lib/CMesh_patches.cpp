@@ -11,10 +11,9 @@
 
 namespace MIRT_ZAV
 {
-namespace
-{
+
 /// Disjoint sets of triangles by their places in vT. The first place of a set stands for it.
-class TriangleSets
+class CMesh::TriangleSets
 {
 public:
     explicit TriangleSets(size_t numT) : parents(numT) { std::iota(parents.begin(), parents.end(), 0u); }
@@ -48,22 +47,59 @@ private:
     std::vector<std::uint32_t> parents;
 };
 
+namespace
+{
 bool isGrownAcross(CEdge* e, const std::set<CEdge*>* pBlocked)
 {
     return e->getDegree() == 2 && (pBlocked == nullptr || pBlocked->find(e) == pBlocked->end());
 }
 } // namespace
 
+/// Unites triangles over the edges that patches grow across, and appends the other alive edges in order of creation.
+///
+/// Edges and triangles of one region are made and sorted near each other. Each slice of edges unites within the same
+/// slice of triangles, which no other touches; the edges that lead out of it are left for the end.
+void CMesh::uniteTriangles(const std::set<CEdge*>* pBlocked, TriangleSets& sets, std::vector<CEdge*>& vOuter) const
+{
+    struct Slice
+    {
+        std::vector<CEdge*> vOuter, vLater;
+    };
+    std::vector<Slice> slices(getGlobalNumCPU() < 2 ? 1 : 8 * static_cast<size_t>(getGlobalNumCPU()));
+    const auto fillSlice = [&](size_t i)
+    {
+        const auto cut = [&slices](size_t n, size_t k) { return n * k / slices.size(); };
+        const size_t firstT = cut(vT.size(), i), endT = cut(vT.size(), i + 1);
+        const auto isInside = [&](const CTriangle* t) { return t->place >= firstT && t->place < endT; };
+        for (size_t k = cut(vCE.size(), i); k < cut(vCE.size(), i + 1); ++k)
+        {
+            CEdge* const e = vCE[k];
+            if (!isGrownAcross(e, pBlocked))
+            {
+                if (e->getDegree() > 0)
+                    slices[i].vOuter.push_back(e);
+            }
+            else if (isInside(e->vT[0]) && isInside(e->vT[1]))
+                sets.unite(e->vT[0]->place, e->vT[1]->place);
+            else
+                slices[i].vLater.push_back(e);
+        }
+    };
+    ParallelLoop()(slices.size(), fillSlice);
+    for (const Slice& slice : slices)
+    {
+        for (const CEdge* const e : slice.vLater)
+            sets.unite(e->vT[0]->place, e->vT[1]->place);
+        vOuter.insert(vOuter.end(), slice.vOuter.begin(), slice.vOuter.end());
+    }
+}
+
 void CMesh::findPatches(const std::set<CEdge*>* pBlocked)
 {
     destroyPatches();
     TriangleSets sets(vT.size());
     std::vector<CEdge*> vOuter; // by address, as the rims are to be
-    for (CEdge* const e : vCE)
-        if (isGrownAcross(e, pBlocked))
-            sets.unite(e->vT[0]->place, e->vT[1]->place);
-        else if (e->getDegree() > 0)
-            vOuter.push_back(e);
+    uniteTriangles(pBlocked, sets, vOuter);
 
     const std::vector<std::uint32_t> numbers = sets.number(
         [this](std::uint32_t first)

@@ -61,7 +61,6 @@ public:
             vertex.firstUpward = vertex.firstDownward = nullptr;
     }
 
-    const CVertex& operator[](std::uint32_t place) const { return vertices[place]; }
     /// The place of a vertex that is there.
     std::uint32_t getPlace(VCD v) const { return static_cast<std::uint32_t>(find(v) - vertices.data()); }
     /// The places of all vertices by ascending code.

@@ -146,19 +146,43 @@ void Top::integrateCCD(CEdge* e)
 
 void Top::killDegenerate()
 {
-    std::vector<CTriangle*> vAlive, vNew;
-    pCMesh->getAliveTriangles(vAlive);
-    for (CTriangle* const t : vAlive)
+    const size_t numT = pCMesh->vT.size(); // without the triangles that are made meanwhile
+    const auto isToKill = [this](const CTriangle* t) { return t->isAlive() && t->isDegenerate(pCMesh); };
+    std::vector<CTriangle*> vFound;
+    collectMT(numT, vFound,
+              [&](size_t begin, size_t end, std::vector<CTriangle*>& found)
+              {
+                  const auto first = pCMesh->vT.begin();
+                  std::copy_if(first + static_cast<std::ptrdiff_t>(begin), first + static_cast<std::ptrdiff_t>(end),
+                               std::back_inserter(found), isToKill);
+              });
+    for (CTriangle* const t : vFound)
     {
-        if (!t->isDegenerate(pCMesh) || !t->isAlive())
+        if (!t->isAlive() || !killOrMove(t))
             continue;
-        const int i = t->getLargestEdgeICI(pCMesh);
-        CEdge* const e = t->getCEdge(i);
-        if (e->getDegree() == 1)
-            t->kill(pCMesh);
-        else if (!e->trySplitNeigsKillT(pCMesh, t, i, vNew) && !moveOneCorner(t, i))
-            warning(ZAV_LOCATION, "No success of trySplitNeigsKillT() and laplacianForOne()");
+        // A corner that moved can make any later triangle degenerate or sound.
+        for (size_t i = t->place + 1; i < numT; ++i)
+            if (isToKill(pCMesh->vT[i]))
+                killOrMove(pCMesh->vT[i]);
+        return;
     }
+}
+
+/// Gets rid of a degenerate triangle. \return whether a corner was moved for that
+bool Top::killOrMove(CTriangle* t)
+{
+    const int i = t->getLargestEdgeICI(pCMesh);
+    CEdge* const e = t->getCEdge(i);
+    std::vector<CTriangle*> vNew;
+    if (e->getDegree() == 1)
+        t->kill(pCMesh);
+    else if (!e->trySplitNeigsKillT(pCMesh, t, i, vNew))
+    {
+        if (moveOneCorner(t, i))
+            return true;
+        warning(ZAV_LOCATION, "No success of trySplitNeigsKillT() and laplacianForOne()");
+    }
+    return false;
 }
 
 /// Tries the corners in turn, starting with firstCorner.

@@ -95,6 +95,7 @@ private:
 
     CEdge* getCrossingDiagonal(const CEdge* e, const CTriangle* pT0, const CTriangle* pT1, VCD& c, VCD& d) const;
     void completeSquare(const CEdge* e, CEdge* e2, VCD c, VCD d, VCD vcd);
+    bool killOrMove(CTriangle* t);
     bool moveOneCorner(const CTriangle* t, int firstCorner);
     bool isEvilDeg3(const CEdge* e) const;
     bool getTinyRegion(CTriangle* seed, size_t maxSize, std::vector<CTriangle*>& vRegion) const;

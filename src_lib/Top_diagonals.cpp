@@ -46,9 +46,9 @@ int countEdges(const CTriangle* t, const CEdge* without, int degree)
 
 void Top::unifyDiagonals()
 {
-    std::vector<CEdge*> vCE;
-    pCMesh->getCEdges(vCE);
-    for (const CEdge* const e : vCE)
+    std::vector<CEdge*> vDiagonals;
+    pCMesh->getCEdgesIf([](const CEdge* e) { return Calc::getUniqueSameComponent(e->v0, e->v1) >= 0; }, vDiagonals);
+    for (const CEdge* const e : vDiagonals)
     {
         CTriangle *pT0 = nullptr, *pT1 = nullptr;
         if (!e->getTwoTriangles(pT0, pT1, true))
@@ -70,21 +70,19 @@ CEdge* Top::getCrossingDiagonal(const CEdge* e, const CTriangle* pT0, const CTri
 {
     const VCD a = e->v0, b = e->v1;
     const int axis = Calc::getUniqueSameComponent(a, b);
-    if (axis < 0)
-        return nullptr;
     c = pT0->getThirdCCD(a, b);
     d = pT1->getThirdCCD(a, b);
     if (c == d || Calc::getUniqueSameComponent(c, d) != axis)
-        return nullptr;
-    // A dead edge is no diagonal: it would pull a square back that has just lost it.
-    CEdge* const e2 = pCMesh->getEdge(c, d);
-    if (e2 == nullptr || e2->getDegree() == 0)
         return nullptr;
     const u64 mask = getMask(axis);
     ZAV_ASSERT((a & mask) == (b & mask), "a==b");
     ZAV_ASSERT((c & mask) == (d & mask), "c==d");
     const bool bSamePlane = (b & mask) == (c & mask);
-    return bSamePlane ? e2 : nullptr;
+    if (!bSamePlane)
+        return nullptr;
+    // A dead edge is no diagonal: it would pull a square back that has just lost it.
+    CEdge* const e2 = pCMesh->getEdge(c, d);
+    return e2 == nullptr || e2->getDegree() == 0 ? nullptr : e2;
 }
 
 /// Makes what is missing of the two triangles on the diagonal (c, d).
