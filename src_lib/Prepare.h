@@ -12,7 +12,6 @@
 namespace MIRT_ZAV
 {
 
-class CellIndex;
 class RemoveDeciderFast;
 
 /// Serves one cloud: made, run once and destroyed, on one thread.
@@ -46,8 +45,7 @@ public:
 private:
     friend struct PrepareTestAccess;                       // to see the distances of the march
     using Distances = std::vector<std::pair<double, RCD>>; // distance from the shell in input units, cell
-    struct RCDBox;
-    class PrioqRCDBox;
+    struct MarchZone;
 
     std::vector<std::pair<RCD, Point3*>> getCellsOfPoints() const;
     std::vector<std::pair<RCD, Point3>> getRepresentatives() const;
@@ -64,12 +62,9 @@ private:
 
     // How far new cells lie from the shell: a front marches outwards and hands on the nearest shell point.
     void rcdmch_getDist2RCD(int size, Distances& vDist2RCD);
-    void rcdmch_createRCDBoxes(MIRT_TOOLS::SimplePool<RCDBox>& pool, int size, std::vector<RCDBox*>& vShell,
-                               std::vector<RCDBox*>& vNew) const;
-    void rcdmch_createPrioq(const std::vector<RCDBox*>& vShell, const std::vector<RCDBox*>& vNew,
-                            const CellIndex& index, PrioqRCDBox& queue) const;
-    void rcdmch_marchRCD(PrioqRCDBox& queue, const std::vector<RCDBox*>& vNew, const CellIndex& index,
-                         Distances& vDist2RCD) const;
+    void rcdmch_createZone(int size, MarchZone& zone) const;
+    void rcdmch_reachFromShell(MarchZone& zone) const;
+    void rcdmch_march(MarchZone& zone) const;
 
 public:
     std::vector<Point3>* pvPoints; // not owned

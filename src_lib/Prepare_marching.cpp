@@ -5,184 +5,207 @@
 
 #include "Prepare.h"
 
-#include "CellIndex.h"
+#include "CellBricks.h"
+#include "KeyHeap.h"
 #include "cellSets.h"
 #include "sortMT.h"
 #include "tools.h"
 #include "vectorHelpers.h"
 
+#include <array>
 #include <bit>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstdint>
-#include <new>
-#include <queue>
+#include <optional>
 
 namespace MIRT_ZAV
 {
-
-/// One cell in the march. Floats keep it small: there are as many as rim cells times size.
-struct Prepare::RCDBox
+namespace
 {
-    float dist;      // to the source's point so far; 0 for a shell cell, the greatest float when unreached
-    bool bDone;      // the distance can't improve
-    RCD rcd;         //
-    Point3* pVtx;    // the point of a shell cell; null otherwise
-    RCDBox* pSource; // the shell box whose point gives dist; a shell box points to itself
-    float x, y, z;   // centre of the cell; not read on shell cells
-
-    /// From this shell box's point to the centre of a new one. Differences in double, kept as float: far from the
-    /// origin the float centres lose digits, and the membranes get rough.
-    float getDistanceTo(const RCDBox& newBox) const
-    {
-        const float dx = static_cast<float>(pVtx->x() - static_cast<double>(newBox.x));
-        const float dy = static_cast<float>(pVtx->y() - static_cast<double>(newBox.y));
-        const float dz = static_cast<float>(pVtx->z() - static_cast<double>(newBox.z));
-        return std::sqrt(dx * dx + dy * dy + dz * dz);
-    }
-};
-
-/// The smallest distance on top, compared by distance alone: among equals the order of pushes decides. A distance and
-/// the number of a new box make one word: the bits of floats that aren't negative sort as the floats do.
-class Prepare::PrioqRCDBox
+/// From a point to the centres of a cell and of its 26 neighbours.
+class DistancesAround
 {
 public:
-    void push(float dist, size_t box) { queue.push(u64(std::bit_cast<std::uint32_t>(dist)) << 32 | box); }
-    bool empty() const { return queue.empty(); }
-    size_t pop()
+    /// Differences in double, kept as float, of centres kept as float: far from the origin the centres lose digits, and
+    /// the membranes get rough.
+    DistancesAround(const Point3& point, RCD r, const Calc& calc)
     {
-        const u64 top = queue.top();
-        queue.pop();
-        return top & 0xffffffff;
+        RCD onDiagonal = r - rcd::xUnit - rcd::yUnit - rcd::zUnit;
+        for (size_t i = 0; i < 3; ++i, onDiagonal += rcd::xUnit + rcd::yUnit + rcd::zUnit)
+        {
+            const Point3 centre = calc.getCenter(onDiagonal);
+            squareX[i] = getSquare(point.x(), centre.x());
+            squareY[i] = getSquare(point.y(), centre.y());
+            squareZ[i] = getSquare(point.z(), centre.z());
+        }
+    }
+
+    float operator()(unsigned position) const
+    {
+        return std::sqrt(squareX[position % 3] + squareY[position / 3 % 3] + squareZ[position / 9]);
     }
 
 private:
-    struct IsFarther
+    static float getSquare(double a, double b)
     {
-        bool operator()(u64 a, u64 b) const { return a >> 32 > b >> 32; }
-    };
-    std::priority_queue<u64, std::vector<u64>, IsFarther> queue;
+        const float difference = static_cast<float>(a - static_cast<double>(static_cast<float>(b)));
+        return difference * difference;
+    }
+
+    float squareX[3], squareY[3], squareZ[3];
+};
+
+constexpr std::array<unsigned, 6> facePositions = {12, 14, 10, 16, 4, 22}; // x-1, x+1, y-1, y+1, z-1, z+1
+
+/// All neighbours in ascending order of their codes.
+constexpr std::array<unsigned, 26> makeNeigPositions()
+{
+    std::array<unsigned, 26> positions{};
+    size_t n = 0;
+    for (unsigned i = 0; i < 27; ++i)
+        if (const unsigned position = i / 9 + 3 * (i / 3 % 3) + 9 * (i % 3); position != 13)
+            positions[n++] = position;
+    return positions;
+}
+constexpr std::array<unsigned, 26> neigPositions = makeNeigPositions();
+} // namespace
+
+/// The cells of one march.
+struct Prepare::MarchZone
+{
+    std::vector<RCD> newCells;           // sorted
+    std::vector<RCD> shellCells;         // sorted
+    std::vector<Point3> shellPoints;     // at the same place; close to each other, since they are read again and again
+    std::optional<CellBricks> bricks;    // of both
+    std::vector<CellBricks::Slot> slots; // of the new cells
+    // By slot, how a new cell has been reached so far.
+    std::vector<float> dists;           // to the source's point; the greatest float when unreached. With the sign set
+                                        // when it can't improve any more, and for all cells that aren't new
+    std::vector<std::uint32_t> sources; // the place of the shell cell whose point gives the distance
 };
 
 void Prepare::rcdmch_getDist2RCD(int size, Distances& vDist2RCD)
 {
-    MIRT_TOOLS::SimplePool<RCDBox> pool;
-    std::vector<RCDBox*> vShell, vNew;
-    rcdmch_createRCDBoxes(pool, size, vShell, vNew);
-    std::vector<RCD> newCells;
-    transformMT(vNew, newCells, [](const RCDBox* pBox) { return pBox->rcd; });
-    const CellIndex index(newCells);
-    PrioqRCDBox queue;
-    rcdmch_createPrioq(vShell, vNew, index, queue);
-    rcdmch_marchRCD(queue, vNew, index, vDist2RCD);
+    MarchZone zone;
+    rcdmch_createZone(size, zone);
+    rcdmch_reachFromShell(zone);
+    rcdmch_march(zone);
+    vDist2RCD.reserve(vDist2RCD.size() + zone.newCells.size());
+    for (size_t i = 0; i < zone.newCells.size(); ++i)
+        vDist2RCD.emplace_back(std::abs(static_cast<double>(zone.dists[zone.slots[i]])), zone.newCells[i]);
 }
 
-void Prepare::rcdmch_createRCDBoxes(MIRT_TOOLS::SimplePool<RCDBox>& pool, int size, std::vector<RCDBox*>& vShell,
-                                    std::vector<RCDBox*>& vNew) const
+void Prepare::rcdmch_createZone(int size, MarchZone& zone) const
 {
-    std::vector<RCD> zone;
+    std::vector<RCD> cells;
     std::vector<RCD> border = vBorderRCDsrt;
-    inflateRCD(border, size, true, zone);
-    sortMT(zone.begin(), zone.end());
-    ZAV_ASSERT(zone.size() < size_t(INT_MAX), "zone.size()<INT_MAX"); // one container, places of 32 bits
-    pool.init(static_cast<int>(zone.size()), -1);
+    inflateRCD(border, size, true, cells);
+    sortMT(cells.begin(), cells.end());
+    ZAV_ASSERT(cells.size() < size_t(INT_MAX), "zone.size()<INT_MAX"); // places of 32 bits
+    zone.bricks.emplace(cells);
+    zone.newCells = cells;
+    removeVec(zone.newCells, vAllRCDsrt);
+    zone.shellCells.swap(cells);
+    keepVec(zone.shellCells, vAllRCDsrt);
 
-    std::vector<RCD> newCells = zone;
-    removeVec(newCells, vAllRCDsrt);
-    vNew.reserve(newCells.size());
-    for (const RCD r : newCells)
-    {
-        const Point3 centre = pCalc->getCenter(r);
-        vNew.push_back(new (pool.take()) RCDBox{FLT_MAX, false, r, nullptr, nullptr, static_cast<float>(centre.x()),
-                                                static_cast<float>(centre.y()), static_cast<float>(centre.z())});
-    }
+    transformMT(zone.newCells, zone.slots, [&zone](RCD r) { return zone.bricks->find(r); });
+    zone.dists.assign(zone.bricks->getNumSlots(), -1.0f);
+    zone.sources.resize(zone.bricks->getNumSlots());
+    for (const CellBricks::Slot slot : zone.slots)
+        zone.dists[slot] = FLT_MAX;
 
-    std::vector<RCD>& shellCells = zone;
-    keepVec(shellCells, vAllRCDsrt);
-    vShell.reserve(shellCells.size());
+    zone.shellPoints.reserve(zone.shellCells.size());
     auto q_it = vRCD2Vtxsrt.begin();
-    for (const RCD r : shellCells)
+    for (const RCD r : zone.shellCells)
     {
         while (q_it != vRCD2Vtxsrt.end() && q_it->first < r)
             ++q_it;
         ZAV_ASSERT(q_it != vRCD2Vtxsrt.end() && q_it->first == r, "q_it!=vRCD2Vtxsrt.end() && q_it->first==rcd");
-        RCDBox* const pBox = new (pool.take()) RCDBox{0.0f, true, r, q_it->second, nullptr, 0.0f, 0.0f, 0.0f};
-        pBox->pSource = pBox;
-        vShell.push_back(pBox);
+        ZAV_ASSERT(q_it->second != nullptr, "pFromVtx!=__null");
+        zone.shellPoints.push_back(*q_it->second);
     }
 }
 
-void Prepare::rcdmch_createPrioq(const std::vector<RCDBox*>& vShell, const std::vector<RCDBox*>& vNew,
-                                 const CellIndex& index, PrioqRCDBox& queue) const
+/// Gives the new cells next to the shell the nearest of the points around them.
+void Prepare::rcdmch_reachFromShell(MarchZone& zone) const
 {
-    std::vector<size_t> vReached;
-    for (RCDBox* const pShellBox : vShell)
+    for (size_t i = 0; i < zone.shellCells.size(); ++i)
     {
-        const Point3* const pFromVtx = pShellBox->pVtx;
-        ZAV_ASSERT(pFromVtx != nullptr, "pFromVtx!=__null");
-        index.forEachAround(pShellBox->rcd,
-                            [&](size_t i)
-                            {
-                                RCDBox* const pBox = vNew[i];
-                                const float d = pShellBox->getDistanceTo(*pBox);
-                                if (d < pBox->dist)
-                                {
-                                    pBox->dist = d;
-                                    pBox->pSource = pShellBox;
-                                    vReached.push_back(i);
-                                }
-                            });
-    }
-    oneInstanceMT(vReached);
-    for (const size_t i : vReached)
-        if (vNew[i]->dist < FLT_MAX)
-            queue.push(vNew[i]->dist, i);
-}
-
-void Prepare::rcdmch_marchRCD(PrioqRCDBox& queue, const std::vector<RCDBox*>& vNew, const CellIndex& index,
-                              Distances& vDist2RCD) const
-{
-    RCDBox* const boxes = vNew.empty() ? nullptr : vNew.front(); // they lie side by side
-    std::vector<size_t> neigs;
-    while (!queue.empty())
-    {
-        RCDBox& box = boxes[queue.pop()];
-        if (box.bDone)
-            continue;
-        box.bDone = true;
-
-        neigs.clear();
-        const auto collect = [&neigs, boxes](size_t i)
+        const RCD r = zone.shellCells[i];
+        const CellBricks::Slot slot = zone.bricks->find(r);
+        const DistancesAround distances(zone.shellPoints[i], r, *pCalc);
+        for (const unsigned position : neigPositions)
         {
-            __builtin_prefetch(boxes + i); // the front jumps about: fetch all neighbours at once, not one by one
-            neigs.push_back(i);
-        };
-        // Near the shell the march must pass diagonal gaps; farther out six directions are enough.
-        if (box.dist < sideLen)
-            index.forEachAround(box.rcd, collect);
-        else
-            for (const RCD step : {rcd::xUnit, rcd::yUnit, rcd::zUnit})
-                for (const RCD neig : {box.rcd - step, box.rcd + step})
-                    if (const size_t i = index.find(neig); i != CellIndex::notFound)
-                        collect(i);
-
-        for (const size_t i : neigs)
-        {
-            RCDBox& neig = boxes[i];
-            if (neig.bDone)
-                continue;
-            const float d = box.pSource->getDistanceTo(neig);
-            if (!(d < neig.dist))
-                continue;
-            neig.dist = d;
-            neig.pSource = box.pSource;
-            queue.push(d, i);
+            const CellBricks::Slot neig = zone.bricks->getNeig(slot, position);
+            const float d = distances(position);
+            if (d < zone.dists[neig])
+            {
+                zone.dists[neig] = d;
+                zone.sources[neig] = static_cast<std::uint32_t>(i);
+            }
         }
     }
-    vDist2RCD.reserve(vDist2RCD.size() + vNew.size());
-    for (const RCDBox* const pBox : vNew)
-        vDist2RCD.emplace_back(static_cast<double>(pBox->dist), pBox->rcd);
+}
+
+void Prepare::rcdmch_march(MarchZone& zone) const
+{
+    // The bits of floats that aren't negative sort as the floats do.
+    MIRT_TOOLS::KeyHeap queue;
+    const auto push = [&queue](float dist, CellBricks::Slot slot)
+    { queue.push(std::bit_cast<std::uint32_t>(dist), slot); };
+    for (const CellBricks::Slot slot : zone.slots)
+        if (zone.dists[slot] < FLT_MAX)
+            push(zone.dists[slot], slot);
+
+    const CellBricks& bricks = *zone.bricks;
+    const auto prefetch = [&zone, &bricks](int level, CellBricks::Slot slot)
+    {
+        if (level == 3)
+        {
+            __builtin_prefetch(&zone.sources[slot]);
+            __builtin_prefetch(&zone.dists[slot]);
+            bricks.prefetch(slot);
+        }
+        else if (level == 2)
+        {
+            const Point3* const point = &zone.shellPoints[zone.sources[slot]];
+            __builtin_prefetch(point);
+            __builtin_prefetch(reinterpret_cast<const char*>(point + 1) - 1);
+        }
+        else
+            bricks.prefetchAround(slot, zone.dists.data());
+    };
+    while (!queue.empty())
+    {
+        const CellBricks::Slot slot = queue.pop(prefetch).value;
+        const float dist = zone.dists[slot];
+        if (std::signbit(dist))
+            continue; // done
+        zone.dists[slot] = -dist;
+        const std::uint32_t source = zone.sources[slot];
+
+        const DistancesAround distances(zone.shellPoints[source], bricks.getCell(slot), *pCalc);
+        const auto reachNeig = [&](unsigned position)
+        {
+            const CellBricks::Slot neig = bricks.getNeig(slot, position);
+            const float d = distances(position);
+            if (d < zone.dists[neig])
+            {
+                zone.dists[neig] = d;
+                zone.sources[neig] = source;
+                push(d, neig);
+            }
+        };
+        // Near the shell the march must pass diagonal gaps; farther out six directions are enough.
+        if (dist < sideLen)
+            for (const unsigned position : neigPositions)
+                reachNeig(position);
+        else
+            for (const unsigned position : facePositions)
+                reachNeig(position);
+    }
 }
 
 } // namespace MIRT_ZAV

@@ -1,12 +1,15 @@
 // The removal loops: by weight (prunePrioq), by distance (pruneByDistance), and of small pieces of border as a whole.
 #include "RemoveDeciderFast.h"
 
+#include "CellBricks.h"
 #include "CellIndex.h"
+#include "KeyHeap.h"
 #include "cellSets.h"
 #include "sortMT.h"
 #include "vectorHelpers.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 
 namespace MIRT_ZAV
@@ -182,86 +185,6 @@ void RemoveDeciderFast::getNextCandidates(std::vector<RCD>& killed, std::vector<
 
 namespace
 {
-/// The queue of pruneByDistance: a heap with the greatest distance on top, and the entries put aside, which can come
-/// back. Among equal distances the order follows from the order of pushes alone. An entry of the list is known by its
-/// place there; the heap holds small words, a level that sinks with the distance above the place.
-class DistanceQueue
-{
-public:
-    using Place = std::uint32_t;
-
-    /// \param sortedArg  by descending distance; pushed in this order
-    /// \param cells      all cells of the list, as a sorted set
-    DistanceQueue(const std::vector<Weighted>& sortedArg, const std::vector<RCD>& cells)
-        : sorted(sortedArg), index(cells), asides(cells.size(), notAside)
-    {
-        u64 level = ~Place(0);
-        levels.reserve(sorted.size());
-        heap.reserve(sorted.size());
-        for (size_t i = 0; i < sorted.size(); ++i)
-        {
-            if (i > 0 && sorted[i].first < sorted[i - 1].first)
-                --level;
-            levels.push_back(static_cast<Place>(level));
-            heap.push_back(level << 32 | i); // a list in descending order is the heap that pushing it one by one makes
-        }
-    }
-
-    bool empty() const { return heap.empty(); }
-
-    Place pop()
-    {
-        std::pop_heap(heap.begin(), heap.end(), HasLowerLevel());
-        const auto place = static_cast<Place>(heap.back());
-        heap.pop_back();
-        return place;
-    }
-
-    RCD getCell(Place place) const { return sorted[place].second; }
-
-    /// Of several entries of a cell the first one put aside counts.
-    void putAside(Place place)
-    {
-        Place& aside = asides[index.find(getCell(place))];
-        if (aside == notAside)
-            aside = place;
-    }
-
-    /// Those of some cells that were put aside are queued again; they stay put aside, so that they can come back more
-    /// than once.
-    void pushBack(const std::vector<RCD>& cells)
-    {
-        found.clear();
-        for (const RCD r : cells)
-            if (const size_t i = index.find(r); i != CellIndex::notFound)
-            {
-                __builtin_prefetch(&asides[i]); // all at once, not one by one
-                found.push_back(i);
-            }
-        for (const size_t i : found)
-            if (asides[i] != notAside)
-            {
-                heap.push_back(u64(levels[asides[i]]) << 32 | asides[i]);
-                std::push_heap(heap.begin(), heap.end(), HasLowerLevel());
-            }
-    }
-
-private:
-    static constexpr Place notAside = ~Place(0);
-
-    struct HasLowerLevel
-    {
-        bool operator()(u64 a, u64 b) const { return a >> 32 < b >> 32; }
-    };
-
-    const std::vector<Weighted>& sorted;
-    std::vector<Place> levels; // of the list's entries
-    std::vector<u64> heap;
-    CellIndex index;
-    std::vector<Place> asides; // by cell
-    std::vector<size_t> found; // scratch space of pushBack
-};
-
 enum class Verdict
 {
     drop, // not looked at again in this call
@@ -275,12 +198,11 @@ Verdict judge(PruningMode mode, unsigned config)
     if ((config & RCDMatrix::faceMask) == RCDMatrix::faceMask)
         return Verdict::wait;
     const auto index = static_cast<unsigned>(getAlternativeBitmap(config));
-    const bool bBorder = borderBit(index);
-    if (mode == PM_PRUNE_BORDERS && !bBorder)
-        return Verdict::drop; // deliberately not put aside: a gap cell with an empty face is given up for the call
-    if (mode == PM_PRUNE_AREA && bBorder)
-        return Verdict::wait;
-    return gapBit(index) ? Verdict::wait : Verdict::kill;
+    const bool bBorder = borderBit(index); // and so no gap cell
+    if (mode == PM_PRUNE_BORDERS)
+        return bBorder ? Verdict::kill : Verdict::drop; // deliberately not put aside: a gap cell with an empty face is
+                                                        // given up for the call
+    return bBorder || gapBit(index) ? Verdict::wait : Verdict::kill;
 }
 
 /// By descending distance, then by cell, so that the order is the same for every number of CPUs.
@@ -295,6 +217,108 @@ void sortByDistance(std::vector<Weighted>& vDist)
     sortMT(vDist.begin(), vDist.end());
     negate();
 }
+
+/// The candidates of one pruneByDistance and their queue. Entries have the rank of their distance in place of it, the
+/// greatest first. Those put aside can come back.
+class DistanceQueue
+{
+public:
+    /// \param cells  all cells of the list, as a sorted set
+    explicit DistanceQueue(const std::vector<RCD>& cells)
+        : bricks(cells), states(bricks.getNumSlots()), asides(bricks.getNumSlots())
+    {
+    }
+
+    /// Looks up the neighbourhoods of the cells. Later kills are followed here, and don't go back to the source.
+    template <class F>
+    void setConfigurations(const std::vector<RCD>& cells, const F& getConfiguration)
+    {
+        forSlicesMT(cells.size(), 8,
+                    [&](size_t begin, size_t end)
+                    {
+                        for (size_t i = begin; i < end; ++i)
+                            states[bricks.find(cells[i])] = getConfiguration(cells[i]);
+                    });
+    }
+
+    /// Queues a list that is sorted by descending distance, in its order.
+    void push(const std::vector<Weighted>& sorted)
+    {
+        std::vector<CellBricks::Slot> slots;
+        transformMT(sorted, slots, [this](const Weighted& entry) { return bricks.find(entry.second); });
+        heap.reserve(sorted.size());
+        std::uint32_t rank = 0;
+        for (size_t i = 0; i < sorted.size(); ++i)
+        {
+            rank += i > 0 && sorted[i].first < sorted[i - 1].first ? 1 : 0;
+            heap.push(rank, slots[i]);
+        }
+    }
+
+    /// Kills the cells that the mode allows, one after the other.
+    void run(PruningMode mode)
+    {
+        const auto prefetch = [this](int level, CellBricks::Slot slot)
+        {
+            if (level == 3)
+            {
+                __builtin_prefetch(&states[slot]);
+                bricks.prefetch(slot);
+            }
+            else if (level == 1)
+                bricks.prefetchAround(slot, states.data());
+        };
+        while (!heap.empty())
+        {
+            const auto [slot, rank] = heap.pop(prefetch);
+            const unsigned state = states[slot];
+            if ((state & alive) == 0)
+                continue; // queued twice, or dead from the start
+            const Verdict verdict = judge(mode, state & neighbourhood);
+            if (verdict == Verdict::kill)
+                kill(slot);
+            else if (verdict == Verdict::wait)
+                putAside(slot, rank);
+        }
+    }
+
+    bool isDead(RCD r) const { return (states[bricks.find(r)] & alive) == 0; }
+
+private:
+    // The state of a cell of the list is its neighbourhood, up to date as long as it lives, and a flag; other cells
+    // count as dead.
+    static constexpr unsigned neighbourhood = (1u << 27) - 1;
+    static constexpr unsigned alive = 1u << 13;
+    static constexpr unsigned isAside = 1u << 27;
+
+    /// Of several entries of a cell the first one put aside counts.
+    void putAside(CellBricks::Slot slot, std::uint32_t rank)
+    {
+        if ((states[slot] & isAside) != 0)
+            return;
+        states[slot] |= isAside;
+        asides[slot] = rank;
+    }
+
+    /// Neighbours that were put aside are queued again; they stay put aside, so that they can come back more than once.
+    void kill(CellBricks::Slot slot)
+    {
+        states[slot] &= ~alive;
+        for (unsigned rest = states[slot] & neighbourhood; rest != 0; rest &= rest - 1)
+        {
+            const auto position = static_cast<unsigned>(std::countr_zero(rest));
+            const CellBricks::Slot neig = bricks.getNeig(slot, position);
+            states[neig] &= ~(1u << (26 - position));
+            if ((states[neig] & isAside) != 0)
+                heap.push(asides[neig], neig);
+        }
+    }
+
+    CellBricks bricks;
+    std::vector<unsigned> states;      // by slot
+    std::vector<std::uint32_t> asides; // by slot, the rank of what was put aside
+    MIRT_TOOLS::KeyHeap heap;
+};
 } // namespace
 
 size_t RemoveDeciderFast::pruneByDistance(PruningMode mode, std::vector<Weighted>& vDist, std::vector<RCD>& vKept,
@@ -302,46 +326,31 @@ size_t RemoveDeciderFast::pruneByDistance(PruningMode mode, std::vector<Weighted
 {
     vKept.clear();
     vKilled.clear();
-    sortByDistance(vDist);
     std::vector<RCD> all;
-    all.reserve(vDist.size());
-    for (const Weighted& entry : vDist)
-        all.push_back(entry.second);
+    transformMT(vDist, all, [](const Weighted& entry) { return entry.second; });
     oneInstance(all);
+    sortByDistance(vDist);
+
+    DistanceQueue queue(all);
+    queue.setConfigurations(all, [this](RCD r) { return getConfiguration(r); });
+    queue.push(vDist);
+    queue.run(mode);
 
     size_t numRemoved = 0;
-    DistanceQueue queue(vDist, all);
-    std::vector<RCD> neigs;
-    while (!queue.empty())
+    for (const RCD r : all)
     {
-        const DistanceQueue::Place top = queue.pop();
-        const RCD r = queue.getCell(top);
-        const unsigned config = getConfiguration(r);
-        if (config == 0)
+        if (!queue.isDead(r))
         {
-            vKilled.push_back(r); // queued twice, or dead from the start
+            vKept.push_back(r);
             continue;
         }
-        switch (judge(mode, config))
+        vKilled.push_back(r);
+        if (isAlive(r))
         {
-        case Verdict::drop:
-            break;
-        case Verdict::wait:
-            queue.putAside(top);
-            break;
-        case Verdict::kill:
             kill(r);
             ++numRemoved;
-            vKilled.push_back(r);
-            neigs.clear();
-            appendNeigs26(r, neigs);
-            queue.pushBack(neigs);
         }
     }
-
-    oneInstance(vKilled);
-    removeVec(all, vKilled);
-    vKept.swap(all);
     return numRemoved;
 }
 
