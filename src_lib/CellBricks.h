@@ -48,8 +48,10 @@ public:
         return static_cast<Slot>(links[slot / slotsPerBrick][step.brick] * slotsPerBrick + step.inner);
     }
 
+    // Functions that only fetch ahead look free of effects to compilers, which drop them unless they are inlined early.
+
     /// Fetches ahead what getCell and getNeig will read.
-    void prefetch(Slot slot) const
+    [[gnu::always_inline]] void prefetch(Slot slot) const
     {
         __builtin_prefetch(&bases[slot / slotsPerBrick]);
         const char* const link = reinterpret_cast<const char*>(&links[slot / slotsPerBrick]);
@@ -59,7 +61,7 @@ public:
 
     /// Fetches ahead what an array by slot holds of the neighbours of a cell.
     template <class T>
-    void prefetchAround(Slot slot, const T* bySlot) const
+    [[gnu::always_inline]] void prefetchAround(Slot slot, const T* bySlot) const
     {
         for (const unsigned corner : {0u, 2u, 6u, 8u, 18u, 20u, 24u, 26u}) // all neighbours share lines with these
             __builtin_prefetch(bySlot + getNeig(slot, corner));

@@ -160,7 +160,7 @@ void Prepare::rcdmch_march(MarchZone& zone) const
             push(zone.dists[slot], slot);
 
     const CellBricks& bricks = *zone.bricks;
-    const auto prefetch = [&zone, &bricks](int level, CellBricks::Slot slot)
+    const auto prefetch = [&zone, &bricks ](int level, CellBricks::Slot slot) __attribute__((always_inline))
     {
         if (level == 3)
         {

@@ -258,7 +258,7 @@ public:
     /// Kills the cells that the mode allows, one after the other.
     void run(PruningMode mode)
     {
-        const auto prefetch = [this](int level, CellBricks::Slot slot)
+        const auto prefetch = [this](int level, CellBricks::Slot slot) __attribute__((always_inline))
         {
             if (level == 3)
             {
