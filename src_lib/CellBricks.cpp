@@ -2,6 +2,8 @@
 
 #include "sortMT.h"
 
+#include <algorithm>
+
 namespace MIRT_ZAV
 {
 
@@ -15,9 +17,9 @@ constexpr CellBricks::StepTable CellBricks::makeSteps()
             const RCD x = cell % 4 + 3 + position % 3;
             const RCD y = cell / 4 % 4 + 3 + position / 3 % 3;
             const RCD z = cell / 16 + 3 + position / 9;
-            table[toInner(rcd::fromXYZ(cell % 4, cell / 4 % 4, cell / 16))][position] = {
+            table[BrickTable::toInner(rcd::fromXYZ(cell % 4, cell / 4 % 4, cell / 16))][position] = {
                 static_cast<unsigned char>(9 * (z / 4) + 3 * (y / 4) + x / 4),
-                static_cast<unsigned char>(toInner(rcd::fromXYZ(x, y, z)))};
+                static_cast<unsigned char>(BrickTable::toInner(rcd::fromXYZ(x, y, z)))};
         }
     return table;
 }
@@ -26,49 +28,33 @@ constinit const CellBricks::StepTable CellBricks::steps = makeSteps();
 
 CellBricks::CellBricks(const std::vector<RCD>& sorted)
 {
-    bases.push_back(0); // the missing bricks
-    resizeTable(10);
     RCD last = ~RCD(0); // of no brick
     for (const RCD r : sorted)
     {
-        const RCD base = r & ~innerMask;
-        if (base != last && findBrick(base) == 0)
-            addBrick(base);
+        const RCD base = BrickTable::getBaseOf(r);
+        if (base != last)
+            bricks.findOrAdd(base);
         last = base;
     }
-    ZAV_ASSERT(bases.size() <= size_t(1) << 26, "bases.size()<=2^26"); // slots of 32 bits
+    ZAV_ASSERT(bricks.size() <= size_t(1) << 26, "bricks.size()<=2^26"); // slots of 32 bits
     linkBricks();
-}
-
-void CellBricks::addBrick(RCD base)
-{
-    table[findPlace(base)] = {base, bases.size()};
-    bases.push_back(base);
-    if (2 * bases.size() > table.size())
-        resizeTable(65 - hashShift);
-}
-
-void CellBricks::resizeTable(int bits)
-{
-    table.assign(size_t(1) << bits, {0, 0});
-    hashShift = 64 - bits;
-    for (size_t brick = 1; brick < bases.size(); ++brick)
-        table[findPlace(bases[brick])] = {bases[brick], brick};
 }
 
 void CellBricks::linkBricks()
 {
-    links.assign(bases.size(), Links{});
-    forSlicesMT(bases.size(), 8,
-                [this](size_t begin, size_t end)
+    links.assign(bricks.size(), Links{});
+    const auto getNumber = [this](size_t brick, RCD position)
+    {
+        const RCD offset =
+            (position % 3 - 1) * rcd::xUnit + (position / 3 % 3 - 1) * rcd::yUnit + (position / 9 - 1) * rcd::zUnit;
+        return static_cast<std::uint32_t>(bricks.find(bricks.getBase(brick) + 4 * offset));
+    };
+    forSlicesMT(bricks.size(), 8,
+                [&](size_t begin, size_t end)
                 {
                     for (size_t brick = std::max<size_t>(1, begin); brick < end; ++brick)
                         for (RCD position = 0; position < 27; ++position)
-                        {
-                            const RCD offset = (position % 3 - 1) * rcd::xUnit + (position / 3 % 3 - 1) * rcd::yUnit +
-                                               (position / 9 - 1);
-                            links[brick][position] = static_cast<std::uint32_t>(findBrick(bases[brick] + 4 * offset));
-                        }
+                            links[brick][position] = getNumber(brick, position);
                 });
 }
 

@@ -5,7 +5,7 @@
 // the slot of a cell and the links between bricks, without a search.
 #pragma once
 
-#include "Calc.h"
+#include "BrickTable.h"
 
 #include <array>
 #include <cstdint>
@@ -21,7 +21,7 @@ class CellBricks
 {
 public:
     using Slot = std::uint32_t;
-    static constexpr size_t slotsPerBrick = 64;
+    static constexpr size_t slotsPerBrick = BrickTable::cellsPerBrick;
     /// A slot of the brick that stands for all missing ones.
     static constexpr Slot nowhere = 0;
 
@@ -29,17 +29,18 @@ public:
     explicit CellBricks(const std::vector<RCD>& sorted);
 
     /// The length of an array by slot. It has places also for cells that aren't in the set.
-    size_t getNumSlots() const { return bases.size() * slotsPerBrick; }
+    size_t getNumSlots() const { return bricks.size() * slotsPerBrick; }
 
     /// The slot of a cell; a slot of the missing bricks where no cell of the set shares the cell's brick.
-    Slot find(RCD r) const { return static_cast<Slot>(findBrick(r & ~innerMask) * slotsPerBrick + toInner(r)); }
+    Slot find(RCD r) const
+    {
+        return static_cast<Slot>(bricks.find(BrickTable::getBaseOf(r)) * slotsPerBrick + BrickTable::toInner(r));
+    }
 
     /// The cell of a slot, unless it is one of the missing bricks.
     RCD getCell(Slot slot) const
     {
-        const RCD inner = slot % slotsPerBrick;
-        const auto coordinate = [inner](int shift) { return (inner >> shift & 1) | (inner >> (shift + 2) & 2); };
-        return bases[slot / slotsPerBrick] + rcd::fromXYZ(coordinate(2), coordinate(1), coordinate(0));
+        return bricks.getBase(slot / slotsPerBrick) + BrickTable::fromInner(slot % slotsPerBrick);
     }
 
     Slot getNeig(Slot slot, unsigned position) const
@@ -53,7 +54,7 @@ public:
     /// Fetches ahead what getCell and getNeig will read.
     [[gnu::always_inline]] void prefetch(Slot slot) const
     {
-        __builtin_prefetch(&bases[slot / slotsPerBrick]);
+        bricks.prefetchBase(slot / slotsPerBrick);
         const char* const link = reinterpret_cast<const char*>(&links[slot / slotsPerBrick]);
         __builtin_prefetch(link);
         __builtin_prefetch(link + sizeof(Links) - 1);
@@ -75,39 +76,14 @@ private:
         unsigned char inner; // place inside it
     };
     using StepTable = std::array<std::array<Step, 27>, slotsPerBrick>;
-    struct Entry
-    {
-        RCD base;
-        size_t brick; // 0 for a free place
-    };
 
-    static constexpr RCD innerMask = 3 * (rcd::xUnit + rcd::yUnit + rcd::zUnit);
     static constexpr StepTable makeSteps();
     static const StepTable steps; // by place inside a brick and position
 
-    /// The bits of the coordinates take turns, so that cells close to each other share lines of the cache.
-    static constexpr RCD toInner(RCD r)
-    {
-        return (r >> 38 & 0x20) | (r >> 18 & 0x10) | (r << 2 & 8) | (r >> 40 & 4) | (r >> 20 & 2) | (r & 1);
-    }
-
-    /// The place of a brick in the table, or the free one where it would stand.
-    size_t findPlace(RCD base) const
-    {
-        size_t place = (base >> 2) * 0x9e3779b97f4a7c15u >> hashShift;
-        while (table[place].brick != 0 && table[place].base != base)
-            place = (place + 1) & (table.size() - 1);
-        return place;
-    }
-    size_t findBrick(RCD base) const { return table[findPlace(base)].brick; }
-    void addBrick(RCD base);
-    void resizeTable(int bits);
     void linkBricks();
 
-    std::vector<RCD> bases; // least cell by brick
+    BrickTable bricks;
     std::vector<Links> links;
-    std::vector<Entry> table; // a hash table of a power of two, at most half full
-    int hashShift = 0;
 };
 
 } // namespace MIRT_ZAV

@@ -44,7 +44,7 @@ public:
 
 private:
     friend struct PrepareTestAccess;                       // to see the distances of the march
-    using Distances = std::vector<std::pair<double, RCD>>; // distance from the shell in input units, cell
+    using Distances = std::vector<std::pair<double, RCD>>; // distance from the shell in input units, cell; by cell
     struct MarchZone;
 
     std::vector<std::pair<RCD, Point3*>> getCellsOfPoints() const;

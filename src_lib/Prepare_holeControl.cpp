@@ -6,6 +6,7 @@
 
 #include "Prepare.h"
 
+#include "CellBits.h"
 #include "RemoveDeciderFast.h"
 #include "cellSets.h"
 #include "sortMT.h"
@@ -20,29 +21,22 @@ namespace MIRT_ZAV
 {
 namespace
 {
-using Distances = std::vector<std::pair<double, RCD>>;
+using Distances = std::vector<std::pair<double, RCD>>; // distinct cells in ascending order
 
-/// By cell, then by distance.
-using CellDistances = std::vector<std::pair<RCD, double>>;
-
-CellDistances getSortedByCell(const Distances& vDist2RCD)
-{
-    CellDistances byCell;
-    transformMT(vDist2RCD, byCell, [](const auto& entry) { return std::make_pair(entry.second, entry.first); });
-    sortMT(byCell.begin(), byCell.end());
-    return byCell;
-}
-
-std::vector<RCD> getSortedCells(const Distances& vDist2RCD)
+std::vector<RCD> getCells(const Distances& vDist2RCD)
 {
     std::vector<RCD> cells;
     transformMT(vDist2RCD, cells, [](const std::pair<double, RCD>& entry) { return entry.second; });
-    oneInstance(cells);
     return cells;
 }
 
+bool hasLowerCell(const std::pair<double, RCD>& a, const std::pair<double, RCD>& b)
+{
+    return a.second < b.second;
+}
+
 /// The mean distance of a cell's face neighbours in a list; 0.0 if it has none there.
-double getMeanDistanceOfFaceNeigs(const CellDistances& byCell, RCD r)
+double getMeanDistanceOfFaceNeigs(const Distances& vDist2RCD, RCD r)
 {
     RCD neigs[6];
     getFaceNeigs(r, neigs);
@@ -50,10 +44,11 @@ double getMeanDistanceOfFaceNeigs(const CellDistances& byCell, RCD r)
     int count = 0;
     for (const RCD neig : neigs)
     {
-        const auto it = std::lower_bound(byCell.begin(), byCell.end(), std::pair<RCD, double>(neig, 0.0));
-        if (it != byCell.end() && it->first == neig)
+        const auto it =
+            std::lower_bound(vDist2RCD.begin(), vDist2RCD.end(), std::pair<double, RCD>(0.0, neig), hasLowerCell);
+        if (it != vDist2RCD.end() && it->second == neig)
         {
-            sum += it->second;
+            sum += it->first;
             ++count;
         }
     }
@@ -74,24 +69,26 @@ void Prepare::hc_holeControlMain(int size, bool bFirstOrLast)
 /// Adds small pockets that the new layer almost encloses: left empty, they would become tiny closed cavities.
 void Prepare::hc_addVolumeFills(Distances& vDist2RCD) const
 {
-    constexpr size_t maxPocket = 9;
-    std::vector<RCD> cells = getSortedCells(vDist2RCD);
-    std::vector<RCD> around;
-    inflateRCD(cells, 2, false, around);
-    sortMT(around.begin(), around.end());
-    removeVec(around, vAllRCDsrt);
+    constexpr int maxPocket = 9;
+    const std::vector<RCD> cells = getCells(vDist2RCD);
+    CellBits around(cells);
+    around.grow();
+    around.grow();
+    around.remove(cells);
+    around.remove(vAllRCDsrt);
+    around.removeLargeComponents(maxPocket);
+    std::vector<RCD> candidates = around.getSorted();
     std::vector<std::vector<RCD>> comps;
-    createCC_RCD_6Neig(around, comps);
-    std::vector<RCD> pockets;
+    createCC_RCD_6Neig(candidates, comps);
+
+    Distances pockets;
     for (const std::vector<RCD>& comp : comps)
         if (comp.size() <= maxPocket)
-            pockets.insert(pockets.end(), comp.begin(), comp.end());
-    if (pockets.empty())
-        return;
-
-    const CellDistances byCell = getSortedByCell(vDist2RCD); // without the pockets themselves
-    for (const RCD r : pockets)
-        vDist2RCD.emplace_back(getMeanDistanceOfFaceNeigs(byCell, r), r);
+            for (const RCD r : comp)
+                pockets.emplace_back(getMeanDistanceOfFaceNeigs(vDist2RCD, r), r);
+    std::sort(pockets.begin(), pockets.end(), hasLowerCell);
+    const auto middle = vDist2RCD.insert(vDist2RCD.end(), pockets.begin(), pockets.end());
+    std::inplace_merge(vDist2RCD.begin(), middle, vDist2RCD.end(), hasLowerCell);
 }
 
 namespace
@@ -127,16 +124,20 @@ std::vector<RCD> getUnion(const std::vector<RCD>& a, const std::vector<RCD>& b)
 /// Thins the new cells of vDist2RCD down to membranes. The label names the pass for a developer.
 void Prepare::hc_pruneDown(const std::string&, bool bFirstOrLast, Distances& vDist2RCD)
 {
-    const std::vector<RCD> fill = getSortedCells(vDist2RCD);
+    const std::vector<RCD> fill = getCells(vDist2RCD);
     std::vector<RCD> all = getUnion(vAllRCDsrt, fill);
     RemoveDeciderFast decider(all, pCalc);
 
     // Only cells of vDist2RCD can die in these three; the shell is safe.
     std::vector<RCD> vKept, vKilled;
-    decider.pruneByDistance(PM_PRUNE_BORDERS, vDist2RCD, vKept, vKilled);
-    cleanupDist2RCD(vKept, vDist2RCD);
-    decider.pruneByDistance(PM_PRUNE_AREA, vDist2RCD, vKept, vKilled);
-    cleanupDist2RCD(vKept, vDist2RCD);
+    const auto prune = [&](PruningMode mode)
+    {
+        Distances byDistance = vDist2RCD;
+        decider.pruneByDistance(mode, byDistance, vKept, vKilled);
+        cleanupDist2RCD(vKept, vDist2RCD);
+    };
+    prune(PM_PRUNE_BORDERS);
+    prune(PM_PRUNE_AREA);
     std::vector<RCD> membranes = vKept;
 
     std::vector<RCD> vUnprotected;
@@ -144,8 +145,7 @@ void Prepare::hc_pruneDown(const std::string&, bool bFirstOrLast, Distances& vDi
     sortMT(vUnprotected.begin(), vUnprotected.end());
     std::erase_if(vDist2RCD, [&vUnprotected](const std::pair<double, RCD>& entry)
                   { return !std::binary_search(vUnprotected.begin(), vUnprotected.end(), entry.second); });
-    decider.pruneByDistance(PM_PRUNE_BORDERS, vDist2RCD, vKept, vKilled);
-    cleanupDist2RCD(vKept, vDist2RCD);
+    prune(PM_PRUNE_BORDERS);
     removeVec(membranes, vKilled);
 
     updateBorder(decider, membranes, vBorderRCDsrt);
@@ -153,23 +153,18 @@ void Prepare::hc_pruneDown(const std::string&, bool bFirstOrLast, Distances& vDi
     hc_takeOver(membranes, vCut);
 }
 
-/// Keeps the entries of the cells in vKept, one each.
+/// Keeps the entries of the cells in vKept.
 void Prepare::cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD)
 {
-    const CellDistances byCell = getSortedByCell(vDist2RCD);
-    Distances vTmp;
-    vTmp.reserve(vKept.size());
-    auto it = byCell.begin();
-    for (const RCD kept : vKept)
-    {
-        while (it != byCell.end() && it->first < kept)
-            ++it;
-        if (it != byCell.end() && it->first == kept)
-            vTmp.emplace_back(it->second, it->first);
-    }
-    ZAV_ASSERT(vTmp.size() == vKept.size(), "vTmp.size()==vKept.size()");
-    sortMT(vTmp.begin(), vTmp.end());
-    vDist2RCD.swap(vTmp);
+    auto itKept = vKept.begin();
+    std::erase_if(vDist2RCD,
+                  [&](const std::pair<double, RCD>& entry)
+                  {
+                      const bool bKept = itKept != vKept.end() && *itKept == entry.second;
+                      itKept += bKept ? 1 : 0;
+                      return !bKept;
+                  });
+    ZAV_ASSERT(vDist2RCD.size() == vKept.size(), "vTmp.size()==vKept.size()");
 }
 
 namespace

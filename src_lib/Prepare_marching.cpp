@@ -5,9 +5,9 @@
 
 #include "Prepare.h"
 
+#include "CellBits.h"
 #include "CellBricks.h"
 #include "KeyHeap.h"
-#include "cellSets.h"
 #include "sortMT.h"
 #include "tools.h"
 #include "vectorHelpers.h"
@@ -99,10 +99,10 @@ void Prepare::rcdmch_getDist2RCD(int size, Distances& vDist2RCD)
 
 void Prepare::rcdmch_createZone(int size, MarchZone& zone) const
 {
-    std::vector<RCD> cells;
-    std::vector<RCD> border = vBorderRCDsrt;
-    inflateRCD(border, size, true, cells);
-    sortMT(cells.begin(), cells.end());
+    CellBits bits(vBorderRCDsrt);
+    for (int step = 0; step < size; ++step)
+        bits.grow();
+    std::vector<RCD> cells = bits.getSorted();
     ZAV_ASSERT(cells.size() < size_t(INT_MAX), "zone.size()<INT_MAX"); // places of 32 bits
     zone.bricks.emplace(cells);
     zone.newCells = cells;
