@@ -142,6 +142,7 @@ void RMesh::reserve(size_t numVertices, size_t numTriangles)
 Point3* RMesh::createVertex(const Point3& p)
 {
     Point3* const pVtx = new (poolVtx.take()) Point3(p);
+    mmVtxT.addObject(pVtx);
     const auto [ppListed, bNew] = mVtx.insertOrFind(p, pVtx);
     if (!bNew && pVtx < *ppListed)
         *ppListed = pVtx;

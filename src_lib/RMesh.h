@@ -9,6 +9,7 @@
 #include "Calc.h"
 #include "OrderedIndex.h"
 #include "Point3.h"
+#include "PooledLists.h"
 #include "REdge.h"
 #include "RTriangle.h"
 #include "SimplePool.h"
@@ -68,7 +69,7 @@ public:
     std::vector<RTriangle*> vRT;                                  ///< every triangle in order of creation
     std::vector<REdge*> vRE;                                      ///< every edge in order of creation
     std::vector<RPatch*> vPatches;                                ///< patches of the last orientation, owned
-    MIRT_TOOLS::KeyedLists<const Point3*, RTriangle*, VertexHash> mmVtxT; ///< the alive triangles of each vertex
+    MIRT_TOOLS::PooledLists<Point3, RTriangle*> mmVtxT;           ///< the alive triangles of each vertex
     MIRT_TOOLS::SimplePool<Point3> poolVtx;
     MIRT_TOOLS::SimplePool<RTriangle> poolRT;
     MIRT_TOOLS::SimplePool<REdge> poolRE;

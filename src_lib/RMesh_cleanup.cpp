@@ -11,8 +11,6 @@ namespace MIRT_ZAV
 {
 namespace
 {
-constexpr size_t slicesPerCPU = 4;
-
 using KeyedTriangle = std::pair<RMesh::VertexPair, RTriangle*>;
 
 /// Appends, under the key of the edge, the triangles that repeat an earlier one of its list.
@@ -79,9 +77,12 @@ void improveCollapse(const RMesh& mesh, Point3* c, Collapse& best)
 unsigned long RMesh::removeDups()
 {
     std::vector<KeyedTriangle> vKill;
-    collectMT(
-        vRE.size(), slicesPerCPU,
-        [this](size_t i, std::vector<KeyedTriangle>& out) { getRepeatedTriangles(vRE[i], out); }, vKill);
+    collectMT(vRE.size(), vKill,
+              [this](size_t begin, size_t end, std::vector<KeyedTriangle>& out)
+              {
+                  for (size_t i = begin; i < end; ++i)
+                      getRepeatedTriangles(vRE[i], out);
+              });
     // In the order of mRE. Each edge judges for itself, so that both of two equal triangles may stand in the list where
     // their order differs between edges; that both die then is deliberate.
     std::stable_sort(vKill.begin(), vKill.end(),
@@ -146,14 +147,13 @@ void RMesh::killDegenerate()
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("RM_kdeg", 3 * vRT.size());
     // A collapse queues all triangles that it changes, so that the others are what they are now when their turn comes.
     std::vector<RTriangle*> stack;
-    collectMT(
-        vRT.size(), slicesPerCPU,
-        [this](size_t i, std::vector<RTriangle*>& out)
-        {
-            if (vRT[i]->isAlive() && isDegenerate(vRT[i]))
-                out.push_back(vRT[i]);
-        },
-        stack);
+    collectMT(vRT.size(), stack,
+              [this](size_t begin, size_t end, std::vector<RTriangle*>& out)
+              {
+                  for (size_t i = begin; i < end; ++i)
+                      if (vRT[i]->isAlive() && isDegenerate(vRT[i]))
+                          out.push_back(vRT[i]);
+              });
     progress->incProgressBy(vRT.size() - stack.size());
     while (!stack.empty())
     {

@@ -13,8 +13,6 @@
 #include <functional>
 #include <future>
 #include <iterator>
-#include <map>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -189,26 +187,6 @@ void forSlicesMT(size_t n, size_t slicesPerCPU, const F& f)
     for (size_t begin = 0; begin < n; begin += sliceSize)
         tasks.push_back({&f, begin, std::min(n, begin + sliceSize)});
     runTasks(tasks);
-}
-
-/// Appends to out what f(i, list) appends to its list, for all i below n in their order. Slices as forSlicesMT makes
-/// them.
-template <class T, class F>
-void collectMT(size_t n, size_t slicesPerCPU, const F& f, std::vector<T>& out)
-{
-    std::mutex mtx;
-    std::map<size_t, std::vector<T>> mBeginToFound; // in the order of the slices
-    forSlicesMT(n, slicesPerCPU,
-                [&](size_t begin, size_t end)
-                {
-                    std::vector<T> found;
-                    for (size_t i = begin; i < end; ++i)
-                        f(i, found);
-                    std::lock_guard<std::mutex> lock(mtx);
-                    mBeginToFound[begin].swap(found);
-                });
-    for (const auto& [begin, found] : mBeginToFound)
-        out.insert(out.end(), found.begin(), found.end());
 }
 
 /// Runs f(i) for all i below n on the pool of the caller's level, in slices of neighbouring indices.
