@@ -14,7 +14,7 @@ void ProgressBar::update(const std::string& name, double fraction)
     lastPercent = percent;
     const auto numFull = static_cast<size_t>(percent * width / 100);
     const std::string bar = std::string(numFull, '#') + std::string(width - numFull, '.');
-    std::fprintf(stderr, "\r%s [%s] %3d %%", name.c_str(), bar.c_str(), percent);
+    std::fprintf(stderr, "\r%s [%s] %3d %%\033[K", name.c_str(), bar.c_str(), percent);
     std::fflush(stderr);
 }
 

@@ -247,15 +247,15 @@ Command addReconstruct(CLI::App& app)
                       "Flip edges at a loss, too, at falling temperature; takes about 30 times as long as one round");
     command
         ->add_option("--smooth", options->numSmooth,
-                     "Move every vertex off the borders to the mean of its neighbours, this many times")
-        ->check(CLI::Range(0, 100000))
+                     "Move every vertex that isn't on a border to the mean of its neighbours, this many times")
+        ->check(CLI::Range(0, 1000))
         ->capture_default_str();
     command
         ->add_option("--contrast", options->contrast,
                      "Stretch the colours; of all values these parts, 0 to 1, may become black and white: LOW,HIGH")
         ->delimiter(',')
         ->expected(2)
-        ->check(CLI::Range(0.0, 1.0));
+        ->check(notNegativeNumber() & CLI::Range(0.0, 1.0));
     command->add_option("--threads", options->numThreads, "Number of threads; 0 for all of the machine")
         ->check(CLI::Range(0, 1024))
         ->capture_default_str();

@@ -17,8 +17,9 @@ class RMesh;
 /// Owns one mesh and forwards to it. Applications hold it as a MeshPtr.
 ///
 /// The points handed out belong to the mesh: they stay valid until the next operation that changes the mesh, and no
-/// longer than the handle. The caller must not free them. Coordinates are in input units. Not thread-safe: one
-/// operation at a time on a mesh.
+/// longer than the handle. The caller must not free them. Points that the caller moves are written where they are, but
+/// the operations that move vertices (laplacianSmoothing) may end in ZavBugException then: move points last.
+/// Coordinates are in input units. Not thread-safe: one operation at a time on a mesh.
 class ZAV_API Mesh
 {
 public:
@@ -49,10 +50,11 @@ public:
     /// Gives vertices without colour the mean colour of their neighbours, ring by ring from the coloured ones inwards.
     /// A piece without any colour stays as it is.
     void colorizeFilledHoles();
-    /// Stretches the colours so that red, green and blue together fill the range from 0 to 255. Colours that span 20
-    /// levels or fewer are stretched without a cut.
-    /// \param lowFraction   part of all values, 0 to 1, that may become 0
-    /// \param highFraction  part of all values, 0 to 1, that may become 255
+    /// Stretches red, green and blue of the coloured vertices by one straight line, the darker end to 0, the brighter
+    /// one to 255. Colours that span 20 levels or fewer are stretched from the darkest to the brightest value.
+    /// \param lowFraction   part of all values, 0 to 1, that may become 0; three values per vertex, coloured or not
+    /// \param highFraction  part of all values, 0 to 1, that may become 255. A part that all coloured values together don't
+    ///                      reach makes the mesh white, deliberately
     void contrastSpread(double lowFraction, double highFraction);
 
     /// Writes a PLY file; false, with a message on standard output, if that fails. Deliberately crossed with

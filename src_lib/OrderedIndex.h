@@ -98,8 +98,7 @@ public:
         const std::uint32_t last = static_cast<std::uint32_t>(entries.size() - 1);
         if (hole != last)
         {
-            const Key& lastKey = entries[last].first;
-            slots[findSlot(lastKey, Hash()(lastKey))].index = hole;
+            slots[findSlotOf(last)].index = hole;
             entries[hole] = std::move(entries[last]);
         }
         entries.pop_back();
@@ -140,6 +139,15 @@ private:
             if (slots[slot].tag == tagOf(hash) && entries[slots[slot].index].first == key)
                 return slot;
         return notFound;
+    }
+
+    /// The place of an entry; by its index, as a key that holds something that isn't a number equals nothing.
+    size_t findSlotOf(std::uint32_t index) const
+    {
+        size_t slot = homeOf(Hash()(entries[index].first));
+        while (slots[slot].index != index)
+            slot = next(slot);
+        return slot;
     }
 
     void occupy(std::uint64_t hash, std::uint32_t index) const

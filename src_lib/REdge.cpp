@@ -86,7 +86,7 @@ RTriangle* REdge::getUniqueOtherTriangle(const RTriangle* pRT) const
 
 REdge* REdge::tryFlipEdge(RMesh* pMesh, RTriangle* pT0, RTriangle* pT1)
 {
-    ZAV_ASSERT(pT0 != nullptr || pT1 == nullptr, "false");
+    ZAV_ASSERT((pT0 == nullptr) == (pT1 == nullptr), "false");
     if (pT0 == nullptr && !getTwoTriangles(pT0, pT1, true))
         return nullptr;
     if (!pT0->isAlive() || !pT1->isAlive())

@@ -26,6 +26,15 @@ double clampCos(double x)
     return std::clamp(x, -1.0, 1.0);
 }
 
+/// Cosine of the largest angle of a triangle from the directions of its sides: from corner 0 to 1, from 0 to 2, and
+/// from 1 to 2.
+double getMinCos(const Vector3& u, const Vector3& v, const Vector3& w)
+{
+    if (!u.isNV() || !v.isNV() || !w.isNV())
+        return impossible;
+    return std::min({clampCos(u * v), clampCos(-(u * w)), clampCos(v * w)});
+}
+
 /// 0 for a flat edge, 2 for a fold back onto itself.
 double getBending(const Vector3& n0, const Vector3& n1)
 {
@@ -79,11 +88,25 @@ struct REdgeEnergy::Quad
     {
     }
 
+    /// The directions of the sides of the triangles after the flip; they serve their angles and their normals.
+    Vector3 toA, toB, toOpp1; ///< from opposite corner 0
+    Vector3 aToOpp1;
+    Vector3 opp1ToB;
+
+    void getAltDirections()
+    {
+        toA = normalize(*a - *pOppCorner0);
+        toB = normalize(*b - *pOppCorner0);
+        toOpp1 = normalize(*pOppCorner1 - *pOppCorner0);
+        aToOpp1 = normalize(*pOppCorner1 - *a);
+        opp1ToB = normalize(*b - *pOppCorner1);
+    }
+
     bool getAltNormals()
     {
         bool ok0 = false, ok1 = false;
-        altVec0 = getNormalVector(*pOppCorner0, *a, *pOppCorner1, ok0);
-        altVec1 = getNormalVector(*pOppCorner0, *pOppCorner1, *b, ok1);
+        altVec0 = getNormalOfDirections(toA, toOpp1, ok0);
+        altVec1 = getNormalOfDirections(toOpp1, toB, ok1);
         if (!ok0 || !ok1)
             return false;
         ZAV_ASSERT(altVec0.isNV() && altVec1.isNV(), "altVec0.isNV() && altVec1.isNV()");
@@ -175,6 +198,7 @@ bool REdgeEnergy::computeAs(bool bMayChange)
 /// The gain of a flip whose new edge isn't there yet, or impossible.
 double REdgeEnergy::getGain(Quad& quad) const
 {
+    quad.getAltDirections();
     double penalty = 0.0;
     if (!getAnglePenalty(quad, penalty) || !quad.getAltNormals())
         return impossible;
@@ -214,26 +238,20 @@ void REdgeEnergy::separateCorners(Quad& quad)
 
 double REdgeEnergy::getMinCosPhi(const Point3* p0, const Point3* p1, const Point3* p2) const
 {
-    const Vector3 u = normalize(*p1 - *p0);
-    const Vector3 v = normalize(*p2 - *p0);
-    const Vector3 w = normalize(*p2 - *p1);
-    if (!u.isNV() || !v.isNV() || !w.isNV())
-        return impossible;
-    return std::min({clampCos(u * v), clampCos(-(u * w)), clampCos(v * w)});
+    return getMinCos(normalize(*p1 - *p0), normalize(*p2 - *p0), normalize(*p2 - *p1));
 }
 
 /// What a flip pays that makes the largest angle wide and wider than it was. False when a new triangle has no angles.
-bool REdgeEnergy::getAnglePenalty(const Quad& quad, double& penalty) const
+bool REdgeEnergy::getAnglePenalty(const Quad& q, double& penalty) const
 {
-    const Point3* const opp0 = quad.pOppCorner0;
-    const Point3* const opp1 = quad.pOppCorner1;
-    const double newCos = std::min(getMinCosPhi(opp0, opp1, quad.b), getMinCosPhi(opp0, quad.a, opp1));
+    const double newCos = std::min(getMinCos(q.toOpp1, q.toB, q.opp1ToB), getMinCos(q.toA, q.toOpp1, q.aToOpp1));
     if (newCos == impossible)
         return false;
     penalty = 0.0;
     if (newCos >= cosWide)
         return true;
-    const double curInteriorCosPhi = std::min(getMinCosPhi(quad.b, quad.a, opp1), getMinCosPhi(opp0, quad.a, quad.b));
+    const double curInteriorCosPhi =
+        std::min(getMinCosPhi(q.b, q.a, q.pOppCorner1), getMinCosPhi(q.pOppCorner0, q.a, q.b));
     ZAV_ASSERT(curInteriorCosPhi > impossible, "curInteriorCosPhi>-DBL_MAX");
     if (curInteriorCosPhi > newCos)
         penalty = newCos < cosVeryWide ? 1.0 : 0.1;

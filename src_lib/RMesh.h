@@ -89,7 +89,7 @@ public:
     Point3* createVertex(const Point3& p);
     /// A new triangle; the order of the arguments is its winding. Equal vertices are a bug. Nothing checks orientation
     /// or manifoldness: an edge may collect any number of triangles.
-    /// An edge that the caller knows isn't looked for.
+    /// A caller who knows some of the triangle's edges may give them, which spares looking for them.
     RTriangle* createT(Point3* p0, Point3* p1, Point3* p2, REdge* pRE01 = nullptr, REdge* pRE12 = nullptr,
                        REdge* pRE02 = nullptr);
 
@@ -139,21 +139,24 @@ public:
     /// Makes the patches anew, one for every set of triangles connected across regular edges, and winds the triangles
     /// of each like its first one. Returns their number.
     unsigned long createPatchesOrient();
-    /// Collapses triangles whose angle at corner 0 is below 0.01 or above 179.99 degrees, then removes duplicates.
+    /// Collapses triangles whose angle at corner 0 is below 0.01 or above 179.99 degrees or doesn't exist, then removes
+    /// duplicates.
     void killDegenerate();
-    /// Moves every zero vertex off the border to the mean of itself and its neighbours, nIter times, one after the
-    /// other. With three zero vertices or fewer nothing moves. Coincident vertices can end it in ZavBugException.
+    /// Moves every zero vertex that isn't on a border to the mean of itself and its neighbours, nIter times, one after
+    /// the other. With three zero vertices or fewer nothing moves. Vertices that coincide, also with one that a
+    /// collapse has left behind, can end it in ZavBugException.
     void smoothZeros(int nIter);
-    /// Moves every vertex off the border to the mean of its neighbours, nIter times, all at once. Coincident vertices
-    /// can end it in ZavBugException. Cached normals are left as they are.
+    /// Moves every vertex that isn't on a border to the mean of its neighbours, nIter times, all at once. Vertices that
+    /// coincide can end it in ZavBugException as above. Cached normals are left as they are.
     void smoothAll(int nIter);
     /// Moves a vertex towards the mean of its neighbours, by at most a tenth of a cell side and to a place where no
-    /// vertex is listed. False, and nothing moved, when it has no triangle or one would turn by more than 170 degrees.
+    /// vertex is listed, which may take draws from rand(). False, and nothing moved, when it has no triangle, when one
+    /// would turn by more than 170 degrees, or when no free place is found. Tells on standard output what it does.
+    /// Coincident vertices can end it in ZavBugException.
     bool laplacianForOne(Point3* p);
     /// Gives vertices without colour the mean colour of their neighbours, ring by ring from the coloured ones inwards.
     void colorizeFilledHoles();
-    /// Stretches red, green and blue together so that the darkest and the brightest values fill the range of a byte. Of
-    /// all values lowFraction and highFraction (0 to 1) may fall below and above it.
+    /// See Mesh::contrastSpread.
     void contrastSpread(double lowFraction, double highFraction);
 
     /// Evaluates the flips of edges on all CPUs.
@@ -181,7 +184,8 @@ public:
     void exchangeCorner(Point3* pSrc, Point3* pTrg);
 
 private:
-    std::uint32_t numFlips = 0; // counts changes by flips, see RTriangle::changedAt
+    std::uint32_t numFlips = 0;     // counts changes by flips, see RTriangle::changedAt
+    std::uint32_t allChangedAt = 0; // when a change was wider than the triangles around one edge
 
     static VertexPair makeKey(Point3* a, Point3* b) { return a < b ? VertexPair(a, b) : VertexPair(b, a); }
     void reserve(size_t numVertices, size_t numTriangles);

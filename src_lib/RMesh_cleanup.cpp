@@ -6,6 +6,7 @@
 #include "tools.h"
 
 #include <algorithm>
+#include <set>
 
 namespace MIRT_ZAV
 {
@@ -16,17 +17,14 @@ using KeyedTriangle = std::pair<RMesh::VertexPair, RTriangle*>;
 /// Appends, under the key of the edge, the triangles that repeat an earlier one of its list.
 void getRepeatedTriangles(const REdge* pRE, std::vector<KeyedTriangle>& out)
 {
-    MIRT_TOOLS::SmallVec<const Point3*, 8> vSeen;
-    for (RTriangle* const pRT : pRE->vRT)
-    {
-        if (!pRT->isAlive())
-            continue;
-        const Point3* const pThird = pRT->getThirdPoint(pRE->pVtx0, pRE->pVtx1);
-        if (std::find(vSeen.begin(), vSeen.end(), pThird) == vSeen.end())
-            vSeen.push_back(pThird);
-        else
+    const auto getThird = [pRE](const RTriangle* pRT) { return pRT->getThirdPoint(pRE->pVtx0, pRE->pVtx1); };
+    const REdge::TriangleList& vT = pRE->vRT;
+    if (vT.size() == 2 && vT[0]->isAlive() && vT[1]->isAlive() && getThird(vT[0]) != getThird(vT[1]))
+        return; // nearly every edge
+    std::set<const Point3*> sThird;
+    for (RTriangle* const pRT : vT)
+        if (pRT->isAlive() && !sThird.insert(getThird(pRT)).second)
             out.push_back({{pRE->pVtx0, pRE->pVtx1}, pRT});
-    }
 }
 
 /// Whether the corners 1 and 2 lie in one direction from corner 0 or in opposite ones. The other corners' angles are

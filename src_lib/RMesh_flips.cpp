@@ -23,6 +23,12 @@ using GainEdge = std::pair<double, REdge*>;
 constexpr double leastGain = 0.005;
 constexpr double impossible = -DBL_MAX;
 
+/// A gain that isn't a number, as lengths beyond all measure give it, counts as impossible.
+double getUsable(double gain)
+{
+    return std::isnan(gain) ? impossible : gain;
+}
+
 /// The gain of flipping an edge. One that can't be evaluated because vertices coincide counts as impossible.
 double computeGain(RMesh* pRMesh, REdge* pRE)
 {
@@ -30,7 +36,7 @@ double computeGain(RMesh* pRMesh, REdge* pRE)
     {
         REdgeEnergy energy(pRMesh, pRE);
         energy.compute();
-        return energy.result;
+        return getUsable(energy.result);
     }
     catch (const std::exception&)
     {
@@ -45,7 +51,7 @@ bool computeGainUnchanged(RMesh* pRMesh, REdge* pRE, double& gain)
     {
         REdgeEnergy energy(pRMesh, pRE);
         const bool bComputed = energy.computeUnchanged();
-        gain = energy.result;
+        gain = getUsable(energy.result);
         return bComputed;
     }
     catch (const std::exception&)
@@ -107,8 +113,11 @@ void RMesh::getEdgeFlipCandidates_MT(const std::vector<REdge*>& vInRE, double mi
     runTasks(vChunks, [progress] { progress->incProgressByOne(); });
     for (const Chunk& chunk : vChunks)
         for (const size_t i : chunk.vPostponed)
+        {
+            allChangedAt = ++numFlips;
             if (const double gain = computeGain(this, vInRE[i]); gain != impossible)
                 vImpRE[i] = {gain, vInRE[i]};
+        }
     keepCandidates(minImprovement, temperature, vImpRE);
     sortByGain(vImpRE);
     if (temperature > 0.0)
@@ -147,16 +156,18 @@ void RMesh::getEdgeFlipCandidates_MT_priv(const std::vector<REdge*>& vInRE, size
 /// so that they don't depend on threads.
 void RMesh::keepCandidates(double minImprovement, double temperature, std::vector<GainEdge>& vImpRE)
 {
-    const auto isDropped = [=](const GainEdge& candidate)
+    const auto isKept = [=](const GainEdge& candidate)
     {
         const auto& [gain, pRE] = candidate;
         if (pRE == nullptr)
-            return true;
-        if (gain >= minImprovement || gain >= 0.0)
             return false;
-        return temperature == 0.0 || !isDrawn(gain, temperature);
+        return gain >= minImprovement || gain >= 0.0 || (temperature > 0.0 && isDrawn(gain, temperature));
     };
-    vImpRE.erase(std::remove_if(vImpRE.begin(), vImpRE.end(), isDropped), vImpRE.end());
+    size_t numKept = 0;
+    for (const GainEdge& candidate : vImpRE)
+        if (isKept(candidate))
+            vImpRE[numKept++] = candidate;
+    vImpRE.resize(numKept);
 }
 
 namespace
@@ -178,7 +189,7 @@ void noteChange(const RTriangle* pRT, std::uint32_t now)
 }
 
 /// Whether computing the gain again would give the same bits. An edge between the opposite corners that has come since
-/// isn't looked for: the flip fails by it, with the same end.
+/// isn't looked for: the flip fails by it, and the candidate is gone in either case.
 bool isUpToDate(const FlipCandidate& candidate)
 {
     RTriangle *t0, *t1;
@@ -210,12 +221,12 @@ void fetchAhead(const Queue& queue)
 void RMesh::flipEdges()
 {
     const std::vector<REdge*> vEdges = vRE; // flips add edges, which aren't considered
+    const std::uint32_t evaluatedAt = numFlips;
     std::vector<GainEdge> vCand;
     getEdgeFlipCandidates_MT(vEdges, leastGain, 0.0, vCand);
     MIRT_TOOLS::StableQueue<double, FlipCandidate, std::greater<double>> queue;
-    queue.pushAll(vCand, [this](REdge* pRE) { return FlipCandidate{pRE, numFlips}; });
+    queue.pushAll(vCand, [evaluatedAt](REdge* pRE) { return FlipCandidate{pRE, evaluatedAt}; });
 
-    std::uint32_t allChangedAt = numFlips;
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("efLoop", 3 * vEdges.size());
     while (!queue.empty())
     {

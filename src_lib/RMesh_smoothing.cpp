@@ -58,8 +58,8 @@ std::vector<Point3*> getBorderVertices(const std::vector<REdge*>& vEdges)
     return vBorder;
 }
 
-/// Every vertex off the border with every vertex at the other end of its edges, sorted. Dead edges count, too, which is
-/// deliberate: an edge that a flip left behind goes on pulling its ends together.
+/// Every vertex that isn't on a border with every vertex at the other end of its edges, sorted. Dead edges count, too,
+/// which is deliberate: an edge that a flip left behind goes on pulling its ends together.
 std::vector<VertexNeighbour> getNeighbours(const std::vector<REdge*>& vEdges, const std::vector<Point3*>& vBorder)
 {
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("list", vEdges.size());
@@ -118,7 +118,7 @@ void RMesh::smoothZeros(int nIter)
                 continue;
             // Moved at once: a later vertex of the round sees it. The vertex itself takes part in its mean.
             const Point3 mean = getMean(record.data(), record.data() + record.size());
-            if (!hasVertex(mean))
+            if (mean.isFinite() && !hasVertex(mean))
                 updateVertex(record.front(), mean);
         }
 }
@@ -136,7 +136,7 @@ void RMesh::smoothAll(int nIter)
         vMoved.clear();
         getMeans(vPairs, progress, vMoved);
         for (const auto& [pVtx, mean] : vMoved)
-            if (!hasVertex(mean) && *pVtx != mean)
+            if (mean.isFinite() && !hasVertex(mean) && *pVtx != mean)
                 updateVertex(pVtx, mean);
         progress->stopClock();
     }

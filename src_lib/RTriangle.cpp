@@ -83,7 +83,7 @@ Vector3 RTriangle::getNNV(bool& ok)
         return nnv;
     }
     const Vector3 normal = getNormalVector(*pVtx[0], *pVtx[1], *pVtx[2], ok);
-    if (ok) // once the normals are filled, nobody writes any more, which lets threads read
+    if (ok && !normal.isZero()) // once the normals are filled, nobody writes any more, which lets threads read
         nnv = normal;
     return normal;
 }

@@ -64,7 +64,7 @@ public:
     void replaceRE(const REdge* pOld, REdge* pNew);
 
     /// Unit normal, from the cache if it is filled. ok is false, and the result zero, for a degenerate triangle. Fills
-    /// the cache: all concurrent callers store the same value. The cache isn't dropped when a corner moves.
+    /// the cache: threads may call it at once only after that. The cache isn't dropped when a corner moves.
     Vector3 getNNV(bool& ok);
     void resetNNV() { nnv = Vector3(); }
 

@@ -15,11 +15,7 @@ Vector3 getNormalVector(const Point3& a, const Point3& b, const Point3& c, bool&
     ok = false;
     if (u.isZero() || v.isZero())
         return Vector3();
-    const Vector3 cross = crossProduct(normalize(u), normalize(v));
-    if (cross.length() == 0.0)
-        return cross;
-    ok = true;
-    return normalize(cross);
+    return getNormalOfDirections(normalize(u), normalize(v), ok);
 }
 
 Vector3 getNormalVector(const Point3& a, const Point3& b, const Point3& c)

@@ -15,6 +15,15 @@ inline Vector3 normalize(const Vector3& v)
     return len > 0.0 ? v / len : Vector3();
 }
 
+/// Unit normal of two unit vectors by the right hand rule. ok is false, and the result zero, when they are parallel.
+inline Vector3 getNormalOfDirections(const Vector3& u, const Vector3& v, bool& ok)
+{
+    const Vector3 cross = crossProduct(u, v);
+    const double len = cross.length();
+    ok = len != 0.0;
+    return len > 0.0 ? cross / len : Vector3();
+}
+
 /// Unit normal of the triangle a, b, c by the right hand rule. The edges are normalised before the cross product, which
 /// keeps needles of very unequal edges away from underflow. ok is false, and the result zero, when there is none.
 Vector3 getNormalVector(const Point3& a, const Point3& b, const Point3& c, bool& ok);

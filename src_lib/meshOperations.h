@@ -1,6 +1,8 @@
 // Public functions that change a mesh.
 //
 // Called for themselves they set up the calling thread's progress and close it; within a run they count as its stages.
+// They do so, too, after a run that wasn't closed, which is one that failed or estimateAvgSpacing. A null mesh ends in
+// ZavBugException.
 #pragma once
 
 #include "Mesh.h"
@@ -20,9 +22,11 @@ ZAV_API void edgeFlips(MeshPtr pMesh);
 ZAV_API void edgeFlipsSimA(MeshPtr pMesh);
 
 /// Moves every vertex that isn't on a border to the mean of its neighbours, all at once, nIter times; then collapses
-/// degenerate triangles. Closed meshes shrink. Edges that a flip or collapse has left behind still pull.
+/// degenerate triangles. Closed meshes shrink. Edges that a flip or collapse has left behind still pull. Normals that
+/// edgeFlips has looked at stay as they were: flip first, smooth then.
 /// \param nIter  number of rounds; below 1 nothing moves
-/// \throws ZavBugException  where vertices of the mesh coincide; the mesh stays usable
+/// \throws ZavBugException  where vertices coincide, also with one that a collapse has left behind, or were moved by the
+///                          caller; the mesh stays usable
 ZAV_API void laplacianSmoothing(MeshPtr pMesh, int nIter);
 
 } // namespace MIRT_ZAV

@@ -22,7 +22,7 @@ namespace MIRT_ZAV
 ///                          cells: a cloud more than 10^5 cells from the origin should be moved with autoOffset first
 /// \return the mesh, or a null pointer, after a message, when no cell came out
 /// \throws ZavBugException  when the spacing isn't above 0, the bounding box isn't finite or the cloud needs more than
-///                          2087152 cells along an axis
+///                          2087152 cells along an axis, or where two vertices of filled holes come to coincide
 ZAV_API MeshPtr reconstruct_auto(std::vector<Point3>& points, double spacingFactor, int holeControlLimit);
 
 /// The same with the cell side given in the units of the input; the spacing isn't estimated.
