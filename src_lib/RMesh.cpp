@@ -80,19 +80,31 @@ RMesh::RMesh(CMesh* pCMesh) : RMesh(pCMesh->getSideLen())
 
     std::vector<CodedVertex> vCCDVertex;
     createVerticesOf(pCMesh, vCCDVertex);
-    VertexFinder finder(vCCDVertex);
-    for (const CTriangle* const pCT : vCT)
+    const auto makeTriangles = [&]
     {
-        const auto it0 = finder.find(pCT->c0);
-        const auto it1 = finder.find(pCT->c1);
-        const auto it2 = finder.find(pCT->c2);
-        ZAV_ASSERT(it0 != vCCDVertex.end() && it1 != vCCDVertex.end() && it2 != vCCDVertex.end(),
-                   "it0!=vCCDVertex.end() && it1!=vCCDVertex.end() && it2!=vCCDVertex.end()");
-        createT(it0->second, it1->second, it2->second);
-    }
+        VertexFinder finder(vCCDVertex);
+        for (const CTriangle* const pCT : vCT)
+        {
+            const auto it0 = finder.find(pCT->c0);
+            const auto it1 = finder.find(pCT->c1);
+            const auto it2 = finder.find(pCT->c2);
+            ZAV_ASSERT(it0 != vCCDVertex.end() && it1 != vCCDVertex.end() && it2 != vCCDVertex.end(),
+                       "it0!=vCCDVertex.end() && it1!=vCCDVertex.end() && it2!=vCCDVertex.end()");
+            takeTriangle(it0->second, it1->second, it2->second);
+        }
+    };
+    const auto listVertices = [&]
+    {
+        for (const CodedVertex& vertex : vCCDVertex)
+            listVertex(vertex.second);
+    };
+    // Vertices, the triangles of vertices, and edges are listed each in containers of their own.
+    runBothMT(makeTriangles, listVertices);
+    runBothMT([this] { std::for_each(vRT.begin(), vRT.end(), [this](RTriangle* pRT) { attachEdges(pRT); }); },
+              [this] { std::for_each(vRT.begin(), vRT.end(), [this](RTriangle* pRT) { listAtCorners(pRT); }); });
 }
 
-/// Makes the vertices in the order of codes, which is the order of the result.
+/// Makes the vertices in the order of codes, which is the order of the result. They aren't listed by coordinates yet.
 void RMesh::createVerticesOf(CMesh* pCMesh, std::vector<CodedVertex>& vCCDVertex)
 {
     const std::map<CCD, Bundle*>& mCCDBundle = pCMesh->getRefToBundleMap();
@@ -102,7 +114,8 @@ void RMesh::createVerticesOf(CMesh* pCMesh, std::vector<CodedVertex>& vCCDVertex
     auto itZero = vZeroCCD.begin();
     for (const auto& [ccd, pBundle] : mCCDBundle)
     {
-        Point3* const pVtx = createVertex(*pBundle->pVtx);
+        Point3* const pVtx = new (poolVtx.take()) Point3(*pBundle->pVtx);
+        mmVtxT.addObject(pVtx);
         vCCDVertex.emplace_back(ccd, pVtx);
         while (itZero != vZeroCCD.end() && *itZero < ccd)
             ++itZero;
@@ -143,20 +156,43 @@ Point3* RMesh::createVertex(const Point3& p)
 {
     Point3* const pVtx = new (poolVtx.take()) Point3(p);
     mmVtxT.addObject(pVtx);
-    const auto [ppListed, bNew] = mVtx.insertOrFind(p, pVtx);
+    listVertex(pVtx);
+    return pVtx;
+}
+
+void RMesh::listVertex(Point3* pVtx)
+{
+    const auto [ppListed, bNew] = mVtx.insertOrFind(*pVtx, pVtx);
     if (!bNew && pVtx < *ppListed)
         *ppListed = pVtx;
-    return pVtx;
 }
 
 RTriangle* RMesh::createT(Point3* p0, Point3* p1, Point3* p2, REdge* pRE01, REdge* pRE12, REdge* pRE02)
 {
-    RTriangle* const pRT = new (poolRT.take()) RTriangle(p0, p1, p2);
-    mmVtxT.insert(p0, pRT);
-    mmVtxT.insert(p1, pRT);
-    mmVtxT.insert(p2, pRT);
-    vRT.push_back(pRT);
+    RTriangle* const pRT = takeTriangle(p0, p1, p2);
+    listAtCorners(pRT);
+    attachEdges(pRT, pRE01, pRE12, pRE02);
+    return pRT;
+}
 
+/// A triangle that no vertex and no edge knows yet.
+RTriangle* RMesh::takeTriangle(Point3* p0, Point3* p1, Point3* p2)
+{
+    RTriangle* const pRT = new (poolRT.take()) RTriangle(p0, p1, p2);
+    vRT.push_back(pRT);
+    return pRT;
+}
+
+void RMesh::listAtCorners(RTriangle* pRT)
+{
+    for (const Point3* const pVtx : pRT->pVtx)
+        mmVtxT.insert(pVtx, pRT);
+}
+
+/// The edges that aren't null needn't be looked for.
+void RMesh::attachEdges(RTriangle* pRT, REdge* pRE01, REdge* pRE12, REdge* pRE02)
+{
+    const auto [p0, p1, p2] = pRT->pVtx;
     const VertexPair pair2 = makeKey(p0, p1);
     const VertexPair pair0 = makeKey(p1, p2);
     const VertexPair pair1 = makeKey(p0, p2);
@@ -166,7 +202,6 @@ RTriangle* RMesh::createT(Point3* p0, Point3* p1, Point3* p2, REdge* pRE01, REdg
     pRT->pRE01 = attachToEdge(pRE01, pair2, pRT);
     pRT->pRE12 = attachToEdge(pRE12, pair0, pRT);
     pRT->pRE02 = attachToEdge(pRE02, pair1, pRT);
-    return pRT;
 }
 
 /// Adds the triangle to the edge with this key, which is looked for unless it is known, and created unless it is there,

@@ -190,6 +190,10 @@ private:
     static VertexPair makeKey(Point3* a, Point3* b) { return a < b ? VertexPair(a, b) : VertexPair(b, a); }
     void reserve(size_t numVertices, size_t numTriangles);
     void createVerticesOf(CMesh* pCMesh, std::vector<std::pair<CCD, Point3*>>& vCCDVertex);
+    void listVertex(Point3* pVtx);
+    RTriangle* takeTriangle(Point3* p0, Point3* p1, Point3* p2);
+    void listAtCorners(RTriangle* pRT);
+    void attachEdges(RTriangle* pRT, REdge* pRE01 = nullptr, REdge* pRE12 = nullptr, REdge* pRE02 = nullptr);
     REdge* attachToEdge(REdge* pKnownRE, const VertexPair& key, RTriangle* pRT);
     void killTrianglesOn(const REdge* pKillEdge);
     void getEdgesToMove(const std::vector<RTriangle*>& vT, Point3* pSrc, Point3* pTrg, std::vector<REdge*>& out) const;

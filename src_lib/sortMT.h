@@ -204,6 +204,20 @@ struct ParallelLoop
     }
 };
 
+/// Runs two functions at the same time; with one CPU one after the other.
+template <class F, class G>
+void runBothMT(const F& f, const G& g)
+{
+    forSlicesMT(2, 1,
+                [&](size_t begin, size_t end)
+                {
+                    if (begin == 0)
+                        f();
+                    if (end == 2)
+                        g();
+                });
+}
+
 /// Lists that are made in slices and joined in the order of the slices.
 /// \param f    f(begin, end, list) appends to the list what the slice [begin, end) of [0, n) gives
 /// \param out  the joined list is appended

@@ -189,7 +189,7 @@ TEST(Reconstruct, ProgressRisesToOneAndStagesAreTimed)
                 EXPECT_LE(t.seconds, timings.front().seconds + 1e-3);
             }
             for (const char* label : {"CL_eres", "CL_creb", "PREP_createRCD", "PREP_fillHoles", "PREP_integFill",
-                                      "HL_st", "VO_ftx", "VO_amb"})
+                                      "HL_st", "VO_ftx", "VO_amb", "RM_cpo", "RM_kdeg", "RM_gEfCandMT", "efLoop"})
                 EXPECT_TRUE(labels.count(label)) << label;
 
             const size_t numHeard = listener.heard.size();
