@@ -2,10 +2,11 @@
 #pragma once
 
 #include "Calc.h"
+#include "CellBricks.h"
 #include "Point3.h"
 #include "SimplePool.h"
 
-#include <string>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -45,7 +46,22 @@ public:
 private:
     friend struct PrepareTestAccess;                       // to see the distances of the march
     using Distances = std::vector<std::pair<double, RCD>>; // distance from the shell in input units, cell; by cell
-    struct MarchZone;
+
+    /// The cells of one march.
+    struct MarchZone
+    {
+        explicit MarchZone(const std::vector<RCD>& cells) : bricks(cells) {}
+
+        std::vector<RCD> newCells;           // sorted
+        std::vector<RCD> shellCells;         // sorted
+        std::vector<Point3> shellPoints;     // at the same place; close to each other, as they are read again and again
+        CellBricks bricks;                   // of both
+        std::vector<CellBricks::Slot> slots; // of the new cells
+        // By slot, how a new cell has been reached so far.
+        std::vector<float> dists;           // to the source's point; the greatest float when unreached. With the sign
+                                            // set when it can't improve any more, and for all cells that aren't new
+        std::vector<std::uint32_t> sources; // the place of the shell cell whose point gives the distance
+    };
 
     std::vector<std::pair<RCD, Point3*>> getCellsOfPoints() const;
     std::vector<std::pair<RCD, Point3>> getRepresentatives() const;
@@ -53,17 +69,19 @@ private:
 
     // One pass of hole control: grows cells from the rim, and cuts away what bridges no gap.
     void hc_holeControlMain(int size, bool bFirstOrLast);
-    void hc_addVolumeFills(Distances& vDist2RCD) const;
-    void hc_pruneDown(const std::string& label, bool bFirstOrLast, Distances& vDist2RCD);
+    std::vector<RCD> hc_findVolumeFills(const std::vector<RCD>& newCells) const;
+    static void hc_addVolumeFills(const std::vector<RCD>& pockets, Distances& vDist2RCD);
+    void hc_pruneDown(RemoveDeciderFast& decider, bool bFirstOrLast, Distances& vDist2RCD);
     void hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, std::vector<RCD>& vUnprotected) const;
     std::vector<RCD> hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill, bool bFirstOrLast);
     void hc_takeOver(const std::vector<RCD>& membranes, const std::vector<RCD>& vCut);
     static void cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD);
 
     // How far new cells lie from the shell: a front marches outwards and hands on the nearest shell point.
-    void rcdmch_getDist2RCD(int size, Distances& vDist2RCD);
-    void rcdmch_createZone(int size, MarchZone& zone) const;
+    MarchZone rcdmch_createZone(int size) const;
+    void rcdmch_getDist2RCD(MarchZone& zone, Distances& vDist2RCD) const;
     void rcdmch_reachFromShell(MarchZone& zone) const;
+    void rcdmch_reachFromShell(MarchZone& zone, RCD beginX, RCD endX) const;
     void rcdmch_march(MarchZone& zone) const;
 
 public:

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <iterator>
 #include <new>
+#include <optional>
 
 namespace MIRT_ZAV
 {
@@ -54,6 +55,14 @@ double getMeanDistanceOfFaceNeigs(const Distances& vDist2RCD, RCD r)
     }
     return count > 0 ? sum / count : 0.0;
 }
+
+std::vector<RCD> getUnion(const std::vector<RCD>& a, const std::vector<RCD>& b)
+{
+    std::vector<RCD> both;
+    both.reserve(a.size() + b.size());
+    std::set_union(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(both));
+    return both;
+}
 } // namespace
 
 void Prepare::hc_holeControlMain(int size, bool bFirstOrLast)
@@ -61,33 +70,50 @@ void Prepare::hc_holeControlMain(int size, bool bFirstOrLast)
     if (vBorderRCDsrt.empty())
         return; // a closed shell has no rim to grow from
     Distances vDist2RCD;
-    rcdmch_getDist2RCD(size, vDist2RCD);
-    hc_addVolumeFills(vDist2RCD);
-    hc_pruneDown("PD_" + toString(size) + "_", bFirstOrLast, vDist2RCD);
+    std::vector<RCD> pockets, all;
+    std::optional<RemoveDeciderFast> decider;
+    {
+        MarchZone zone = rcdmch_createZone(size);
+        runBothMT([&] { rcdmch_getDist2RCD(zone, vDist2RCD); },
+                  [&]
+                  {
+                      pockets = hc_findVolumeFills(zone.newCells);
+                      all = getUnion(vAllRCDsrt, getUnion(zone.newCells, pockets));
+                      decider.emplace(all, pCalc);
+                  });
+    }
+    hc_addVolumeFills(pockets, vDist2RCD);
+    hc_pruneDown(*decider, bFirstOrLast, vDist2RCD);
 }
 
-/// Adds small pockets that the new layer almost encloses: left empty, they would become tiny closed cavities.
-void Prepare::hc_addVolumeFills(Distances& vDist2RCD) const
+/// Finds small pockets that the new layer almost encloses, sorted: left empty, they would become tiny closed cavities.
+std::vector<RCD> Prepare::hc_findVolumeFills(const std::vector<RCD>& newCells) const
 {
     constexpr int maxPocket = 9;
-    const std::vector<RCD> cells = getCells(vDist2RCD);
-    CellBits around(cells);
+    CellBits around(newCells);
     around.grow();
     around.grow();
-    around.remove(cells);
+    around.remove(newCells);
     around.remove(vAllRCDsrt);
     around.removeLargeComponents(maxPocket);
     std::vector<RCD> candidates = around.getSorted();
     std::vector<std::vector<RCD>> comps;
     createCC_RCD_6Neig(candidates, comps);
-
-    Distances pockets;
+    std::vector<RCD> pockets;
     for (const std::vector<RCD>& comp : comps)
         if (comp.size() <= maxPocket)
-            for (const RCD r : comp)
-                pockets.emplace_back(getMeanDistanceOfFaceNeigs(vDist2RCD, r), r);
-    std::sort(pockets.begin(), pockets.end(), hasLowerCell);
-    const auto middle = vDist2RCD.insert(vDist2RCD.end(), pockets.begin(), pockets.end());
+            pockets.insert(pockets.end(), comp.begin(), comp.end());
+    std::sort(pockets.begin(), pockets.end());
+    return pockets;
+}
+
+/// Gives the pockets distances in between those around them.
+void Prepare::hc_addVolumeFills(const std::vector<RCD>& pockets, Distances& vDist2RCD)
+{
+    Distances vAdded;
+    for (const RCD r : pockets)
+        vAdded.emplace_back(getMeanDistanceOfFaceNeigs(vDist2RCD, r), r);
+    const auto middle = vDist2RCD.insert(vDist2RCD.end(), vAdded.begin(), vAdded.end());
     std::inplace_merge(vDist2RCD.begin(), middle, vDist2RCD.end(), hasLowerCell);
 }
 
@@ -112,21 +138,12 @@ void updateBorder(const RemoveDeciderFast& decider, const std::vector<RCD>& chan
     std::inplace_merge(border.begin(), middle, border.end());
 }
 
-std::vector<RCD> getUnion(const std::vector<RCD>& a, const std::vector<RCD>& b)
-{
-    std::vector<RCD> both;
-    both.reserve(a.size() + b.size());
-    std::set_union(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(both));
-    return both;
-}
 } // namespace
 
-/// Thins the new cells of vDist2RCD down to membranes. The label names the pass for a developer.
-void Prepare::hc_pruneDown(const std::string&, bool bFirstOrLast, Distances& vDist2RCD)
+/// Thins the new cells of vDist2RCD down to membranes.
+void Prepare::hc_pruneDown(RemoveDeciderFast& decider, bool bFirstOrLast, Distances& vDist2RCD)
 {
     const std::vector<RCD> fill = getCells(vDist2RCD);
-    std::vector<RCD> all = getUnion(vAllRCDsrt, fill);
-    RemoveDeciderFast decider(all, pCalc);
 
     // Only cells of vDist2RCD can die in these three; the shell is safe.
     std::vector<RCD> vKept, vKilled;
@@ -169,15 +186,22 @@ void Prepare::cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD)
 
 namespace
 {
-/// The number of distinct cells of a sorted set among the 26 neighbours of a component's cells.
-size_t countNeigsInSet(const std::vector<RCD>& component, std::vector<RCD>& sortedSet)
+/// The number of distinct cells of a sorted set among the 26 neighbours of a component's cells; any number from enough
+/// on when there are so many.
+size_t countNeigsInSet(const std::vector<RCD>& component, std::vector<RCD>& sortedSet, size_t enough)
 {
     std::vector<RCD> found;
     for (const RCD r : component)
+    {
         getNeigs26(sortedSet, r, found);
-    std::sort(found.begin(), found.end());
-    return static_cast<size_t>(std::unique(found.begin(), found.end()) - found.begin());
+        oneInstance(found);
+        if (found.size() >= enough)
+            break;
+    }
+    return found.size();
 }
+
+constexpr size_t manyRimCells = 4;
 
 /// Whether a piece of new cells bridges between rim cells, by the number of rim cells it touches and its size.
 bool isBridge(size_t numRimCells, size_t numCells)
@@ -191,7 +215,7 @@ bool isBridge(size_t numRimCells, size_t numCells)
         return numCells == 1; // one cell between two rim cells
     case 3:
         return numCells <= 2;
-    default:
+    default:         // manyRimCells or more
         return true; // joins many rim cells: a real membrane
     }
 }
@@ -206,7 +230,8 @@ void Prepare::hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, 
     std::vector<RCD> vProtected;
     for (const std::vector<RCD>& comp : comps)
     {
-        std::vector<RCD>& target = isBridge(countNeigsInSet(comp, rim), comp.size()) ? vProtected : vUnprotected;
+        std::vector<RCD>& target =
+            isBridge(countNeigsInSet(comp, rim, manyRimCells), comp.size()) ? vProtected : vUnprotected;
         target.insert(target.end(), comp.begin(), comp.end());
     }
     sortMT(vProtected.begin(), vProtected.end());

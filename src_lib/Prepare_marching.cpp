@@ -12,13 +12,13 @@
 #include "tools.h"
 #include "vectorHelpers.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstdint>
-#include <optional>
 
 namespace MIRT_ZAV
 {
@@ -72,47 +72,32 @@ constexpr std::array<unsigned, 26> makeNeigPositions()
 constexpr std::array<unsigned, 26> neigPositions = makeNeigPositions();
 } // namespace
 
-/// The cells of one march.
-struct Prepare::MarchZone
+void Prepare::rcdmch_getDist2RCD(MarchZone& zone, Distances& vDist2RCD) const
 {
-    std::vector<RCD> newCells;           // sorted
-    std::vector<RCD> shellCells;         // sorted
-    std::vector<Point3> shellPoints;     // at the same place; close to each other, since they are read again and again
-    std::optional<CellBricks> bricks;    // of both
-    std::vector<CellBricks::Slot> slots; // of the new cells
-    // By slot, how a new cell has been reached so far.
-    std::vector<float> dists;           // to the source's point; the greatest float when unreached. With the sign set
-                                        // when it can't improve any more, and for all cells that aren't new
-    std::vector<std::uint32_t> sources; // the place of the shell cell whose point gives the distance
-};
-
-void Prepare::rcdmch_getDist2RCD(int size, Distances& vDist2RCD)
-{
-    MarchZone zone;
-    rcdmch_createZone(size, zone);
     rcdmch_reachFromShell(zone);
     rcdmch_march(zone);
-    vDist2RCD.reserve(vDist2RCD.size() + zone.newCells.size());
+    vDist2RCD.reserve(zone.newCells.size());
     for (size_t i = 0; i < zone.newCells.size(); ++i)
         vDist2RCD.emplace_back(std::abs(static_cast<double>(zone.dists[zone.slots[i]])), zone.newCells[i]);
 }
 
-void Prepare::rcdmch_createZone(int size, MarchZone& zone) const
+/// The cells around the rim, from which a march can start.
+Prepare::MarchZone Prepare::rcdmch_createZone(int size) const
 {
     CellBits bits(vBorderRCDsrt);
     for (int step = 0; step < size; ++step)
         bits.grow();
     std::vector<RCD> cells = bits.getSorted();
     ZAV_ASSERT(cells.size() < size_t(INT_MAX), "zone.size()<INT_MAX"); // places of 32 bits
-    zone.bricks.emplace(cells);
+    MarchZone zone(cells);
     zone.newCells = cells;
     removeVec(zone.newCells, vAllRCDsrt);
     zone.shellCells.swap(cells);
     keepVec(zone.shellCells, vAllRCDsrt);
 
-    transformMT(zone.newCells, zone.slots, [&zone](RCD r) { return zone.bricks->find(r); });
-    zone.dists.assign(zone.bricks->getNumSlots(), -1.0f);
-    zone.sources.resize(zone.bricks->getNumSlots());
+    transformMT(zone.newCells, zone.slots, [&zone](RCD r) { return zone.bricks.find(r); });
+    zone.dists.assign(zone.bricks.getNumSlots(), -1.0f);
+    zone.sources.resize(zone.bricks.getNumSlots());
     for (const CellBricks::Slot slot : zone.slots)
         zone.dists[slot] = FLT_MAX;
 
@@ -126,19 +111,42 @@ void Prepare::rcdmch_createZone(int size, MarchZone& zone) const
         ZAV_ASSERT(q_it->second != nullptr, "pFromVtx!=__null");
         zone.shellPoints.push_back(*q_it->second);
     }
+    return zone;
 }
 
-/// Gives the new cells next to the shell the nearest of the points around them.
+/// Gives the new cells next to the shell the nearest of the points around them, of equally near ones that of the least
+/// shell cell.
 void Prepare::rcdmch_reachFromShell(MarchZone& zone) const
 {
-    for (size_t i = 0; i < zone.shellCells.size(); ++i)
+    if (zone.shellCells.empty())
+        return;
+    // Every slice owns the new cells of a range of x, and looks at all shell cells that touch it.
+    const RCD firstX = std::max<RCD>(1, rcd::getX(zone.shellCells.front())) - 1;
+    const RCD numX = rcd::getX(zone.shellCells.back()) + 2 - firstX;
+    forSlicesMT(static_cast<size_t>(numX), 8,
+                [&](size_t begin, size_t end) { rcdmch_reachFromShell(zone, firstX + begin, firstX + end); });
+}
+
+/// The same for the new cells of one range of x alone.
+void Prepare::rcdmch_reachFromShell(MarchZone& zone, RCD beginX, RCD endX) const
+{
+    const auto findShellCell = [&zone](RCD x)
+    {
+        const auto it = std::lower_bound(zone.shellCells.begin(), zone.shellCells.end(), rcd::fromXYZ(x, 0, 0));
+        return static_cast<size_t>(it - zone.shellCells.begin());
+    };
+    const size_t end = findShellCell(endX + 1);
+    for (size_t i = findShellCell(beginX > 0 ? beginX - 1 : 0); i < end; ++i)
     {
         const RCD r = zone.shellCells[i];
-        const CellBricks::Slot slot = zone.bricks->find(r);
+        const CellBricks::Slot slot = zone.bricks.find(r);
         const DistancesAround distances(zone.shellPoints[i], r, *pCalc);
         for (const unsigned position : neigPositions)
         {
-            const CellBricks::Slot neig = zone.bricks->getNeig(slot, position);
+            const RCD x = rcd::getX(r) + position % 3 - 1;
+            if (x < beginX || x >= endX)
+                continue;
+            const CellBricks::Slot neig = zone.bricks.getNeig(slot, position);
             const float d = distances(position);
             if (d < zone.dists[neig])
             {
@@ -159,7 +167,7 @@ void Prepare::rcdmch_march(MarchZone& zone) const
         if (zone.dists[slot] < FLT_MAX)
             push(zone.dists[slot], slot);
 
-    const CellBricks& bricks = *zone.bricks;
+    const CellBricks& bricks = zone.bricks;
     const auto prefetch = [&zone, &bricks ](int level, CellBricks::Slot slot) __attribute__((always_inline))
     {
         if (level == 3)

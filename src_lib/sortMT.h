@@ -189,6 +189,21 @@ void forSlicesMT(size_t n, size_t slicesPerCPU, const F& f)
     runTasks(tasks);
 }
 
+/// Calls f() and g() at the same time on the pool of the caller's level; one after the other on the calling thread with
+/// one CPU. Neither may touch what the other one writes.
+template <class F, class G>
+void runBothMT(const F& f, const G& g)
+{
+    if (getGlobalNumCPU() < 2)
+    {
+        f();
+        g();
+        return;
+    }
+    std::vector<std::function<void(int)>> tasks = {[&f](int) { f(); }, [&g](int) { g(); }};
+    runTasks(tasks);
+}
+
 /// Runs f(i) for all i below n on the pool of the caller's level, in slices of neighbouring indices.
 struct ParallelLoop
 {

@@ -24,7 +24,8 @@ struct PrepareTestAccess
     static std::vector<std::pair<double, RCD>> getDist2RCD(Prepare& prepare, int size)
     {
         std::vector<std::pair<double, RCD>> distances;
-        prepare.rcdmch_getDist2RCD(size, distances);
+        Prepare::MarchZone zone = prepare.rcdmch_createZone(size);
+        prepare.rcdmch_getDist2RCD(zone, distances);
         return distances;
     }
 };
