@@ -1,7 +1,7 @@
-// Finds the members of a sorted list of cells: one cell, or all around one.
+// Finds the members of a sorted list of cells.
 //
 // Cells of equal x and y within an aligned run of 64 in z share one word of bits. The word and the number of members
-// before the run give the place of each of them by counting bits, and three neighbours along z by one read.
+// before the run give the place of each of them by counting bits.
 #pragma once
 
 #include "Calc.h"
@@ -44,17 +44,6 @@ public:
 
     /// The members among the 64 codes from an aligned code on, one bit each.
     u64 getRun(RCD first) const { return findRun(first).bits; }
-
-    /// Calls f(place) for every member among the cell and its 26 neighbours, in ascending order of cells. No coordinate
-    /// may be 0.
-    template <class F>
-    void forEachAround(RCD r, const F& f) const
-    {
-        const RCD lowest = r - rcd::xUnit - rcd::yUnit - rcd::zUnit;
-        for (RCD dx = 0; dx < 3; ++dx)
-            for (RCD dy = 0; dy < 3; ++dy)
-                forEachInColumn(lowest + dx * rcd::xUnit + dy * rcd::yUnit, f);
-    }
 
 private:
     struct Run
@@ -100,23 +89,6 @@ private:
         while (runs[slot].key != key && runs[slot].key != noKey)
             slot = (slot + 1) & (runs.size() - 1);
         return runs[slot];
-    }
-
-    /// The members among three cells from first on along z.
-    template <class F>
-    void forEachInColumn(RCD first, const F& f) const
-    {
-        const unsigned shift = static_cast<unsigned>(first & 63);
-        forEachOf(findRun(keyOf(first)), u64(7) << shift, f);
-        if (shift > 61) // the column goes on in the next run
-            forEachOf(findRun(keyOf(first) + 64), u64(7) >> (64 - shift), f);
-    }
-
-    template <class F>
-    static void forEachOf(const Run& run, u64 mask, const F& f)
-    {
-        for (u64 bits = run.bits & mask; bits != 0; bits &= bits - 1)
-            f(placeIn(run, bits & -bits));
     }
 
     std::vector<Run> runs; // a hash table of a power of two, at most half full
