@@ -74,6 +74,7 @@ void Prepare::hc_holeControlMain(int size, bool bFirstOrLast)
     std::optional<RemoveDeciderFast> decider;
     {
         MarchZone zone = rcdmch_createZone(size);
+        vDist2RCD.reserve(zone.newCells.size());
         runBothMT([&] { rcdmch_getDist2RCD(zone, vDist2RCD); },
                   [&]
                   {
