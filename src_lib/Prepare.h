@@ -71,7 +71,7 @@ private:
     void hc_holeControlMain(int size, bool bFirstOrLast);
     std::vector<RCD> hc_findVolumeFills(const std::vector<RCD>& newCells) const;
     static void hc_addVolumeFills(const std::vector<RCD>& pockets, Distances& vDist2RCD);
-    void hc_pruneDown(RemoveDeciderFast& decider, bool bFirstOrLast, Distances& vDist2RCD);
+    void hc_pruneDown(bool bFirstOrLast, Distances& vDist2RCD);
     void hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, std::vector<RCD>& vUnprotected) const;
     std::vector<RCD> hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill, bool bFirstOrLast);
     void hc_takeOver(const std::vector<RCD>& membranes, const std::vector<RCD>& vCut);

@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <iterator>
 #include <new>
-#include <optional>
 
 namespace MIRT_ZAV
 {
@@ -70,21 +69,14 @@ void Prepare::hc_holeControlMain(int size, bool bFirstOrLast)
     if (vBorderRCDsrt.empty())
         return; // a closed shell has no rim to grow from
     Distances vDist2RCD;
-    std::vector<RCD> pockets, all;
-    std::optional<RemoveDeciderFast> decider;
+    std::vector<RCD> pockets;
     {
         MarchZone zone = rcdmch_createZone(size);
-        vDist2RCD.reserve(zone.newCells.size());
-        runBothMT([&] { rcdmch_getDist2RCD(zone, vDist2RCD); },
-                  [&]
-                  {
-                      pockets = hc_findVolumeFills(zone.newCells);
-                      all = getUnion(vAllRCDsrt, getUnion(zone.newCells, pockets));
-                      decider.emplace(all, pCalc);
-                  });
+        rcdmch_getDist2RCD(zone, vDist2RCD);
+        pockets = hc_findVolumeFills(zone.newCells);
     }
     hc_addVolumeFills(pockets, vDist2RCD);
-    hc_pruneDown(*decider, bFirstOrLast, vDist2RCD);
+    hc_pruneDown(bFirstOrLast, vDist2RCD);
 }
 
 /// Finds small pockets that the new layer almost encloses, sorted: left empty, they would become tiny closed cavities.
@@ -142,9 +134,11 @@ void updateBorder(const RemoveDeciderFast& decider, const std::vector<RCD>& chan
 } // namespace
 
 /// Thins the new cells of vDist2RCD down to membranes.
-void Prepare::hc_pruneDown(RemoveDeciderFast& decider, bool bFirstOrLast, Distances& vDist2RCD)
+void Prepare::hc_pruneDown(bool bFirstOrLast, Distances& vDist2RCD)
 {
     const std::vector<RCD> fill = getCells(vDist2RCD);
+    std::vector<RCD> all = getUnion(vAllRCDsrt, fill);
+    RemoveDeciderFast decider(all, pCalc);
 
     // Only cells of vDist2RCD can die in these three; the shell is safe.
     std::vector<RCD> vKept, vKilled;

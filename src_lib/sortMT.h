@@ -189,31 +189,6 @@ void forSlicesMT(size_t n, size_t slicesPerCPU, const F& f)
     runTasks(tasks);
 }
 
-/// Calls f() on the pool of the caller's level and g() on the calling thread at the same time; one after the other on
-/// the calling thread with one CPU. Neither may touch what the other one writes. Large memory is better taken by g: the
-/// allocator keeps for a thread what it has freed.
-template <class F, class G>
-void runBothMT(const F& f, const G& g)
-{
-    if (getGlobalNumCPU() < 2)
-    {
-        f();
-        g();
-        return;
-    }
-    std::future<void> future = ctpl::thread_pool::getLevelPool(false)->push([&f](int) { f(); });
-    try
-    {
-        g();
-    }
-    catch (...)
-    {
-        future.wait(); // f holds references to the caller's data
-        throw;
-    }
-    future.get();
-}
-
 /// Runs f(i) for all i below n on the pool of the caller's level, in slices of neighbouring indices.
 struct ParallelLoop
 {
