@@ -179,11 +179,17 @@ TEST_F(Flips, GainAgreesWithItsDefinition)
     for (int run = 0; run < 3000; ++run)
     {
         std::uniform_real_distribution<double> x(-1, 1);
+        const double spread = run % 5 < 2 ? 0.3 : 1.0;
         const auto near = [&](double px, double py)
-        { return Point3(px + x(random), py + x(random), (run % 5 == 0 ? 4.0 : 0.7) * x(random)); };
+        { return Point3(px + spread * x(random), py + spread * x(random), 0.7 * spread * x(random)); };
         Shape shape{
             {near(-2, 0), near(2, 0), near(0, 1.5), near(0, -1.5), near(-2, 3), near(2, 3), near(2, -3), near(-2, -3)},
             {}};
+        if (run % 5 == 0) // the flip would fold
+            shape.points[3] = near(0, 0.7);
+        else if (run % 5 == 1) // folded before and after
+            for (size_t i = 0; i < 4; ++i)
+                shape.points[i] = near(i % 2 == 0 ? 0 : 2, i < 2 ? 2 : 0);
         if (run % 2 == 0)
             for (Point3& p : shape.points)
                 p.setColor(static_cast<unsigned char>(random() % 64), 10, 90, 0);
