@@ -49,7 +49,10 @@ BENCHMARK(reconstruct)
     ->Args({100000, 2, 0})
     ->Args({1000000, 1, 0})
     ->Args({1000000, 2, 0})
+    ->Args({100000, 1, 10})
     ->Args({1000000, 1, 10})
+    ->Args({1000000, 2, 10})
+    ->Args({3000000, 1, 10})
     ->Unit(benchmark::kMillisecond)
     ->MeasureProcessCPUTime();
 } // namespace

@@ -196,6 +196,7 @@ bool isUpToDate(const FlipCandidate& candidate)
     return candidate.pRE->getTwoTriangles(t0, t1, true) &&
            std::max(t0->changedAt, t1->changedAt) <= candidate.evaluatedAt;
 }
+
 /// Starts to load what the flips of later candidates need, each step for those whose last one is done by now.
 template <class Queue>
 void fetchAhead(const Queue& queue)
