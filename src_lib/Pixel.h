@@ -1,0 +1,99 @@
+// Turns a triangle soup into a cloud of one point per cell.
+//
+// Edges and faces are walked over on the lattice, and every cell that they touch gets one point. Corners and points of
+// sharp edges and borders claim their cells first, then the other edges, then the faces, so that the cloud keeps the
+// features of the soup.
+#pragma once
+
+#include "Calc.h"
+#include "CellSet.h"
+#include "FeatureMgr.h"
+#include "Plane.h"
+#include "Tri.h"
+
+#include <utility>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// Cells along something with a point in each of them.
+using Raster = std::vector<std::pair<RCD, Point3>>;
+using CellPairs = std::vector<std::pair<CCD, CCD>>;
+
+class Pixel
+{
+public:
+    /// The angle that marks border edges.
+    static constexpr double borderAngle = 9999.0;
+
+    /// An edge whose fold isn't sharp.
+    struct FlatEdge
+    {
+        Point3* pA;
+        Point3* pB;
+        Plane plane; // of its first triangle
+    };
+
+    /// \param vTriangleCorners  three pointers per triangle, equal ones for equal points, into one array; degenerate
+    ///                          triangles are left out with a warning. An empty list and one whose size isn't a
+    ///                          multiple of three end in ZavBugException.
+    /// \param pCalc             must live as long as this; the soup should lie in its lattice
+    Pixel(std::vector<Point3*>& vTriangleCorners, Calc* pCalc);
+    Pixel(const Pixel&) = delete;
+    Pixel& operator=(const Pixel&) = delete;
+
+    /// To be called once.
+    /// \param vOut          one point per cell that the soup touches is appended: those of edges, then those of faces
+    ///                      by ascending RCD
+    /// \param vFeatures     neighbours along feature edges, the lesser cell first, are appended
+    /// \param vBorders      the same for borders
+    /// \param featureAngle  edges that fold by more are features, in degrees; borders always are
+    void pixelTriangles(std::vector<Point3>& vOut, std::vector<std::pair<CCD, CCD>>& vFeatures,
+                        std::vector<std::pair<CCD, CCD>>& vBorders, double featureAngle);
+
+    // The steps.
+
+    /// Appends one point for each cell that an edge touches.
+    void pixelAllEdges(double featureAngle, std::vector<Point3>& vPixels, CellPairs& vFeatures, CellPairs& vBorders);
+    /// The cells that a segment passes through, from a to b; nothing if both lie in one cell. The ends stay as they
+    /// are, the other points are middles of pieces of the segment.
+    void rasterizeEdge(const Point3& a, const Point3& b, Raster& vR) const;
+    /// The cells of a triangle, sampled in strips along one side. Cells can come several times; those that are claimed
+    /// are left out.
+    void convertOneT(const Point3& p0, const Point3& p1, const Point3& p2, Raster& vR) const;
+    /// The same for one segment in a plane. The cell of a doesn't count unless the walk comes back to it.
+    void rasterizePlane(const Plane& plane, const Point3& a, const Point3& b, Raster& vR) const;
+    /// The mean of the places where the edges of a cell cut a plane; ok is false, after a warning, where there are too
+    /// few of them.
+    Point3 getMidOfCutPlane(RCD r, const Plane& plane, bool& ok) const;
+
+    const std::vector<Tri*>& getTriangles() const { return vTri; }
+
+private:
+    struct Strips;
+    struct Piece;
+    struct Part;
+
+    void linkEdge2T(const std::vector<Point3*>& vCorners);
+    void bfsSort();
+    size_t findRun(Point3* p1, Point3* p2) const;
+
+    void checkAreas() const;
+    void splitEdges(double featureAngle, std::vector<FeatureRecord>& vFE, std::vector<FlatEdge>& vNonFeat);
+    void reorderFeatureEdges(std::vector<FeatureRecord>& vFE) const;
+    void claimFeatureEnds(const std::vector<FeatureRecord>& vFE, std::vector<Point3>& vPixels);
+    void claimFeatureEdges(const std::vector<FeatureRecord>& vFE, std::vector<Point3>& vPixels, CellPairs& vFeatures,
+                           CellPairs& vBorders);
+    void claimFlatEdges(const std::vector<FlatEdge>& vNonFeat, std::vector<Point3>& vPixels);
+    void claimFaces(std::vector<Point3>& vArea);
+
+    Calc* const pCalc;
+    const double spacingAbs;
+    std::vector<Tri*> vTri; // owned: all lie in one array in the order of the input
+    std::vector<std::pair<std::pair<Point3*, Point3*>, Tri*>> vEdge2Tri; // sorted
+    std::vector<Tri> triangles;
+    CellSet sClaimed; // cells that have their point
+};
+
+} // namespace MIRT_ZAV
