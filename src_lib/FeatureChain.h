@@ -28,7 +28,7 @@ class FeatureEdgeMap
 public:
     struct Entry
     {
-        FeatureEdge* pEdge;
+        FeatureEdge* pEdge = nullptr;
         Vector3 direction; // unit vector from the corner to the far end
     };
 
@@ -47,8 +47,16 @@ public:
     FeatureEdge* findStraightest(const FeatureEdge* pEdge, Point3* pEnd, const Vector3& direction) const;
 
 private:
+    struct Search;
+
+    void buildTree(size_t first, size_t last);
+    void searchTree(size_t first, size_t last, Search& search) const;
+
     std::vector<std::pair<Point3*, size_t>> vCorners; // sorted; a corner with its first entry
     std::vector<Entry> vEntries;                      // corner after corner
+    // Corners with many edges: their entries as a tree of directions, the middle of each range its root.
+    std::vector<size_t> vTree;
+    std::vector<unsigned char> vAxis; // along which a range of the tree is cut, by its root
 };
 
 /// Feature edges in walking order: the pTrg of each one is the pSrc of the next. The seed stays free for another chain,

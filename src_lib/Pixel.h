@@ -21,19 +21,24 @@ namespace MIRT_ZAV
 using Raster = std::vector<std::pair<RCD, Point3>>;
 using CellPairs = std::vector<std::pair<CCD, CCD>>;
 
+/// How a triangle is sampled: along segments between two of its sides, parallel to the third one.
+struct Strips
+{
+    Strips(const Point3& p0, const Point3& p1, const Point3& p2, double spacing);
+
+    // Strip k leads from A + e1 * (k * stepA) to B + e2 * (k * stepB).
+    Plane plane;
+    Point3 A, B;
+    Vector3 e1, e2;
+    double stepA = 0.0, stepB = 0.0;
+    size_t numStrips = 0; // none where an angle at the base is next to nothing
+};
+
 class Pixel
 {
 public:
     /// The angle that marks border edges.
     static constexpr double borderAngle = 9999.0;
-
-    /// An edge whose fold isn't sharp.
-    struct FlatEdge
-    {
-        Point3* pA;
-        Point3* pB;
-        Plane plane; // of its first triangle
-    };
 
     /// \param vTriangleCorners  three pointers per triangle, equal ones for equal points, into one array; degenerate
     ///                          triangles are left out with a warning. An empty list and one whose size isn't a
@@ -71,22 +76,25 @@ public:
     const std::vector<Tri*>& getTriangles() const { return vTri; }
 
 private:
-    struct Strips;
-    struct Piece;
-    struct Part;
-
     void linkEdge2T(const std::vector<Point3*>& vCorners);
     void bfsSort();
     size_t findRun(Point3* p1, Point3* p2) const;
 
     void checkAreas() const;
-    void splitEdges(double featureAngle, std::vector<FeatureRecord>& vFE, std::vector<FlatEdge>& vNonFeat);
+    void splitEdges(double featureAngle, std::vector<FeatureRecord>& vFE, std::vector<size_t>& vNonFeat);
     void reorderFeatureEdges(std::vector<FeatureRecord>& vFE) const;
     void claimFeatureEnds(const std::vector<FeatureRecord>& vFE, std::vector<Point3>& vPixels);
     void claimFeatureEdges(const std::vector<FeatureRecord>& vFE, std::vector<Point3>& vPixels, CellPairs& vFeatures,
                            CellPairs& vBorders);
-    void claimFlatEdges(const std::vector<FlatEdge>& vNonFeat, std::vector<Point3>& vPixels);
+    void claimFlatEdges(const std::vector<size_t>& vNonFeat, std::vector<Point3>& vPixels);
     void claimFaces(std::vector<Point3>& vArea);
+
+    /// The number of lattice planes between two points.
+    u64 countSteps(const Point3& a, const Point3& b) const;
+    void rasterizeStrips(const Strips& strips, size_t first, size_t last, Raster& vR) const;
+    Point3 getMid(RCD r) const;
+    bool moveOntoPlane(RCD r, const Plane& plane, Point3& point) const;
+    bool cutCell(RCD r, const Plane& plane, Point3& mean, int& numCuts, bool& bAllMet) const;
 
     Calc* const pCalc;
     const double spacingAbs;
