@@ -27,6 +27,11 @@ public:
         values.emplace_back();
     }
 
+    size_t size() const { return values.size(); }
+
+    /// The number of an added object in the order of creation, from 0.
+    size_t indexOf(const Object* pObject) const { return static_cast<size_t>(find(pObject) - values.data()); }
+
     /// The value of an object, or null for one that wasn't added.
     const Value* find(const Object* pObject) const
     {
@@ -74,6 +79,9 @@ public:
 
     /// Makes room for the list of an object; in the order of creation, and before values are inserted for it.
     void addObject(const Object* pObject) { heads.add(pObject); }
+    size_t getNumObjects() const { return heads.size(); }
+    /// The number of an added object in the order of creation, from 0.
+    size_t indexOf(const Object* pObject) const { return heads.indexOf(pObject); }
 
     /// Appends a value to the object's list.
     void insert(const Object* pObject, T value)

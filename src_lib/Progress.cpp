@@ -323,4 +323,11 @@ void progressForSmoothing(int numRounds)
         getThreadProgress()->createChild("it%" + toString(i), 10.0);
 }
 
+void progressForReduction()
+{
+    static constexpr Stage stages[] = {
+        {"RM_kdeg", 3.0}, {"RM_redborder", 1.0}, {"RM_redprioq", 3.0}, {"RM_redprocprioq", 93.0}};
+    setUpRun("Reduce", stages);
+}
+
 } // namespace MIRT_ZAV

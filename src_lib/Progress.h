@@ -218,5 +218,6 @@ void progressForFlips();
 void progressForAnnealing(const std::vector<double>& temperatures);
 /// \param numRounds  below 1: none
 void progressForSmoothing(int numRounds);
+void progressForReduction();
 
 } // namespace MIRT_ZAV

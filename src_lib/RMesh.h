@@ -55,6 +55,14 @@ struct VertexHash
     }
 };
 
+/// A collapse that reduce() may do. It waits under its penalty as key.
+struct RECandidate
+{
+    REdge* pRE;
+    int which;                     ///< 0: getVtx0() moves onto getVtx1(); 1: getVtx1() onto getVtx0()
+    std::uint32_t evaluatedAt = 0; ///< in collapses of the run
+};
+
 /// Not thread-safe. Queries of several threads may overlap while nothing changes the topology, except those in mRE
 /// order.
 class RMesh
@@ -173,6 +181,24 @@ public:
     /// degenerate triangles then. Edges that flips make aren't considered.
     void flipEdges();
 
+    /// Collapses edges by rising penalty as long as any collapse is allowed; see the public function of this name.
+    /// \param maxLen2      limit for the squared length of an edge
+    /// \param maxAngleDeg  limit for the turn of a triangle, in degrees
+    /// \return the number of triangles that the collapses took away
+    int reduce(double maxLen2, double maxAngleDeg);
+    /// Appends the collapses of the edges that are allowed, with their penalties: in the order of the edges, for each
+    /// one the direction 0 before 1. Runs on all CPUs. Edges may be dead.
+    void getPrioqEntries(double maxAngleRad, double maxLen2, const std::vector<REdge*>& vEdges,
+                         std::vector<std::pair<double, RECandidate>>& vEntries) const;
+    /// What the collapse of an edge costs: 100 times the mean turn of the triangles that stay at the moving vertex, in
+    /// radians, plus the root of the length in cells, plus 100 times the difference of the colours.
+    /// \param which  see RECandidate; it goes by the ends that the edge has now
+    /// \param vIncT  becomes the alive triangles of the moving vertex, unless length or colours refuse before that
+    /// \return DBL_MAX where the collapse isn't allowed, and where the penalty wouldn't be a number. A triangle without
+    ///         a normal is told on standard output and counts for nothing
+    double getPenalty(const REdge* pRE, int which, double maxLen2, double maxAngleRad,
+                      std::vector<RTriangle*>& vIncT) const;
+
     /// Takes a triangle out of the lists of its vertices; part of RTriangle::kill.
     void unregisterTriangle(RTriangle* pRT);
     /// Moves a vertex; its colour stays. The caller must have made sure by hasVertex that no vertex is listed at the
@@ -201,6 +227,10 @@ private:
     void queueUnvisitedNeighbours(RTriangle* pRT, std::vector<RTriangle*>& queue);
     Point3* collapseBest(const RTriangle* pRT);
     bool leaveOtherVertices(Point3& p, double limit) const;
+    void createREC_MT(const std::vector<REdge*>& vEdges, size_t from, size_t to, double maxLen2, double maxAngleRad,
+                      std::vector<std::pair<double, RECandidate>>& vEntries) const;
+    bool getRECand(REdge* pRE, int which, double maxLen2, double maxAngleRad, std::vector<RTriangle*>& vIncT,
+                   std::pair<double, RECandidate>& entry) const;
     void fillNormals();
     void getEdgeFlipCandidates_MT_priv(const std::vector<REdge*>& vInRE, size_t from, size_t to,
                                        std::vector<std::pair<double, REdge*>>& vImpRE, std::vector<size_t>& vPostponed);

@@ -26,10 +26,17 @@ public:
 
     void push(const Key& key, const Value& value) { heap.push({key, ++numArrived, value}); }
 
-    /// As if makeValue(second) were pushed under first for all items in their order. Should come before single entries.
+    /// As if makeValue(second) were pushed under first for all items in their order. Merging a bulk into the list costs
+    /// the length of the list: a few items beside many go through the heap.
     template <class T, class F>
     void pushAll(const std::vector<std::pair<Key, T>>& items, const F& makeValue)
     {
+        if (16 * items.size() < vList.size() - iList)
+        {
+            for (const auto& [key, item] : items)
+                push(key, makeValue(item));
+            return;
+        }
         std::vector<Entry> vNew(vList.begin() + static_cast<std::ptrdiff_t>(iList), vList.end());
         const auto numOld = static_cast<std::ptrdiff_t>(vNew.size());
         vNew.reserve(vNew.size() + items.size());

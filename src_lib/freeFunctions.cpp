@@ -1,5 +1,7 @@
 #include "freeFunctions.h"
 
+#include "arcCosine.h"
+
 #include "tools.h"
 
 #include <cmath>
@@ -84,7 +86,7 @@ double getAngleRad(const Vector3& u, const Vector3& v)
         return 0.0;
     if (x < -1.0)
         return 6.283185307;
-    return std::acos(x);
+    return arcCosine(x);
 }
 
 } // namespace MIRT_ZAV

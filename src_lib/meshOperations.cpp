@@ -80,4 +80,14 @@ void laplacianSmoothing(MeshPtr pMesh, int nIter)
     progress.finish();
 }
 
+int reduce(MeshPtr pMesh, double maxEdgeLength, double maxAngleDeg)
+{
+    RMesh* const pRMesh = getRMesh(pMesh);
+    const OwnProgress progress(progressForReduction);
+    const int numKilled = pRMesh->reduce(maxEdgeLength * maxEdgeLength, maxAngleDeg);
+    pRMesh->killDegenerate();
+    progress.finish();
+    return numKilled;
+}
+
 } // namespace MIRT_ZAV

@@ -29,4 +29,21 @@ ZAV_API void edgeFlipsSimA(MeshPtr pMesh);
 ///                          caller; the mesh stays usable
 ZAV_API void laplacianSmoothing(MeshPtr pMesh, int nIter);
 
+/// Thins a mesh by edge collapses: one end of an edge moves onto the other, the triangles between them go. The collapse
+/// that turns the surface least comes first, short edges before long ones, like colours before unlike ones; collapses
+/// go on as long as any is allowed. Degenerate triangles are collapsed at the end, outside of these limits:
+/// - No edge longer than maxEdgeLength is collapsed.
+/// - No triangle turns by more than maxAngleDeg in one collapse. Turns of several collapses add up.
+/// - No vertex moves and none is new: positions and colours of the result are a subset of the mesh's.
+/// - A vertex that is on a border at the start leaves only along the border, where that bends by less than 10 degrees.
+/// - Where a vertex has a colour, only colours that differ by at most 1.0 in L*a*b* merge; less for edges longer than a
+///   cell. A vertex without colour counts with the bytes it holds.
+/// - No triangle comes to stand twice. An edge may get more than two triangles, where a thin tube or ridge closes up.
+/// \param maxEdgeLength  in input units; 0 changes nothing; the sign doesn't count
+/// \param maxAngleDeg    in degrees; 0 allows what keeps all normals; below 0 nothing is allowed. A limit that isn't a
+///                       number limits nothing
+/// \return the number of triangles that the collapses removed, without those that were degenerate at the end
+/// \throws ZavBugException  for a null mesh
+ZAV_API int reduce(MeshPtr pMesh, double maxEdgeLength, double maxAngleDeg);
+
 } // namespace MIRT_ZAV

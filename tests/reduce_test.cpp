@@ -1,0 +1,294 @@
+// Reduction: the penalty against its definition, the loop against a plain one, and what a reduction must keep.
+#include "ColorUtils.h"
+#include "Mesh.h"
+#include "Progress.h"
+#include "RMesh.h"
+#include "arcCosine.h"
+#include "capture.h"
+#include "freeFunctions.h"
+#include "meshOperations.h"
+#include "mesh_shapes.h"
+#include "zav_api_functions.h"
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <map>
+#include <set>
+
+using namespace MIRT_ZAV;
+using namespace test;
+
+namespace
+{
+constexpr double radians = 0.01745329251;
+
+/// Triangles as numbers of vertices, sorted, to compare meshes.
+std::multiset<std::array<size_t, 3>> getTriangles(const RMesh& mesh)
+{
+    std::multiset<std::array<size_t, 3>> triangles;
+    for (const RTriangle* const pRT : mesh.vRT)
+        if (pRT->isAlive())
+        {
+            std::array<size_t, 3> t{};
+            std::transform(pRT->pVtx, pRT->pVtx + 3, t.begin(), [&](auto p) { return mesh.mmVtxT.indexOf(p); });
+            std::rotate(t.begin(), std::min_element(t.begin(), t.end()), t.end());
+            triangles.insert(t);
+        }
+    return triangles;
+}
+
+int countEdges(const RMesh& mesh, int degree)
+{
+    std::vector<REdge*> edges;
+    mesh.getDegN(degree, edges);
+    return int(edges.size());
+}
+
+/// The penalty from the list of all triangles.
+double expectedPenalty(const RMesh& mesh, const REdge& edge, int which, double maxLen2, double maxAngle)
+{
+    const Point3 *const src = which == 0 ? edge.pVtx0 : edge.pVtx1, *const trg = which == 0 ? edge.pVtx1 : edge.pVtx0;
+    const double ratio = std::sqrt((*trg - *src).length() / mesh.sideLen);
+    const bool colored = src->hasColor() || trg->hasColor();
+    const double colorDiff = colored ? getColorDiffCIE76(src, trg) : 0.0;
+    if ((*trg - *src).sqLength() > maxLen2 || colorDiff > 1.0 || colorDiff > 1.0 / ratio)
+        return DBL_MAX;
+    int numShared = 0, numTurned = 0;
+    double sum = 0.0;
+    std::set<std::set<const Point3*>> ringOfTrg;
+    for (const RTriangle* const t : mesh.vRT)
+        if (t->isAlive() && t->has(trg) && !t->has(src))
+        {
+            std::set<const Point3*> ring(t->pVtx, t->pVtx + 3);
+            ring.erase(trg);
+            ringOfTrg.insert(ring);
+        }
+    for (const RTriangle* const t : mesh.vRT)
+    {
+        if (!t->isAlive() || !t->has(src))
+            continue;
+        if (t->has(trg))
+        {
+            ++numShared;
+            continue;
+        }
+        const int i = t->getICI(src);
+        const Point3 &u = *t->pVtx[(i + 1) % 3], &w = *t->pVtx[(i + 2) % 3];
+        if (ringOfTrg.count({&u, &w}) != 0)
+            return DBL_MAX;
+        const Vector3 n = crossProduct(u - w, *src - w), m = crossProduct(u - w, *trg - w);
+        if (n.isZero())
+            continue;
+        const double angle = std::atan2(crossProduct(n, m).length(), n * m);
+        if (m.length() < 1e-10 || angle > maxAngle)
+            return DBL_MAX;
+        sum += angle;
+        ++numTurned;
+    }
+    if (numShared == 0 || numTurned == 0)
+        return DBL_MAX;
+    return sum * 100.0 / numTurned + ratio + 100.0 * colorDiff;
+}
+
+/// Whether border vertex p may move along an edge.
+bool mayLeaveBorder(const RMesh& mesh, const REdge& edge, Point3* p)
+{
+    std::vector<Vector3> directions;
+    for (const REdge* const pRE : mesh.vRE)
+        if (pRE->getDegree() == 1 && pRE->has(p))
+            directions.push_back(*pRE->getOtherPoint(p) - *p);
+    return edge.getDegree() == 1 && directions.size() == 2 &&
+           getAngleDegree(normalize(directions[0]), normalize(directions[1])) >= 170.0;
+}
+
+struct Counts
+{
+    int numKilled = 0, numLocal = 0, numFull = 0, numSunk = 0, numKept = 0;
+};
+
+/// The reduction with a tree as queue and every penalty computed afresh. Checks every collapse.
+Counts reducePlainly(RMesh& mesh, double maxLen2, double maxAngle)
+{
+    Counts counts;
+    std::vector<RTriangle*> vIncT;
+    std::multimap<double, std::pair<REdge*, int>> queue;
+    const auto getPenalty = [&](REdge* pRE, int which)
+    { return mesh.getPenalty(pRE, which, maxLen2, maxAngle, vIncT); };
+    const auto insert = [&](const auto& edges)
+    {
+        for (REdge* const pRE : edges)
+            for (const int which : {0, 1})
+                if (const double penalty = getPenalty(pRE, which); penalty != DBL_MAX)
+                    queue.insert({penalty, {pRE, which}});
+    };
+    std::set<const Point3*> border;
+    for (const REdge* const pRE : mesh.vRE)
+        if (pRE->getDegree() == 1)
+            border.insert({pRE->pVtx0, pRE->pVtx1});
+    insert(mesh.vRE);
+    std::vector<Point3*> touched;
+    int numRefreshes = 0;
+    while (!queue.empty())
+    {
+        const auto [saved, candidate] = *queue.begin();
+        const auto [pRE, which] = candidate;
+        queue.erase(queue.begin());
+        const double fresh = getPenalty(pRE, which);
+        if (fresh == DBL_MAX)
+            continue;
+        if (fresh > 2.0 && fresh > saved + 3.0)
+        {
+            queue.insert({fresh, candidate});
+            ++counts.numSunk;
+            continue;
+        }
+        Point3 *const src = which == 0 ? pRE->pVtx0 : pRE->pVtx1, *const trg = pRE->getOtherPoint(src);
+        if (border.count(src) != 0 && !mayLeaveBorder(mesh, *pRE, src))
+        {
+            ++counts.numKept;
+            continue;
+        }
+        EXPECT_NE(expectedPenalty(mesh, *pRE, which, maxLen2, maxAngle + 1e-7), DBL_MAX);
+        counts.numKilled += pRE->getDegree();
+        mesh.exchangeCorner(src, trg);
+        touched.push_back(trg);
+        const size_t n = touched.size();
+        if (!queue.empty() && n <= 5000 && (queue.begin()->first <= 6.0 || n <= 50))
+            continue;
+        if (3 <= n && n <= 999 && ++numRefreshes < 5)
+        {
+            ++counts.numFull;
+            insert(mesh.vRE);
+        }
+        else
+        {
+            ++counts.numLocal;
+            std::set<REdge*> edges;
+            for (const Point3* const p : touched)
+                for (REdge* const pNear : mesh.vRE)
+                    if (pNear->isAlive() && pNear->has(p))
+                        edges.insert(pNear);
+            insert(edges);
+        }
+        touched.clear();
+    }
+    mesh.killDegenerate();
+    return counts;
+}
+
+/// Tori and grids: smooth, rough, flat, coloured, torn, with flaps, coincident vertices and places out of bounds.
+RMeshPtr makeKind(int kind, std::vector<Point3*>& v)
+{
+    std::mt19937 random(static_cast<unsigned>(kind));
+    Shape shape = kind < 3 ? makeTorus(36, 24, 0.3 * kind, random) : makeGrid(34, 30, kind % 3 * 0.2, random);
+    for (Point3& p : shape.points)
+        if (kind == 1 || kind == 5)
+            p.setColor(100, static_cast<unsigned char>(p.x() > 3 ? 100 + random() % 2 : 60), 90, 255);
+        else if (kind == 6 && random() % 60 == 0)
+            p = shape.points[random() % shape.points.size()];
+        else if (kind == 7 && random() % 60 == 0)
+            p.set(random() % 2 == 0 ? NAN : HUGE_VAL, 1e200, 0.0);
+    if (kind == 4 || kind == 8)
+        for (size_t i = 0; i < 30; ++i)
+            shape.triangles[random() % shape.triangles.size()] = {int(i), int(i + 97), int(i + 50 + random() % 40)};
+    if (kind == 8)
+        turnSomeTriangles(shape, random);
+    return makeMesh(shape, v);
+}
+constexpr int numKinds = 9;
+
+int reduceAlone(RMesh* pRMesh, double maxLength, double maxAngleDeg, MeshPtr& mesh)
+{
+    mesh = std::make_shared<Mesh>(pRMesh);
+    return reduce(mesh, maxLength, maxAngleDeg);
+}
+} // namespace
+
+TEST(ArcCosine, AgreesWithTheArcCosine)
+{
+    std::mt19937_64 random(3);
+    for (int i = 0; i < 200000; ++i)
+    {
+        const double x = std::ldexp(double(random() >> 11) / 0x1p53, -int(random() % 40));
+        for (const double y : {x, -x, 1.0 - x, x - 1.0})
+        {
+            const long double angle = std::acos(static_cast<long double>(y));
+            ASSERT_LE(std::fabs(arcCosine(y) - angle), 3e-16L * std::max(angle, 1.0L)) << y;
+        }
+    }
+    for (const double x : {1e-3, 1e-6, 1e-8}) // small angles keep their digits
+        EXPECT_NEAR(arcCosine(1.0 - x) / static_cast<double>(std::acos(1.0L - static_cast<long double>(x))), 1.0, 1e-8);
+    EXPECT_EQ(arcCosine(1.0), 0.0);
+    EXPECT_EQ(arcCosine(-1.0), M_PI);
+    EXPECT_TRUE(std::isnan(arcCosine(NAN)) && std::isnan(arcCosine(1.5)));
+}
+
+TEST(Reduce, PenaltyAgreesWithItsDefinition)
+{
+    std::vector<Point3*> v;
+    std::vector<RTriangle*> vIncT;
+    int numRefused = 0, numAllowed = 0;
+    for (int kind = 0; kind < numKinds; ++kind)
+    {
+        if (kind == 7)
+            continue;
+        const RMeshPtr mesh = makeKind(kind, v);
+        std::mt19937 random(1);
+        for (int i = 0; i < 300; ++i)
+        {
+            const REdge& edge = *mesh->vRE[random() % mesh->vRE.size()];
+            const int which = static_cast<int>(random() % 2);
+            outputOf(
+                [&]
+                {
+                    const double penalty = mesh->getPenalty(&edge, which, 2.5, 0.8, vIncT);
+                    const double expected = expectedPenalty(*mesh, edge, which, 2.5, 0.8);
+                    ++(penalty == DBL_MAX ? numRefused : numAllowed);
+                    if (penalty == DBL_MAX || expected == DBL_MAX)
+                        EXPECT_EQ(penalty, expected) << kind;
+                    else
+                        EXPECT_NEAR(penalty, expected, 1e-5) << kind; // the arc cosine is coarse near 0
+                });
+        }
+        EXPECT_EQ(mesh->getPenalty(mesh->vRE[0], 0, 0.0, 4.0, vIncT), DBL_MAX);
+    }
+    EXPECT_GT(numRefused, 200);
+    EXPECT_GT(numAllowed, 200);
+}
+
+TEST(Reduce, SameMeshAsAPlainLoopForAnyNumberOfThreads)
+{
+    std::vector<Point3*> v;
+    Counts all;
+    for (int kind = 0; kind < 2 * numKinds; ++kind)
+        outputOf(
+            [&]
+            {
+                const double maxLength = kind < numKinds ? 4.0 : -9.0, maxAngle = kind % 3 == 0 ? 20.0 : 70.0;
+                const RMeshPtr plain = makeKind(kind % numKinds, v);
+                progressForReduction();
+                const Counts counts = reducePlainly(*plain, maxLength * maxLength, maxAngle * radians);
+                getThreadProgress()->reset();
+                all.numLocal += counts.numLocal;
+                all.numFull += counts.numFull;
+                all.numSunk += counts.numSunk;
+                all.numKept += counts.numKept;
+                EXPECT_GT(counts.numKilled, 200) << kind;
+                for (const int numCPU : {1, 2, 5})
+                {
+                    const CpuCount cpus(numCPU);
+                    destroySingletons();
+                    MeshPtr mesh;
+                    EXPECT_EQ(reduceAlone(makeKind(kind % numKinds, v).release(), maxLength, maxAngle, mesh),
+                              counts.numKilled);
+                    EXPECT_EQ(getTriangles(*mesh->getRMesh()), getTriangles(*plain)) << kind << ' ' << numCPU;
+                }
+            });
+    destroySingletons();
+    EXPECT_GT(all.numLocal, 50);
+    EXPECT_GT(all.numFull, 20);
+    EXPECT_GT(all.numSunk, 200);
+    EXPECT_GT(all.numKept, 200);
+    EXPECT_EQ(getThreadProgress()->getName(), "empty"); // a run of its own was closed
+}
