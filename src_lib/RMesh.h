@@ -59,7 +59,8 @@ struct VertexHash
 struct RECandidate
 {
     REdge* pRE;
-    int which;                     ///< 0: getVtx0() moves onto getVtx1(); 1: getVtx1() onto getVtx0()
+    std::int16_t which;            ///< 0: getVtx0() moves onto getVtx1(); 1: getVtx1() onto getVtx0()
+    std::int16_t generation = -1;  ///< the evaluation of all edges that it comes from, from 0; -1: of some edges only
     std::uint32_t evaluatedAt = 0; ///< in collapses of the run
 };
 

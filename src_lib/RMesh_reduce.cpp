@@ -109,7 +109,7 @@ double RMesh::getPenalty(const REdge* pRE, int which, double maxLen2, double max
 bool RMesh::getRECand(REdge* pRE, int which, double maxLen2, double maxAngleRad, std::vector<RTriangle*>& vIncT,
                       PenaltyCandidate& entry) const
 {
-    entry = {getPenalty(pRE, which, maxLen2, maxAngleRad, vIncT), {pRE, which}};
+    entry = {getPenalty(pRE, which, maxLen2, maxAngleRad, vIncT), {pRE, static_cast<std::int16_t>(which)}};
     return entry.first != refused;
 }
 
@@ -139,14 +139,19 @@ void RMesh::getPrioqEntries(double maxAngleRad, double maxLen2, const std::vecto
 
 namespace
 {
+/// When a vertex changed that has no triangles any more.
+constexpr std::uint32_t gone = 0xffffffffu;
+
 /// One run of collapses.
+///
+/// A full refresh puts all candidates into the queue once more, beside the ones that are there, while hardly any of
+/// them has changed. Such repetitions aren't stored: an entry stands for itself and for its copies of all later
+/// generations up to the one that evaluated its edge anew. Candidates of one generation arrive under numbers that
+/// follow from their edges, which is why the place of every copy is known.
 class Reduction
 {
 public:
-    Reduction(RMesh& meshArg, double maxLen2Arg, double maxAngleRadArg)
-        : mesh(meshArg), maxLen2(maxLen2Arg), maxAngleRad(maxAngleRadArg), vChangedAt(meshArg.mmVtxT.getNumObjects())
-    {
-    }
+    Reduction(RMesh& meshArg, double maxLen2Arg, double maxAngleRadArg);
 
     void findBorder();
     void fillQueue();
@@ -154,25 +159,49 @@ public:
     int processQueue();
 
 private:
-    void pushCandidates(const std::vector<REdge*>& vEdges);
+    struct Generation
+    {
+        std::uint64_t firstArrival;
+        std::uint32_t evaluatedAt;
+    };
+    enum class Fate
+    {
+        dropped,
+        sinks,
+        collapses
+    };
+
+    void pushGeneration(const std::vector<REdge*>& vEdges);
+    void pushSome(const std::vector<REdge*>& vEdges);
+    std::uint64_t getArrival(const RECandidate& candidate) const;
+    bool hasCopy(const RECandidate& candidate) const;
+    unsigned countCopies(RECandidate candidate) const;
+    void pushCopy(double penalty, RECandidate candidate);
     void setTodo();
     void fetchAhead() const;
-    bool isUpToDate(const RECandidate& candidate) const;
     double getFreshPenalty(double saved, const RECandidate& candidate);
+    Fate judge(double saved, const RECandidate& candidate, double& fresh);
     bool staysOnBorder(const REdge* pRE, const Point3* pSrc) const;
     void collapse(Point3* pSrc, Point3* pTrg);
     bool isRefreshDue() const;
     void refresh();
-    void getEdgesOfTouched(std::vector<REdge*>& out) const;
+    void refreshAll();
+    void refreshTouched();
 
     std::uint32_t& changedAt(const Point3* p) { return vChangedAt[mesh.mmVtxT.indexOf(p)]; }
     std::uint32_t changedAt(const Point3* p) const { return vChangedAt[mesh.mmVtxT.indexOf(p)]; }
+    std::uint32_t changedAt(const REdge* pRE) const
+    {
+        return std::max(changedAt(pRE->getVtx0()), changedAt(pRE->getVtx1()));
+    }
 
     RMesh& mesh;
     const double maxLen2;
     const double maxAngleRad;
     std::vector<Point3*> vBorderVtx; // sorted; judged once, before the first collapse
     MIRT_TOOLS::StableQueue<double, RECandidate> queue;
+    std::vector<Generation> vGenerations;                // at most 5
+    MIRT_TOOLS::PoolIndex<REdge, std::uint8_t> vRenewed; // bit i: generation i evaluates the edge anew
     Progress* progress = nullptr;
     std::vector<Point3*> vTouched; // where collapses went since the last refresh
     int numRefreshes = 0;
@@ -180,6 +209,14 @@ private:
     std::vector<std::uint32_t> vChangedAt; // per vertex, the last collapse that changed its triangles
     std::vector<RTriangle*> vIncT;         // scratch
 };
+
+Reduction::Reduction(RMesh& meshArg, double maxLen2Arg, double maxAngleRadArg)
+    : mesh(meshArg), maxLen2(maxLen2Arg), maxAngleRad(maxAngleRadArg), vChangedAt(meshArg.mmVtxT.getNumObjects())
+{
+    vRenewed.reserve(mesh.vRE.size());
+    for (const REdge* const pRE : mesh.vRE)
+        vRenewed.add(pRE);
+}
 
 void Reduction::findBorder()
 {
@@ -198,19 +235,68 @@ void Reduction::findBorder()
 void Reduction::fillQueue()
 {
     Progress* const stage = getThreadProgress()->getChildProgressSetTodo("RM_redprioq", 2);
-    pushCandidates(mesh.vRE);
+    pushGeneration(mesh.vRE);
     stage->incProgressBy(2);
     stage->stopClock();
 }
 
-void Reduction::pushCandidates(const std::vector<REdge*>& vEdges)
+/// Begins a generation in which these edges, in the order of creation, are evaluated; the others repeat what they gave.
+void Reduction::pushGeneration(const std::vector<REdge*>& vEdges)
+{
+    const auto generation = static_cast<std::int16_t>(vGenerations.size());
+    vGenerations.push_back({queue.takeArrivals(2 * mesh.vRE.size()), numCollapses});
+    std::vector<PenaltyCandidate> vEntries;
+    mesh.getPrioqEntries(maxAngleRad, maxLen2, vEdges, vEntries);
+    for (auto& [penalty, candidate] : vEntries)
+    {
+        candidate.generation = generation;
+        candidate.evaluatedAt = numCollapses;
+    }
+    queue.pushAllAt(
+        vEntries, [](const RECandidate& candidate) { return candidate; },
+        [this](const RECandidate& candidate) { return getArrival(candidate); });
+}
+
+void Reduction::pushSome(const std::vector<REdge*>& vEdges)
 {
     std::vector<PenaltyCandidate> vEntries;
     mesh.getPrioqEntries(maxAngleRad, maxLen2, vEdges, vEntries);
     queue.pushAll(vEntries,
-                  [this](const RECandidate& candidate) {
-                      return RECandidate{candidate.pRE, candidate.which, numCollapses};
+                  [this](RECandidate candidate)
+                  {
+                      candidate.evaluatedAt = numCollapses;
+                      return candidate;
                   });
+}
+
+std::uint64_t Reduction::getArrival(const RECandidate& candidate) const
+{
+    return vGenerations[static_cast<size_t>(candidate.generation)].firstArrival + 2 * vRenewed.indexOf(candidate.pRE) +
+           static_cast<std::uint64_t>(candidate.which);
+}
+
+/// Whether the next generation repeats the candidate.
+bool Reduction::hasCopy(const RECandidate& candidate) const
+{
+    const int next = candidate.generation + 1;
+    return next > 0 && next < static_cast<int>(vGenerations.size()) && (*vRenewed.find(candidate.pRE) >> next & 1) == 0;
+}
+
+unsigned Reduction::countCopies(RECandidate candidate) const
+{
+    unsigned n = 0;
+    for (; hasCopy(candidate); ++candidate.generation)
+        ++n;
+    return n;
+}
+
+/// Puts the copy of the next generation into the queue, if there is one.
+void Reduction::pushCopy(double penalty, RECandidate candidate)
+{
+    if (!hasCopy(candidate))
+        return;
+    ++candidate.generation;
+    queue.pushAt(penalty, getArrival(candidate), candidate);
 }
 
 void Reduction::setTodo()
@@ -219,15 +305,40 @@ void Reduction::setTodo()
     progress = getThreadProgress()->getChildProgressSetTodo("RM_redprocprioq", static_cast<std::uint64_t>(todo));
 }
 
-/// Nothing that the penalty depends on has changed since it was computed. Every change of an edge's ends counts.
-bool Reduction::isUpToDate(const RECandidate& candidate) const
+/// Starts to load what later candidates need, each step for those whose last one is done by now.
+void Reduction::fetchAhead() const
 {
-    return std::max(changedAt(candidate.pRE->getVtx0()), changedAt(candidate.pRE->getVtx1())) <= candidate.evaluatedAt;
+    if (const RECandidate* const pLater = queue.lookAhead(32))
+        __builtin_prefetch(pLater->pRE);
+    if (const RECandidate* const pLater = queue.lookAhead(16))
+        for (const Point3* const p : {pLater->pRE->getVtx0(), pLater->pRE->getVtx1()})
+            __builtin_prefetch(&vChangedAt[mesh.mmVtxT.indexOf(p)]);
 }
 
+/// The penalty as it is now. It depends on the triangles of both ends alone: where those haven't changed, neither has
+/// the penalty. A collapse leaves its edges' new ends changed, too.
 double Reduction::getFreshPenalty(double saved, const RECandidate& candidate)
 {
-    return isUpToDate(candidate) ? saved : mesh.getPenalty(candidate.pRE, candidate.which, maxLen2, maxAngleRad, vIncT);
+    const std::uint32_t lastChange = changedAt(candidate.pRE);
+    if (lastChange == gone)
+        return refused;
+    if (lastChange <= candidate.evaluatedAt)
+        return saved;
+    return mesh.getPenalty(candidate.pRE, candidate.which, maxLen2, maxAngleRad, vIncT);
+}
+
+/// What becomes of the first entry of the queue.
+Reduction::Fate Reduction::judge(double saved, const RECandidate& candidate, double& fresh)
+{
+    fresh = getFreshPenalty(saved, candidate);
+    if (fresh == refused)
+        return Fate::dropped;
+    if (fresh > 2.0 && fresh > saved + 3.0)
+        return Fate::sinks;
+    if (staysOnBorder(candidate.pRE, candidate.pRE->getVertex(candidate.which)))
+        return Fate::collapses;
+    *vRenewed.find(candidate.pRE) |= static_cast<std::uint8_t>(1u << vGenerations.size()); // it was in the queue
+    return Fate::dropped;
 }
 
 /// False where the collapse would take a border vertex off the border, or a corner out of it.
@@ -260,6 +371,7 @@ void Reduction::collapse(Point3* pSrc, Point3* pTrg)
                               for (const Point3* const p : pRT->pVtx)
                                   changedAt(p) = numCollapses;
                           });
+    changedAt(pSrc) = gone;
     mesh.exchangeCorner(pSrc, pTrg);
     vTouched.push_back(pTrg);
 }
@@ -276,29 +388,43 @@ void Reduction::refresh()
 {
     const size_t n = vTouched.size();
     if (n >= 3 && n <= 999 && ++numRefreshes < 5)
-        pushCandidates(mesh.vRE);
+        refreshAll();
     else
-    {
-        std::vector<REdge*> vEdges;
-        oneInstanceMT(vTouched);
-        getEdgesOfTouched(vEdges);
-        pushCandidates(vEdges);
-    }
+        refreshTouched();
     vTouched.clear();
     setTodo();
 }
 
-/// The edges at the touched vertices, sorted by address, each once.
-void Reduction::getEdgesOfTouched(std::vector<REdge*>& out) const
+void Reduction::refreshAll()
 {
+    const std::uint32_t lastEvaluatedAt = vGenerations.back().evaluatedAt;
+    const auto mark = static_cast<std::uint8_t>(1u << vGenerations.size());
+    std::vector<REdge*> vEdges;
+    for (REdge* const pRE : mesh.vRE)
+    {
+        std::uint8_t& renewed = *vRenewed.find(pRE);
+        if (changedAt(pRE) > lastEvaluatedAt)
+            renewed |= mark;
+        if ((renewed & mark) != 0)
+            vEdges.push_back(pRE);
+    }
+    pushGeneration(vEdges);
+}
+
+/// For the edges at the touched vertices, sorted by address, each once.
+void Reduction::refreshTouched()
+{
+    std::vector<REdge*> vEdges;
+    oneInstanceMT(vTouched);
     for (const Point3* const p : vTouched)
         mesh.forEachIncidentT(p,
-                              [&out, p](const RTriangle* pRT)
+                              [&vEdges, p](const RTriangle* pRT)
                               {
                                   const int i = pRT->getICI(p);
-                                  out.insert(out.end(), {pRT->getRE((i + 1) % 3), pRT->getRE((i + 2) % 3)});
+                                  vEdges.insert(vEdges.end(), {pRT->getRE((i + 1) % 3), pRT->getRE((i + 2) % 3)});
                               });
-    oneInstanceMT(out);
+    oneInstanceMT(vEdges);
+    pushSome(vEdges);
 }
 
 int Reduction::processQueue()
@@ -309,20 +435,26 @@ int Reduction::processQueue()
     {
         const auto [saved, candidate] = queue.front();
         queue.pop();
-        const double fresh = getFreshPenalty(saved, candidate);
-        if (fresh != refused && fresh > 2.0 && fresh > saved + 3.0)
+        fetchAhead();
+        double fresh;
+        const Fate fate = judge(saved, candidate, fresh);
+        // Without another entry of the same key between them, copies fare alike, one right after the other.
+        const bool bWithCopies = fate != Fate::collapses && (queue.empty() || queue.front().first > saved);
+        const unsigned numAlike = bWithCopies ? 1 + countCopies(candidate) : 1;
+        if (!bWithCopies)
+            pushCopy(saved, candidate);
+        if (fate == Fate::sinks)
         {
-            queue.push(fresh, {candidate.pRE, candidate.which, numCollapses});
+            for (unsigned i = 0; i < numAlike; ++i)
+                queue.push(fresh, {candidate.pRE, candidate.which, -1, numCollapses});
             continue;
         }
-        progress->incProgressByOne();
-        const REdge* const pRE = candidate.pRE;
-        Point3* const pSrc = pRE->getVertex(candidate.which);
-        if (fresh == refused || !staysOnBorder(pRE, pSrc))
+        progress->incProgressBy(numAlike);
+        if (fate == Fate::dropped)
             continue;
-        Point3* const pTrg = pRE->getOtherPoint(pSrc);
-        numKilled += pRE->getDegree();
-        collapse(pSrc, pTrg);
+        Point3* const pSrc = candidate.pRE->getVertex(candidate.which);
+        numKilled += candidate.pRE->getDegree();
+        collapse(pSrc, candidate.pRE->getOtherPoint(pSrc));
         if (isRefreshDue())
             refresh();
     }

@@ -24,24 +24,39 @@ public:
     bool empty() const { return isListDone() && heap.empty(); }
     size_t size() const { return vList.size() - iList + heap.size(); }
 
-    void push(const Key& key, const Value& value) { heap.push({key, ++numArrived, value}); }
+    void push(const Key& key, const Value& value) { pushAt(key, takeArrivals(1), value); }
+    /// As if the entry had been pushed when this number was the next one.
+    void pushAt(const Key& key, std::uint64_t arrival, const Value& value) { heap.push({key, arrival, value}); }
+    /// Sets the next n numbers of arrival aside; returns the first.
+    std::uint64_t takeArrivals(std::uint64_t n)
+    {
+        numArrived += n;
+        return numArrived - n;
+    }
 
     /// As if makeValue(second) were pushed under first for all items in their order. Merging a bulk into the list costs
     /// the length of the list: a few items beside many go through the heap.
     template <class T, class F>
     void pushAll(const std::vector<std::pair<Key, T>>& items, const F& makeValue)
     {
+        pushAllAt(items, makeValue, [this](const T&) { return takeArrivals(1); });
+    }
+
+    /// The same with the number arrivalOf(second).
+    template <class T, class F, class G>
+    void pushAllAt(const std::vector<std::pair<Key, T>>& items, const F& makeValue, const G& arrivalOf)
+    {
         if (16 * items.size() < vList.size() - iList)
         {
             for (const auto& [key, item] : items)
-                push(key, makeValue(item));
+                pushAt(key, arrivalOf(item), makeValue(item));
             return;
         }
         std::vector<Entry> vNew(vList.begin() + static_cast<std::ptrdiff_t>(iList), vList.end());
         const auto numOld = static_cast<std::ptrdiff_t>(vNew.size());
         vNew.reserve(vNew.size() + items.size());
         for (const auto& [key, item] : items)
-            vNew.push_back({key, ++numArrived, makeValue(item)});
+            vNew.push_back({key, arrivalOf(item), makeValue(item)});
         const auto isBefore = [](const Entry& x, const Entry& y) { return comesBefore(x, y); };
         MIRT_ZAV::sortMT(vNew.begin() + numOld, vNew.end(), isBefore);
         std::inplace_merge(vNew.begin(), vNew.begin() + numOld, vNew.end(), isBefore);
