@@ -15,6 +15,8 @@ struct Command
 };
 
 Command addReconstruct(CLI::App& app);
+Command addCloud(CLI::App& app);
+Command addMelt(CLI::App& app);
 Command addSpacing(CLI::App& app);
 Command addGenerate(CLI::App& app);
 Command addInfo(CLI::App& app);

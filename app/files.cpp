@@ -79,6 +79,8 @@ FileType getType(const std::string& path)
     // The library wants at least the four characters of an extension.
     switch (path.size() < 4 ? -1 : MIRT_ZAV::getFileType(path))
     {
+    case 0:
+        return FileType::stl;
     case 1:
         return FileType::ply;
     case 2:
@@ -163,6 +165,7 @@ Cloud readCloud(const std::string& path, bool bQuiet)
     case FileType::text:
         openInput(path);
         break;
+    case FileType::stl:
     case FileType::other:
         throw WrongUsage(path +
                          " doesn't look like a point file; give one that ends in .ply, .xyz, .txt, .asc or .bin");
@@ -201,6 +204,38 @@ std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path)
     if (!bRead)
         throw Failure(path + " can't be understood; its faces have to be triangles listed as vertex_indices");
     return corners;
+}
+
+Triangles readTriangles(const std::string& path, bool bQuiet)
+{
+    Triangles triangles;
+    switch (getType(path))
+    {
+    case FileType::stl:
+        openInput(path);
+        callLibrary(bQuiet, "check that " + path + " is complete",
+                    [&] { return MIRT_ZAV::readSTL_ASCII(path.c_str(), triangles.corners); });
+        if (triangles.corners.size() % 3 != 0)
+            throw Failure(path + " has a facet of more or fewer than three corners; get a complete copy");
+        break;
+    case FileType::ply:
+        triangles.corners = readCorners(path);
+        break;
+    default:
+        throw WrongUsage(path + " doesn't look like a file of triangles; give one that ends in .stl or .ply");
+    }
+    std::vector<MIRT_ZAV::Point3>& corners = triangles.corners;
+    size_t numKept = 0;
+    for (size_t i = 0; i < corners.size(); i += 3)
+        if (corners[i].isFinite() && corners[i + 1].isFinite() && corners[i + 2].isFinite())
+            for (size_t k = 0; k < 3; ++k)
+                corners[numKept++] = corners[i + k];
+        else
+            ++triangles.numNotFinite;
+    corners.resize(numKept);
+    if (corners.empty())
+        throw Failure(path + " holds no triangles; of STL files only the text form is read");
+    return triangles;
 }
 
 SafeOutput::SafeOutput(const std::string& pathArg) : path(pathArg)

@@ -13,6 +13,7 @@ namespace zavtool
 
 enum class FileType
 {
+    stl,
     ply,
     text,
     binary,
@@ -49,6 +50,17 @@ void tellNotFinite(const Cloud& cloud);
 
 /// The corners of the triangles of a PLY file, three per triangle.
 std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path);
+
+struct Triangles
+{
+    std::vector<MIRT_ZAV::Point3> corners; // three per triangle
+    size_t numNotFinite = 0;               // triangles left out
+};
+
+/// The triangles of a text STL file or of a PLY file with faces.
+/// \throws WrongUsage  when the name's extension is none of these
+/// \throws Failure     when the file can't be read, is cut short or holds no finite triangle
+Triangles readTriangles(const std::string& path, bool bQuiet);
 
 /// An output file that appears under its name only when it is complete: what stood there before stays until then.
 class SafeOutput

@@ -52,7 +52,7 @@ bool writeColoredPly(const std::string& path, const std::vector<MIRT_ZAV::Point3
 void runGenerate(const GenerateOptions& options)
 {
     const FileType type = getType(options.output);
-    if (type == FileType::other)
+    if (type == FileType::other || type == FileType::stl)
         throw WrongUsage("points are written as .ply, .xyz, .txt, .asc or .bin; give an output name that ends so");
     if (options.bAscii && type == FileType::binary)
         throw WrongUsage("a .bin file has no text form; leave out --ascii or write .xyz");

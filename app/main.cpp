@@ -16,11 +16,14 @@ const char* const manual = R"(Examples:
   zav reconstruct scan.ply mesh.ply                 mesh at the spacing of the points
   zav reconstruct scan.xyz mesh.ply --factor 2      coarser, with fewer holes
   zav reconstruct scan.bin mesh.ply --spacing 0.05  cells of 0.05 input units
+  zav melt soup.stl mesh.ply --spacing 0.1          a new surface from torn triangles
+  zav cloud part.stl part.xyz --spacing 0.1         an even cloud from triangles
   zav spacing scan.ply                              the spacing the first line would use
   zav generate torus torus.ply --points 200000      points to play with
   zav info mesh.ply                                 what is in a file
 
 Point files: .ply (text or binary), .xyz .txt .asc (text, "x y z" per line), .bin.
+Triangle files: .stl (text), .ply.
 Exit codes: 0 done, 1 the run failed, 2 wrong usage. 'zav COMMAND --help' tells more about a command.)";
 
 std::string getVersionText()
@@ -51,7 +54,8 @@ int run(int argc, char** argv)
     app.footer(manual);
     app.set_version_flag("--version", getVersionText(), "Print the version");
     app.require_subcommand(1);
-    const Command commands[] = {addReconstruct(app), addSpacing(app), addGenerate(app), addInfo(app)};
+    const Command commands[] = {addReconstruct(app), addMelt(app),     addCloud(app),
+                                addSpacing(app),     addGenerate(app), addInfo(app)};
 
     try
     {

@@ -1,14 +1,12 @@
 // zav reconstruct: from a point file to a mesh file.
-#include "ProgressBar.h"
 #include "commands.h"
 #include "console.h"
 #include "files.h"
+#include "meshRun.h"
 
 #include <zav_api.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -27,27 +25,14 @@ struct ReconstructOptions
     int numFlips = 0;
     bool bAnneal = false;
     int numSmooth = 0;
-    std::vector<double> contrast; // two fractions, or empty
-    int numThreads = 0;
-    bool bAscii = false;
-    bool bTimings = false;
-    bool bQuiet = false;
-};
-
-class Stopwatch
-{
-public:
-    double getSeconds() const { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-private:
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point start = Clock::now();
+    std::vector<double> reduction; // length and angle, or empty
+    std::vector<double> contrast;  // two fractions, or empty
+    RunOptions run;
 };
 
 void checkOptions(const ReconstructOptions& options)
 {
-    if (getType(options.output) != FileType::ply)
-        throw WrongUsage("meshes are written as PLY; give an output name that ends in .ply");
+    checkMeshOutput(options.output);
     refuseSameFile(options.input, options.output);
 }
 
@@ -101,15 +86,6 @@ private:
     MIRT_ZAV::Vector3 offset; // zero when nothing was moved
 };
 
-using Timings = std::vector<MIRT_ZAV::StageTiming>;
-
-/// Appends the stages of the library's last run.
-void addTimings(Timings& timings)
-{
-    const Timings last = MIRT_ZAV::getStageTimings();
-    timings.insert(timings.end(), last.begin(), last.end());
-}
-
 /// What the user asked for beyond the reconstruction. Smoothing comes after the flips, which would go by normals from
 /// before it.
 void improve(const MIRT_ZAV::MeshPtr& mesh, const ReconstructOptions& options, Timings& timings)
@@ -117,36 +93,31 @@ void improve(const MIRT_ZAV::MeshPtr& mesh, const ReconstructOptions& options, T
     for (int i = 0; i < options.numFlips; ++i)
     {
         MIRT_ZAV::edgeFlips(mesh);
-        addTimings(timings);
+        timings.addRun();
     }
     if (options.bAnneal)
     {
         MIRT_ZAV::edgeFlipsSimA(mesh);
-        addTimings(timings);
+        timings.addRun();
     }
     if (options.numSmooth > 0)
     {
         MIRT_ZAV::laplacianSmoothing(mesh, options.numSmooth);
-        addTimings(timings);
+        timings.addRun();
     }
+    reduceMesh(mesh, options.reduction, timings);
     if (!options.contrast.empty())
         mesh->contrastSpread(options.contrast[0], options.contrast[1]);
 }
 
 MIRT_ZAV::MeshPtr reconstruct(Cloud& cloud, const ReconstructOptions& options, Timings& timings)
 {
-    static ProgressBar bar; // the library keeps a subscriber's address
-    if (isTerminal() && !options.bQuiet)
-        MIRT_ZAV::subscribe(&bar);
-    struct RemoveBar
-    {
-        ~RemoveBar() { bar.finish(); }
-    } removeBar;
+    const ShowProgress showProgress(options.run);
     const Centring centring(cloud, options);
     const MIRT_ZAV::MeshPtr mesh = options.spacing > 0.0
                                        ? MIRT_ZAV::reconstruct_abs(cloud.points, options.spacing, options.holeLimit)
                                        : MIRT_ZAV::reconstruct_auto(cloud.points, options.factor, options.holeLimit);
-    addTimings(timings);
+    timings.addRun();
     if (!mesh)
         return mesh;
     improve(mesh, options, timings);
@@ -154,62 +125,26 @@ MIRT_ZAV::MeshPtr reconstruct(Cloud& cloud, const ReconstructOptions& options, T
     return mesh;
 }
 
-void printTiming(int depth, const std::string& label, double seconds, long peakMemoryKB)
-{
-    std::fprintf(stderr, "%*s%-*s %9.3f s", 2 * depth, "", 24 - 2 * depth, label.c_str(), seconds);
-    if (peakMemoryKB > 0)
-        std::fprintf(stderr, " %9.1f MB", static_cast<double>(peakMemoryKB) / 1024.0);
-    std::fputc('\n', stderr);
-}
-
-void printTimings(double readSeconds, const Timings& timings, double writeSeconds)
-{
-    std::fprintf(stderr, "%-24s %11s %12s\n", "stage", "time", "peak memory");
-    printTiming(0, "read", readSeconds, 0);
-    for (const MIRT_ZAV::StageTiming& timing : timings)
-        printTiming(timing.depth, timing.label, timing.seconds, timing.peakMemoryKB);
-    printTiming(0, "write", writeSeconds, 0);
-}
-
 void runReconstruct(const ReconstructOptions& options)
 {
     checkOptions(options);
     SafeOutput output(options.output);
-    MIRT_ZAV::setGlobalNumCPU(options.numThreads);
-
-    const Stopwatch reading;
-    Cloud cloud = readCloud(options.input, options.bQuiet);
-    const double readSeconds = reading.getSeconds();
-    if (!options.bQuiet)
-        tellNotFinite(cloud);
+    MIRT_ZAV::setGlobalNumCPU(options.run.numThreads);
 
     Timings timings;
-    const MIRT_ZAV::MeshPtr mesh = callLibrary(options.bQuiet,
-                                               options.numSmooth > 0 ? "try without --smooth, or a greater --factor"
-                                                                     : "try a greater --spacing or --factor",
-                                               [&] { return reconstruct(cloud, options, timings); });
+    const Stopwatch reading;
+    Cloud cloud = readCloud(options.input, options.run.bQuiet);
+    timings.setReading(reading);
+    if (!options.run.bQuiet)
+        tellNotFinite(cloud);
+
+    const char* const remedy =
+        options.numSmooth > 0 ? "try without --smooth, or a greater --factor" : "try a greater --spacing or --factor";
+    const MIRT_ZAV::MeshPtr mesh =
+        callLibrary(options.run.bQuiet, remedy, [&] { return reconstruct(cloud, options, timings); });
     if (!mesh || mesh->getNumT() == 0)
         throw Failure("no surface came out of " + options.input + "; try a greater --factor or --spacing");
-
-    const Stopwatch writing;
-    callLibrary(options.bQuiet, "check the space on the disk",
-                [&]
-                {
-                    // Crossed in the library: writePly_ASCII writes the binary form, writePly_BIN the text form.
-                    output.writeBy([&](const std::string& path)
-                                   { return options.bAscii ? mesh->writePly_BIN(path) : mesh->writePly_ASCII(path); });
-                });
-    const double writeSeconds = writing.getSeconds();
-
-    if (options.bTimings)
-        printTimings(readSeconds, timings, writeSeconds);
-    if (!options.bQuiet)
-    {
-        std::vector<MIRT_ZAV::Point3*> vertices;
-        mesh->getPoints(vertices);
-        std::printf("%s: %zu vertices, %zu triangles from %zu points\n", options.output.c_str(), vertices.size(),
-                    static_cast<size_t>(mesh->getNumT()), cloud.points.size());
-    }
+    writeMesh(mesh, output, options.output, std::to_string(cloud.points.size()) + " points", options.run, timings);
     MIRT_ZAV::destroySingletons();
 }
 } // namespace
@@ -250,23 +185,18 @@ Command addReconstruct(CLI::App& app)
                      "Move every vertex that isn't on a border to the mean of its neighbours, this many times")
         ->check(CLI::Range(0, 1000))
         ->capture_default_str();
+    addReduceOption(*command, options->reduction);
     command
         ->add_option("--contrast", options->contrast,
                      "Stretch the colours; of all values these parts, 0 to 1, may become black and white: LOW,HIGH")
         ->delimiter(',')
         ->expected(2)
         ->check(notNegativeNumber() & CLI::Range(0.0, 1.0));
-    command->add_option("--threads", options->numThreads, "Number of threads; 0 for all of the machine")
-        ->check(CLI::Range(0, 1024))
-        ->capture_default_str();
-    command->add_flag("--ascii", options->bAscii, "Write the text form of PLY instead of the binary one");
-    command->add_flag("--timings", options->bTimings,
-                      "Print the tree of stages with time and peak memory on standard error");
-    command->add_flag("--quiet", options->bQuiet, "Print nothing but failures, and the timings if asked for");
+    addRunOptions(*command, options->run);
     command->footer(R"(The result doesn't depend on the number of threads. Points whose coordinates aren't finite are
 left out. PLY holds coordinates with 32 bits: move a cloud far from the origin nearer before.
 
---flips, --anneal, --smooth and --contrast work on the finished mesh, in this order.
+--flips, --anneal, --smooth, --reduce and --contrast work on the finished mesh, in this order.
 
 Examples:
   zav reconstruct scan.ply mesh.ply --factor 1.5

@@ -1,5 +1,8 @@
 #include "Cloud.h"
 
+#include "OrderedIndex.h"
+#include "Pixel.h"
+#include "PointHash.h"
 #include "Prepare.h"
 #include "Progress.h"
 #include "sortMT.h"
@@ -216,6 +219,53 @@ void Cloud::createBundlesNew(std::vector<Point3>& points)
     progress->incProgressByOne();
     progress->setDone(false);
     progress->broadcast("");
+}
+
+void Cloud::preparePixelsAndFeatures(double featureAngle)
+{
+    ZAV_ASSERT(bPixelizer, "bMelt");
+    if (vPoints.empty())
+    {
+        warning(ZAV_LOCATION, "Nothing to do for cloud " + name);
+        return;
+    }
+    estimateRes2();
+    createCalc();
+    std::vector<Point3> vPixels;
+    {
+        std::vector<Point3*> vCorners = getCanonicalCorners();
+        Pixel pixel(vCorners, pCalc.get());
+        pixel.pixelTriangles(vPixels, vFeatures, vBorders, featureAngle);
+    }
+    vPoints.swap(vPixels); // only now: the corners were places in it
+    createBundlesOfPoints();
+}
+
+/// For every point the first one with the same coordinates, so that edges compare by address.
+std::vector<Point3*> Cloud::getCanonicalCorners()
+{
+    MIRT_TOOLS::OrderedIndex<Point3, Point3*, PointHash> mFirst;
+    std::vector<Point3*> vCorners;
+    vCorners.reserve(vPoints.size());
+    for (Point3& p : vPoints)
+        vCorners.push_back(*mFirst.insertOrFind(p, &p).first);
+    return vCorners;
+}
+
+void Cloud::createBundlesOfPoints()
+{
+    const int n = static_cast<int>(std::min<size_t>(vPoints.size(), INT_MAX));
+    bundlePool.init(n, std::max(100, static_cast<int>(0.2 * n)), 543478);
+    vBundles.reserve(vPoints.size());
+    for (Point3& p : vPoints)
+        vBundles.push_back(new (bundlePool.take()) Bundle{&p, pCalc->getCCD(&p), nullptr, p});
+}
+
+void Cloud::getFeatures(std::vector<std::pair<CCD, CCD>>& vFeaturesOut,
+                        std::vector<std::pair<CCD, CCD>>& vBordersOut) const
+{
+    vFeaturesOut = vFeatures;
+    vBordersOut = vBorders;
 }
 
 void Cloud::getBundles3(std::vector<std::pair<CCD, Bundle*>>& out, std::vector<CCD>& vCCDOut)

@@ -32,6 +32,11 @@ public:
     /// Spacing, lattice and bundles. With a given lattice a copy of it is used and nothing is estimated.
     void prepareScanPoints(Calc* pGivenCalc);
 
+    /// The same for a cloud of triangle corners, three per triangle: spacing and lattice, then the cells that edges and
+    /// faces touch, with one point each, which replace the corners. Every cell is a bundle as it stands.
+    /// \param featureAngle  degrees; edges that fold more keep their cells
+    void preparePixelsAndFeatures(double featureAngle);
+
     /// Decides the used spacing; unless an absolute one is given, detects the average point spacing from the sorted
     /// Morton codes of the points: the mean area per point of the coarse cells that the cloud occupies.
     void estimateRes2();
@@ -50,10 +55,15 @@ public:
     /// Null until the lattice has been chosen.
     Calc* getCalc() const { return pCalc.get(); }
     bool isPixelizer() const { return bPixelizer; }
+    /// Pairs of neighbouring cells along feature edges of triangles, and along those of them that are borders.
+    void getFeatures(std::vector<std::pair<CCD, CCD>>& vFeaturesOut,
+                     std::vector<std::pair<CCD, CCD>>& vBordersOut) const;
 
 private:
     std::vector<CCD> getCodes(const Calc& calc) const;
     double getMaxExtent() const;
+    std::vector<Point3*> getCanonicalCorners();
+    void createBundlesOfPoints();
 
 public:
     int holeControlLimit;
@@ -72,6 +82,8 @@ public:
     MIRT_TOOLS::SimplePool<Point3> pointPool;
     double bounds[6];      // the box of the points: three minima, then three maxima; moved outwards with the lattice
     std::vector<CCD> vCCD; // cells that hole control added
+    std::vector<std::pair<CCD, CCD>> vFeatures; // of triangles; no stage reads them
+    std::vector<std::pair<CCD, CCD>> vBorders;
 };
 
 } // namespace MIRT_ZAV

@@ -9,7 +9,7 @@ namespace MIRT_ZAV
 {
 
 double CloudMgr::setInputPoints(std::vector<Point3>& points, double absSpacingArg, double spacingFactorArg,
-                                bool bPixelizerArg, double, Calc* pGivenCalc, int holeControlLimit)
+                                bool bPixelizerArg, double featureAngle, Calc* pGivenCalc, int holeControlLimit)
 {
     absSpacing = absSpacingArg;
     spacingFactor = spacingFactorArg;
@@ -18,7 +18,10 @@ double CloudMgr::setInputPoints(std::vector<Point3>& points, double absSpacingAr
         std::make_unique<Cloud>("inputPointsViaMemory", absSpacing, spacingFactor, bPixelizer, holeControlLimit));
     Cloud& cloud = *vClouds.back();
     cloud.setInputPoints(points);
-    cloud.prepareScanPoints(pGivenCalc);
+    if (cloud.isPixelizer())
+        cloud.preparePixelsAndFeatures(featureAngle);
+    else
+        cloud.prepareScanPoints(pGivenCalc);
     return cloud.getDetectedSpacing();
 }
 

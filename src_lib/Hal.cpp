@@ -58,6 +58,44 @@ MeshPtr Hal::reconstruct()
     return pMesh;
 }
 
+void Hal::toCloud(std::vector<Point3*>& vOut)
+{
+    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("hal-part", 2);
+    std::vector<CCD> vFillCCD; // triangles have none
+    pCloudMgr->getBundles(vBundles, pCalc, vFillCCD);
+    progress->incProgressByOne();
+    if (vBundles.empty())
+        warning(ZAV_LOCATION, "toCloud: Nothing to do");
+    vOut.reserve(vOut.size() + vBundles.size());
+    for (const Bundle* const b : vBundles)
+        vOut.push_back(b->pVtx);
+    progress->incProgressByOne();
+    progress->setDone(true);
+}
+
+MeshPtr Hal::oneMelt()
+{
+    std::vector<CCD> vFillCCD; // triangles have none
+    pCloudMgr->getBundles(vBundles, pCalc, vFillCCD);
+    if (vBundles.empty())
+    {
+        warning(ZAV_LOCATION, "MELT: Nothing to do");
+        return nullptr;
+    }
+    mapCCD();
+    Voro voro(pCalc, mCCD2Bundle, vFillCCD, TM_FAT);
+    voro.fatExtractTriangles();
+    pCMesh = voro.releaseCMesh();
+    Top top(pCMesh, pCalc);
+    top.finalizeOneMelted(&voro);
+
+    auto pRMesh = std::make_unique<RMesh>(pCMesh);
+    RTop(pRMesh.get()).finalizeBase();
+    MeshPtr pMesh = std::make_shared<Mesh>(pRMesh.get());
+    pRMesh.release();
+    return pMesh;
+}
+
 void Hal::mapCCD()
 {
     sortMT(vBundles.begin(), vBundles.end(), Func_ltBundleCCD());

@@ -27,6 +27,12 @@ public:
     /// nothing with this object or the cloud manager.
     MeshPtr reconstruct();
 
+    /// Appends the points of the cells of a cloud of triangles; they stay the cloud's. A warning when there is none.
+    void toCloud(std::vector<Point3*>& vOut);
+
+    /// A new mesh on the cells of a cloud of triangles; null, after a warning, when there is none.
+    MeshPtr oneMelt();
+
     /// Builds the map from cells to bundles.
     void mapCCD();
 

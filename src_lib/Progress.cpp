@@ -301,6 +301,28 @@ void progressForEstimation()
     setUpRun("Density Estimation", stages);
 }
 
+void progressForCloud()
+{
+    static constexpr Stage stages[] = {{"CL_eres", 3.0}, {"dih2e", 3.0},     {"reo", 3.0},       {"rFins", 3.0},
+                                       {"feate", 10.0},  {"nfeate", 50.0},   {"hal-part", 10.0}, {"ar4", 100.0},
+                                       {"oifc", 10.0},   {"mandiffe", 10.0}, {"mandiffa", 100.0}};
+    setUpRun("ToCloud", stages);
+}
+
+void progressForMelt()
+{
+    // Some stages never run; they hold back the fraction by their weight until the closing setDone.
+    static constexpr Stage stages[] = {
+        {"dih2e", 0.061},        {"reo", 0.013},         {"rFins", 0.002},          {"feate", 0.019},
+        {"nfeate", 0.084},       {"ar4", 0.092},         {"oifc", 0.025},           {"mandiffe", 0.042},
+        {"mandiffa", 0.943},     {"VO_ftx", 3.0},        {"VO_amb", 3.0},           {"TP_cbcpl", 6.0},
+        {"TP_pps", 5.0},         {"RM_cpo", 1.09},       {"RM_kdeg", 4.0},          {"hal-part", 10.0},
+        {"CL_eres", 3.0},        {"SM_run", 3.0},        {"CL_creb", 3.0},          {"HL_st", 3.0},
+        {"TP_unif", 0.6},        {"TP_itr", 1.0},        {"TP_fin", 1.7},           {"efLoop", 5.0},
+        {"RM_redborder", 0.263}, {"RM_redprioq", 0.824}, {"RM_redprocprioq", 15.0}, {"RM_gEfCandMT", 2.0}};
+    setUpRun("Melt", stages);
+}
+
 void progressForFlips()
 {
     static constexpr Stage stages[] = {{"RM_kdeg", 10.0}, {"RM_gEfCandMT", 10.0}, {"efLoop", 10.0}};

@@ -213,6 +213,8 @@ inline Progress* getThreadProgress()
 // Each sets up the calling thread's root for one kind of run.
 void progressForReco();
 void progressForEstimation();
+void progressForCloud();
+void progressForMelt();
 void progressForFlips();
 /// \param temperatures  of the rounds between the plain flips
 void progressForAnnealing(const std::vector<double>& temperatures);

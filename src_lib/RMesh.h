@@ -9,6 +9,7 @@
 #include "Calc.h"
 #include "OrderedIndex.h"
 #include "Point3.h"
+#include "PointHash.h"
 #include "PooledLists.h"
 #include "REdge.h"
 #include "RTriangle.h"
@@ -25,17 +26,6 @@ namespace MIRT_ZAV
 
 class CMesh;
 class RPatch;
-
-/// Hash of a point's coordinates, in agreement with the equality of points: both zeros are the same.
-struct PointHash
-{
-    std::uint64_t operator()(const Point3& p) const
-    {
-        const auto bits = [](double x) { return std::bit_cast<std::uint64_t>(x + 0.0); };
-        using MIRT_TOOLS::mixBits;
-        return mixBits(mixBits(mixBits(bits(p.x())) + bits(p.y())) + bits(p.z()));
-    }
-};
 
 /// Hash of vertices and of pairs of them. Vertices of neighbouring cells have neighbouring addresses, and topology is
 /// worked on place by place: small groups of vertices share a neighbourhood of the table, the groups are scattered.

@@ -31,6 +31,25 @@ void Top::finalizeReconstructedMesh(Voro* pVoro)
     finish();
 }
 
+void Top::finalizeOneMelted(Voro* pVoro)
+{
+    constexpr size_t maxTiny = 8;
+    unifyDiagonals();
+    cbsComplete(pVoro);
+    cbsComplete(pVoro); // twice, deliberately: the cells of the first round open borders of their own
+    std::vector<CEdge*> vBorders;
+    getBordersKillDeg1nn(vBorders);
+    for (CEdge* const e : vBorders)
+        integrateCCD(e);
+    killTinyBorderPatches(maxTiny);
+    while (patchPairSolving(true))
+        continue;
+    killTinyBorderPatches(maxTiny);
+    pCMesh->averageBundles();
+    pCMesh->treatDegenerateT();
+    oneCoordTriplePerCCD();
+}
+
 void Top::unifyAllDiagonals()
 {
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_unif", 2);

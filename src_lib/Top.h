@@ -37,6 +37,10 @@ public:
     /// The whole repair, in the order of its stages. \param pVoro  the extractor of this mesh
     void finalizeReconstructedMesh(Voro* pVoro);
 
+    /// The repair of a mesh on the cells of triangles. Its cells lie on the surface as it was given, so that it takes
+    /// less apart: lower limits, no permissive patch solving, no orientation, in an order of its own.
+    void finalizeOneMelted(Voro* pVoro);
+
     // Borders and single triangles.
     /// Appends the border edges in key order. A triangle that hangs between non-manifold edges is killed instead.
     void getBordersKillDeg1nn(std::vector<CEdge*>& out);

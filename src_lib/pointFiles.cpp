@@ -2,6 +2,7 @@
 
 #include "BlockBuffer.h"
 #include "BlockWriter.h"
+#include "lineScan.h"
 #include "numberScan.h"
 #include "plyMesh.h"
 
@@ -20,16 +21,6 @@ constexpr std::int32_t fileType3D = 30;
 constexpr std::int32_t fileType2D = 20;
 constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 24; // points
 constexpr int digitsOfText = 18;
-
-/// The bytes of a line as a stream buffer, not copied.
-struct LineBuffer : std::streambuf
-{
-    void set(const char* first, const char* last)
-    {
-        char* const begin = const_cast<char*>(first); // only read from
-        setg(begin, begin, begin + (last - first));
-    }
-};
 
 /// Finds the point in a line of text.
 class LineParser
@@ -63,21 +54,6 @@ private:
     LineBuffer buffer;
     std::istream stream;
 };
-
-/// The window holds the whole next line then; its length without the end of line, or available() at the end of the
-/// file.
-size_t findLine(BlockBuffer& in)
-{
-    size_t searched = 0;
-    do
-    {
-        const size_t todo = in.available() - searched;
-        if (const void* const found = todo == 0 ? nullptr : std::memchr(in.begin() + searched, '\n', todo))
-            return static_cast<size_t>(static_cast<const char*>(found) - in.begin());
-        searched = in.available();
-    } while (in.more());
-    return in.available();
-}
 
 /// Room for n more points, also when many files are read into one vector.
 void reserveMore(std::vector<Point3>& vPoints, size_t n)

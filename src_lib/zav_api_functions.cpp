@@ -61,6 +61,31 @@ MeshPtr reconstruct_abs(std::vector<Point3>& points, double spacing, int holeCon
     return reconstruct(points, spacing, notGiven, holeControlLimit);
 }
 
+void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle, std::vector<Point3>& vOut)
+{
+    progressForCloud();
+    CloudMgr cloudMgr;
+    cloudMgr.setInputPoints(vTriangleCorners, spacing, notGiven, true, featureAngle, nullptr, -1);
+    Hal hal(&cloudMgr);
+    std::vector<Point3*> vPtr;
+    hal.toCloud(vPtr);
+    vOut.reserve(vOut.size() + vPtr.size());
+    for (const Point3* const p : vPtr)
+        vOut.push_back(*p);
+    getThreadProgress()->finishRun();
+}
+
+MeshPtr melt(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle)
+{
+    progressForMelt();
+    CloudMgr cloudMgr;
+    cloudMgr.setInputPoints(vTriangleCorners, spacing, notGiven, true, featureAngle, nullptr, -1);
+    Hal hal(&cloudMgr);
+    MeshPtr pMesh = hal.oneMelt();
+    getThreadProgress()->finishRun();
+    return pMesh;
+}
+
 double estimateAvgSpacing(std::vector<Point3>& points)
 {
     progressForEstimation();

@@ -28,6 +28,22 @@ ZAV_API MeshPtr reconstruct_auto(std::vector<Point3>& points, double spacingFact
 /// The same with the cell side given in the units of the input; the spacing isn't estimated.
 ZAV_API MeshPtr reconstruct_abs(std::vector<Point3>& points, double spacing, int holeControlLimit);
 
+/// Turns triangles into an even cloud: one point for every lattice cell that they touch. Corners and edges that fold,
+/// and borders, get their points first, exactly on them.
+/// \param vTriangleCorners  three points per triangle in any order and orientation, not changed; any other number is a
+///                          bug. Degenerate triangles are left out and counted in a warning
+/// \param spacing           side of a lattice cell in input units, above 0
+/// \param featureAngle      degrees: an edge that folds more keeps its shape; at 360.0 or more only borders do
+/// \param vOut              the points are appended, by ascending cell; none, after a warning, for no triangles
+/// \throws ZavBugException  when the spacing isn't above 0, so fine that the triangles need more than 2087152 cells along
+///                          an axis, or a coordinate isn't finite
+ZAV_API void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle,
+                     std::vector<Point3>& vOut);
+
+/// Meshes triangles anew, on the cells of toCloud: overlapping, flipped and repeated triangles melt into one surface.
+/// Parameters and errors as with toCloud. \return the mesh, or a null pointer, after a warning, for no triangles
+ZAV_API MeshPtr melt(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle);
+
 /// The detected average point spacing in input units; -1.0 for an empty cloud. Runs the whole intake with hole control
 /// off. Progress ends at about 2/3: a subscriber must not wait for 1.0.
 ZAV_API double estimateAvgSpacing(std::vector<Point3>& points);

@@ -3,6 +3,7 @@
 
 #include "Point3.h"
 #include "pointFiles.h"
+#include "stlFiles.h"
 #include "zav_export.h"
 
 #include <string>

@@ -308,7 +308,7 @@ TEST_F(Tool, improvesTheMeshAsAsked)
     ASSERT_EQ(run("generate torus torus.ply --points 4000 --noise 0.5").exitCode, 0);
     ASSERT_EQ(run("reconstruct torus.ply plain.ply --ascii").exitCode, 0);
     const std::string plain = read("plain.ply");
-    for (const char* option : {"--flips 2", "--anneal", "--smooth 2", "--contrast 0.2,0.2"})
+    for (const char* option : {"--flips 2", "--anneal", "--smooth 2", "--reduce 0.2,20", "--contrast 0.2,0.2"})
     {
         for (const char* name : {"once.ply", "again.ply"})
             ASSERT_EQ(run(std::string("reconstruct torus.ply --ascii --threads 2 ") + option + " " + name).exitCode, 0);
@@ -317,4 +317,42 @@ TEST_F(Tool, improvesTheMeshAsAsked)
     }
     EXPECT_EQ(run("reconstruct torus.ply no.ply --contrast 0.2").exitCode, 2);
     EXPECT_EQ(run("reconstruct torus.ply no.ply --contrast 0.2,1.2").exitCode, 2);
+}
+
+TEST_F(Tool, makesCloudsAndMeshesOfTriangles)
+{
+    std::string stl = "solid\n"; // a cube of side 8; corner i lies at the bits of i
+    const int squares[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
+    for (const auto& square : squares)
+        for (const auto& [b, c] : {std::pair(1, 2), std::pair(2, 3)})
+        {
+            stl += "facet normal 0 0 0\nouter loop\n";
+            for (const int corner : {square[0], square[b], square[c]})
+                stl += "vertex " + std::to_string(corner % 2 * 8) + " " + std::to_string(corner / 2 % 2 * 8) + " " +
+                       std::to_string(corner / 4 * 8) + "\n";
+            stl += "endloop\nendfacet\n";
+        }
+    write("part.stl", stl);
+    ASSERT_EQ(run("melt part.stl mesh.ply --spacing 0.5").exitCode, 0);
+    const Outcome info = run("info mesh.ply");
+    EXPECT_EQ(valueOf("Euler characteristic", info), "2");
+    EXPECT_EQ(valueOf("  with 1 triangle", info), "0");
+    ASSERT_EQ(run("melt part.stl thin.ply --spacing 0.5 --reduce 3,5 --timings").exitCode, 0);
+    EXPECT_LT(std::stoul(valueOf("triangles", run("info thin.ply"))), std::stoul(valueOf("triangles", info)) / 2);
+    ASSERT_EQ(run("cloud part.stl cloud.xyz --spacing 0.5 --feature-angle 20").exitCode, 0);
+    EXPECT_EQ(run("info cloud.xyz").exitCode, 0);
+    ASSERT_EQ(run("cloud mesh.ply again.bin --spacing 0.5").exitCode, 0); // a mesh is a soup, too
+
+    for (const char* arguments :
+         {"melt part.stl no.ply", "melt part.stl no.ply --spacing 0", "cloud part.stl no.stl --spacing 1",
+          "melt part.xyz no.ply --spacing 1", "melt part.stl no.ply --spacing 1 --reduce 3"})
+        EXPECT_EQ(run(arguments).exitCode, 2) << arguments;
+    write("binary.stl", std::string(84, '\0'));
+    write("cut.stl", stl.substr(0, stl.size() - 40));
+    for (const char* name : {"binary.stl", "cut.stl", "missing.stl"})
+    {
+        const Outcome outcome = run(std::string("melt ") + name + " no.ply --spacing 0.1");
+        EXPECT_EQ(outcome.exitCode, 1) << name;
+        EXPECT_EQ(countLines(outcome.err), 1u) << outcome.err;
+    }
 }

@@ -1,0 +1,113 @@
+#include "meshRun.h"
+
+#include "ProgressBar.h"
+#include "commands.h"
+#include "console.h"
+
+#include <cstdio>
+
+namespace zavtool
+{
+namespace
+{
+void printTiming(int depth, const std::string& label, double seconds, long peakMemoryKB)
+{
+    std::fprintf(stderr, "%*s%-*s %9.3f s", 2 * depth, "", 24 - 2 * depth, label.c_str(), seconds);
+    if (peakMemoryKB > 0)
+        std::fprintf(stderr, " %9.1f MB", static_cast<double>(peakMemoryKB) / 1024.0);
+    std::fputc('\n', stderr);
+}
+
+ProgressBar& getBar()
+{
+    static ProgressBar bar; // the library keeps a subscriber's address
+    return bar;
+}
+} // namespace
+
+void addRunOptions(CLI::App& command, RunOptions& options)
+{
+    command.add_option("--threads", options.numThreads, "Number of threads; 0 for all of the machine")
+        ->check(CLI::Range(0, 1024))
+        ->capture_default_str();
+    command.add_flag("--ascii", options.bAscii, "Write the text form of PLY instead of the binary one");
+    command.add_flag("--timings", options.bTimings,
+                     "Print the tree of stages with time and peak memory on standard error");
+    command.add_flag("--quiet", options.bQuiet, "Print nothing but failures, and the timings if asked for");
+}
+
+void addReduceOption(CLI::App& command, std::vector<double>& bounds)
+{
+    command
+        .add_option(
+            "--reduce", bounds,
+            "Remove triangles by collapsing edges: LENGTH,ANGLE. No edge longer than LENGTH goes, no triangle turns "
+            "by more than ANGLE degrees at a time")
+        ->delimiter(',')
+        ->expected(2)
+        ->check(notNegativeNumber());
+}
+
+void reduceMesh(const MIRT_ZAV::MeshPtr& mesh, const std::vector<double>& bounds, Timings& timings)
+{
+    if (!mesh || bounds.empty())
+        return;
+    MIRT_ZAV::reduce(mesh, bounds[0], bounds[1]);
+    timings.addRun();
+}
+
+void Timings::addRun()
+{
+    const std::vector<MIRT_ZAV::StageTiming> last = MIRT_ZAV::getStageTimings();
+    stages.insert(stages.end(), last.begin(), last.end());
+}
+
+void Timings::print() const
+{
+    std::fprintf(stderr, "%-24s %11s %12s\n", "stage", "time", "peak memory");
+    printTiming(0, "read", readSeconds, 0);
+    for (const MIRT_ZAV::StageTiming& stage : stages)
+        printTiming(stage.depth, stage.label, stage.seconds, stage.peakMemoryKB);
+    printTiming(0, "write", writeSeconds, 0);
+}
+
+ShowProgress::ShowProgress(const RunOptions& options)
+{
+    if (isTerminal() && !options.bQuiet)
+        MIRT_ZAV::subscribe(&getBar());
+}
+
+ShowProgress::~ShowProgress()
+{
+    getBar().finish();
+}
+
+void checkMeshOutput(const std::string& path)
+{
+    if (getType(path) != FileType::ply)
+        throw WrongUsage("meshes are written as PLY; give an output name that ends in .ply");
+}
+
+void writeMesh(const MIRT_ZAV::MeshPtr& mesh, SafeOutput& output, const std::string& path, const std::string& madeFrom,
+               const RunOptions& options, Timings& timings)
+{
+    const Stopwatch writing;
+    callLibrary(options.bQuiet, "check the space on the disk",
+                [&]
+                {
+                    // Crossed in the library: writePly_ASCII writes the binary form, writePly_BIN the text form.
+                    output.writeBy([&](const std::string& name)
+                                   { return options.bAscii ? mesh->writePly_BIN(name) : mesh->writePly_ASCII(name); });
+                });
+    timings.setWriting(writing);
+    if (options.bTimings)
+        timings.print();
+    if (options.bQuiet)
+        return;
+    std::vector<MIRT_ZAV::Point3*> vertices;
+    mesh->getPoints(vertices);
+    std::printf("%s: %zu vertices, %zu triangles from %s\n", path.c_str(), vertices.size(),
+                static_cast<size_t>(mesh->getNumT()), madeFrom.c_str());
+}
+
+} // namespace zavtool

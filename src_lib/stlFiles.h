@@ -1,0 +1,21 @@
+// Triangles in text STL files.
+#pragma once
+
+#include "Point3.h"
+#include "zav_export.h"
+
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// Reads the corners of all facets of a text STL file, three per facet, in file order. Between a line with "outer loop"
+/// and one with "endloop", every line with "vertex" is a corner: a word and three numbers. The file's words are looked
+/// for in lower case; after an "OUTER LOOP" in upper case the file is read to its end and gives nothing.
+/// \param vPoints  the corners are appended, without colours. Numbers that a line lacks are those of the corner before, or
+///                 0. Facets of more or fewer than three corners aren't noticed
+/// \return whether the file could be opened; if not, a line on standard output says so. Deliberately also true for a binary
+///         STL file, which gives no corners.
+ZAV_API bool readSTL_ASCII(const char* path, std::vector<Point3>& vPoints);
+
+} // namespace MIRT_ZAV
