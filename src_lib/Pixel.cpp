@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <span>
 
 namespace MIRT_ZAV
 {
@@ -99,42 +100,81 @@ private:
 /// The samples of a piece of a large face.
 constexpr double pieceSize = 4096.0;
 
-/// Sorts points by their cells, all of which differ.
-void sortByCell(std::vector<Point3>& points, const Calc& calc)
+/// Puts points into buckets of about equal size, the cells of one before those of the next, in place. The result are
+/// the ends of the buckets.
+std::vector<size_t> distribute(std::span<Point3> points, const Calc& calc)
 {
-    ZAV_ASSERT(points.size() <= std::numeric_limits<std::uint32_t>::max(), "points.size()<=4294967295");
-    std::vector<std::pair<RCD, std::uint32_t>> order(points.size());
-    ParallelLoop()(points.size(),
-                   [&](size_t i) {
-                       order[i] = {calc.getRCD(&points[i]), static_cast<std::uint32_t>(i)};
-                   });
-    sortByFirstMT(order.begin(), order.end());
-    for (std::uint32_t start = 0; start < points.size(); ++start) // cycle by cycle, in place
+    constexpr size_t pointsPerBucket = 32768, samplesPerBucket = 16;
+    const size_t numBuckets = std::clamp<size_t>(points.size() / pointsPerBucket, 1, 65536);
+    std::vector<RCD> samples, starts; // starts: of all buckets but the first
+    for (size_t i = 0; i < numBuckets * samplesPerBucket; ++i)
+        samples.push_back(calc.getRCD(&points[i * points.size() / (numBuckets * samplesPerBucket)]));
+    std::sort(samples.begin(), samples.end());
+    for (size_t i = 1; i < numBuckets; ++i)
+        starts.push_back(samples[i * samplesPerBucket]);
+
+    std::vector<std::uint16_t> buckets(points.size());
+    forSlicesMT(points.size(), 8,
+                [&](size_t begin, size_t end)
+                {
+                    size_t bucket = 0;
+                    for (size_t i = begin; i < end; ++i)
+                    {
+                        const RCD r = calc.getRCD(&points[i]);
+                        const bool bSame = (bucket == 0 || starts[bucket - 1] <= r) &&
+                                           (bucket + 1 == numBuckets || r < starts[bucket]);
+                        if (!bSame) // rare: points come in the order of neighbouring triangles
+                            bucket =
+                                static_cast<size_t>(std::upper_bound(starts.begin(), starts.end(), r) - starts.begin());
+                        buckets[i] = static_cast<std::uint16_t>(bucket);
+                    }
+                });
+
+    std::vector<size_t> ends(numBuckets), next(numBuckets);
+    for (const std::uint16_t bucket : buckets)
+        ++ends[bucket];
+    for (size_t bucket = 1; bucket < numBuckets; ++bucket)
     {
-        const Point3 first = points[start];
-        std::uint32_t to = start;
-        for (std::uint32_t from = order[to].second; from != start; from = order[to].second)
-        {
-            points[to] = points[from];
-            order[to].second = to;
-            to = from;
-        }
-        points[to] = first;
-        order[to].second = to;
+        next[bucket] = ends[bucket - 1];
+        ends[bucket] += ends[bucket - 1];
     }
+    for (size_t bucket = 0; bucket < numBuckets; ++bucket)
+        for (; next[bucket] < ends[bucket]; ++next[bucket])
+            while (buckets[next[bucket]] != bucket)
+            {
+                const size_t from = next[bucket], to = next[buckets[from]]++;
+                std::swap(points[from], points[to]);
+                std::swap(buckets[from], buckets[to]);
+            }
+    return ends;
 }
 
-void append(std::vector<Point3>& out, std::vector<Point3>& points)
+/// Sorts points by their cells, all of which differ. Nearly in place: the memory of one array of points is most of what
+/// rasterisation needs.
+void sortByCell(std::span<Point3> points, const Calc& calc)
 {
-    if (out.empty())
-        out.swap(points);
-    else
-        out.insert(out.end(), points.begin(), points.end());
-    std::vector<Point3>().swap(points);
+    if (points.empty())
+        return;
+    const std::vector<size_t> ends = distribute(points, calc);
+    ParallelLoop()(ends.size(),
+                   [&](size_t bucket)
+                   {
+                       const size_t begin = bucket == 0 ? 0 : ends[bucket - 1];
+                       const std::span<Point3> part = points.subspan(begin, ends[bucket] - begin);
+                       std::vector<std::pair<RCD, size_t>> order(part.size());
+                       for (size_t i = 0; i < part.size(); ++i)
+                           order[i] = {calc.getRCD(&part[i]), i};
+                       radix::sortByKey(order.data(), order.data() + order.size());
+                       const std::vector<Point3> unsorted(part.begin(), part.end());
+                       for (size_t i = 0; i < part.size(); ++i)
+                           part[i] = unsorted[order[i].second];
+                   });
 }
 } // namespace
 
-Pixel::Pixel(std::vector<Point3*>& vTriangleCorners, Calc* pCalcArg) : pCalc(pCalcArg), spacingAbs(pCalc->getSideLen())
+Pixel::Pixel(std::vector<Point3*>& vTriangleCorners, Calc* pCalcArg)
+    : pCalc(pCalcArg), spacingAbs(pCalc->getSideLen()), xPlanes(pCalc->x0, pCalc->stepX, pCalc->numLevels),
+      yPlanes(pCalc->y0, pCalc->stepY, pCalc->numLevels), zPlanes(pCalc->z0, pCalc->stepZ, pCalc->numLevels)
 {
     ZAV_ASSERT(!vTriangleCorners.empty(), "!vTriangleCorners.empty()");
     ZAV_ASSERT(vTriangleCorners.size() % 3 == 0, "vTriangleCorners.size()%3==0");
@@ -168,45 +208,56 @@ void Pixel::linkEdge2T(const std::vector<Point3*>& vCorners)
                    {
                        Tri* const t = &triangles[i];
                        vTri[i] = t;
-                       vEdge2Tri[3 * i] = {{t->pVtx0, t->pVtx1}, t};
-                       vEdge2Tri[3 * i + 1] = {{t->pVtx1, t->pVtx2}, t};
-                       vEdge2Tri[3 * i + 2] = {{t->pVtx0, t->pVtx2}, t};
+                       vEdge2Tri[3 * i] = {t->pVtx0, {t->pVtx1, t}};
+                       vEdge2Tri[3 * i + 1] = {t->pVtx1, {t->pVtx2, t}};
+                       vEdge2Tri[3 * i + 2] = {t->pVtx0, {t->pVtx2, t}};
                    });
     if (vTri.size() < numInput)
         warning(ZAV_LOCATION, "Degenerate triangles left out: " + toString(numInput - vTri.size()));
     sortMT(vEdge2Tri.begin(), vEdge2Tri.end());
 }
 
-/// The first entry of an edge in vEdge2Tri.
-size_t Pixel::findRun(Point3* p1, Point3* p2) const
+/// Whether the entry before belongs to another edge; so does what would follow the last one.
+bool Pixel::isFirstOfRun(size_t i) const
 {
-    ZAV_ASSERT(p1 < p2, "p1<p2");
-    const std::pair edge(p1, p2);
-    const auto it = std::lower_bound(vEdge2Tri.begin(), vEdge2Tri.end(), edge,
-                                     [](const auto& entry, const auto& key) { return entry.first < key; });
-    ZAV_ASSERT(it != vEdge2Tri.end(), "it!=vEdge2Tri.end()");
-    return static_cast<size_t>(it - vEdge2Tri.begin());
+    if (i == 0 || i == vEdge2Tri.size())
+        return true;
+    const auto &previous = vEdge2Tri[i - 1], &entry = vEdge2Tri[i];
+    return previous.first != entry.first || previous.second.first != entry.second.first;
+}
+
+/// For the triangles by number: the first entries of the edges (0, 1), (1, 2) and (0, 2).
+void Pixel::linkRuns(std::vector<std::array<size_t, 3>>& runs) const
+{
+    const auto link = [&](size_t i, size_t run)
+    {
+        const auto& [p1, rest] = vEdge2Tri[i];
+        const auto& [p2, t] = rest;
+        ZAV_ASSERT(p1 < p2, "p1<p2");
+        runs[getNumber(t)][p1 == t->pVtx1 ? 1 : p2 == t->pVtx1 ? 0 : 2] = run;
+    };
+    ParallelLoop()(vEdge2Tri.size(),
+                   [&](size_t run)
+                   {
+                       if (isFirstOfRun(run))
+                           for (size_t i = run; i == run || !isFirstOfRun(i); ++i)
+                               link(i, run);
+                   });
 }
 
 /// Puts the triangles into breadth-first order, so that neighbours lie close in the list.
 void Pixel::bfsSort()
 {
     const size_t triSiz = vTri.size();
-    std::vector<std::array<size_t, 3>> runs(triSiz);
-    ParallelLoop()(
-        triSiz,
-        [&](size_t i)
-        {
-            const Tri* const t = vTri[i];
-            runs[i] = {findRun(t->pVtx0, t->pVtx1), findRun(t->pVtx1, t->pVtx2), findRun(t->pVtx0, t->pVtx2)};
-        });
+    std::vector<std::array<size_t, 3>> runs(triSiz); // where the entries of each edge of a triangle begin
+    linkRuns(runs);
 
     std::vector<bool> bVisited(triSiz), bRunDone(vEdge2Tri.size()); // a run brings nothing new a second time
     std::vector<Tri*> queue;                                        // and the new list
     queue.reserve(triSiz);
     const auto visit = [&](Tri* t)
     {
-        const size_t number = static_cast<size_t>(t - triangles.data());
+        const size_t number = getNumber(t);
         if (!bVisited[number])
             queue.push_back(t);
         bVisited[number] = true;
@@ -216,13 +267,13 @@ void Pixel::bfsSort()
     {
         visit(*seed);
         for (; done < queue.size(); ++done)
-            for (const size_t run : runs[static_cast<size_t>(queue[done] - triangles.data())])
+            for (const size_t run : runs[getNumber(queue[done])])
             {
                 if (bRunDone[run])
                     continue;
                 bRunDone[run] = true;
-                for (size_t i = run; i < vEdge2Tri.size() && vEdge2Tri[i].first == vEdge2Tri[run].first; ++i)
-                    visit(vEdge2Tri[i].second);
+                for (size_t i = run; i == run || !isFirstOfRun(i); ++i)
+                    visit(vEdge2Tri[i].second.second);
             }
     }
     vTri.swap(queue);
@@ -235,20 +286,23 @@ void Pixel::pixelTriangles(std::vector<Point3>& vOut, std::vector<std::pair<CCD,
     if (vTri.empty())
         return;
     checkAreas();
-    std::vector<Point3> vPixels, vArea;
+    std::vector<Point3> vPixels; // those of edges, then those of faces
     pixelAllEdges(featureAngle, vPixels, vFeatures, vBorders);
-    claimFaces(vArea);
+    const size_t numOnEdges = vPixels.size();
+    claimFaces(vPixels);
 
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("oifc", 1);
-    sortByCell(vArea, *pCalc);
+    sortByCell(std::span(vPixels).subspan(numOnEdges), *pCalc);
     progress->setDone(true);
 
     // Cells were claimed as soon as their points were found, so that no cell comes twice.
-    Progress* const forEdges = getThreadProgress()->getChildProgressSetTodo("mandiffe", vPixels.size());
-    append(vOut, vPixels);
+    Progress* const forEdges = getThreadProgress()->getChildProgressSetTodo("mandiffe", numOnEdges);
+    Progress* const forFaces = getThreadProgress()->getChildProgressSetTodo("mandiffa", vPixels.size() - numOnEdges);
+    if (vOut.empty())
+        vOut.swap(vPixels);
+    else
+        vOut.insert(vOut.end(), vPixels.begin(), vPixels.end());
     forEdges->setDone(true);
-    Progress* const forFaces = getThreadProgress()->getChildProgressSetTodo("mandiffa", vArea.size());
-    append(vOut, vArea);
     forFaces->setDone(true);
 }
 
@@ -276,37 +330,38 @@ void Pixel::pixelAllEdges(double featureAngle, std::vector<Point3>& vPixels, Cel
     claimFlatEdges(vNonFeat, vPixels);
 }
 
+/// The largest fold at an edge, given by its first entry.
+double Pixel::getFoldAngle(size_t run) const
+{
+    if (isFirstOfRun(run + 1))
+        return borderAngle;
+    const auto [pA, pB] = getEnds(run);
+    const auto getNormal = [&](size_t i) { return vEdge2Tri[i].second.second->getNNV(pA, pB); };
+    const Vector3 n0 = getNormal(run);
+    double angle = -1.0;
+    for (size_t i = run + 1; !isFirstOfRun(i); ++i)
+        angle = std::max(angle, getAngleDegree(n0, -getNormal(i)));
+    return angle;
+}
+
 /// \param vNonFeat  first entries, in vEdge2Tri, of the edges that are no features
 void Pixel::splitEdges(double featureAngle, std::vector<FeatureRecord>& vFE, std::vector<size_t>& vNonFeat)
 {
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("dih2e", vEdge2Tri.size());
     ParallelLoop()(triangles.size(), [this](size_t i) { triangles[i].prepareNormal(); });
-    for (const auto& [edge, t] : vEdge2Tri) // here, as a triangle without a normal ends in a report
-        if (!t->hasNormal())
-            t->getNNV(edge.first, edge.second);
+    for (const auto& [pA, rest] : vEdge2Tri) // here, as a triangle without a normal ends in a report
+        if (!rest.second->hasNormal())
+            rest.second->getNNV(pA, rest.first);
 
     const size_t n = vEdge2Tri.size();
-    const auto isFirst = [this](size_t i) { return i == 0 || vEdge2Tri[i - 1].first != vEdge2Tri[i].first; };
     std::vector<double> angles(n); // of the edges, at their first entries
-    ParallelLoop()(n,
-                   [&](size_t i)
-                   {
-                       if (!isFirst(i))
-                           return;
-                       const auto [pA, pB] = vEdge2Tri[i].first;
-                       const Vector3 n0 = vEdge2Tri[i].second->getNNV(pA, pB);
-                       double angle = i + 1 == n || isFirst(i + 1) ? borderAngle : -1.0;
-                       for (size_t k = i + 1; k < n && !isFirst(k); ++k)
-                           angle = std::max(angle, getAngleDegree(n0, -vEdge2Tri[k].second->getNNV(pA, pB)));
-                       angles[i] = angle;
-                   });
+    ParallelLoop()(n, [&](size_t i) { angles[i] = isFirstOfRun(i) ? getFoldAngle(i) : 0.0; });
     for (size_t i = 0; i < n; ++i)
     {
-        if (!isFirst(i))
+        if (!isFirstOfRun(i))
             continue;
-        const bool bBorder = i + 1 == n || isFirst(i + 1);
-        if (bBorder || angles[i] > featureAngle)
-            vFE.emplace_back(angles[i], vEdge2Tri[i].first);
+        if (isFirstOfRun(i + 1) || angles[i] > featureAngle)
+            vFE.emplace_back(angles[i], getEnds(i));
         else
             vNonFeat.push_back(i);
     }
@@ -378,8 +433,9 @@ void Pixel::claimFlatEdges(const std::vector<size_t>& vNonFeat, std::vector<Poin
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("nfeate", vNonFeat.size());
     const auto fill = [&](const Piece& piece, Part& part)
     {
-        const auto& [ends, t] = vEdge2Tri[vNonFeat[piece.item]];
-        const Plane plane(*ends.first, t->getNNV(ends.first, ends.second));
+        const size_t run = vNonFeat[piece.item];
+        const auto ends = getEnds(run);
+        const Plane plane(*ends.first, vEdge2Tri[run].second.second->getNNV(ends.first, ends.second));
         size_t to = part.raster.size();
         rasterizeEdge(*ends.first, *ends.second, part.raster);
         for (size_t i = to; i < part.raster.size(); ++i)
@@ -414,7 +470,7 @@ void Pixel::claimFlatEdges(const std::vector<size_t>& vNonFeat, std::vector<Poin
     Batches batches(fill, claim);
     for (size_t i = 0; i < vNonFeat.size(); ++i)
     {
-        const auto& ends = vEdge2Tri[vNonFeat[i]].first;
+        const auto ends = getEnds(vNonFeat[i]);
         batches.add({i}, static_cast<double>(countSteps(*ends.first, *ends.second) + 1));
         progress->incProgressByOne();
     }
@@ -422,8 +478,8 @@ void Pixel::claimFlatEdges(const std::vector<size_t>& vNonFeat, std::vector<Poin
     progress->setDone(true);
 }
 
-/// The points of the cells that faces touch and no edge, in the order in which they were found.
-void Pixel::claimFaces(std::vector<Point3>& vArea)
+/// Appends the points of the cells that faces touch and no edge, in the order in which they were found.
+void Pixel::claimFaces(std::vector<Point3>& vPixels)
 {
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("ar4", vTri.size());
     const auto makeStrips = [this](const Tri* t) { return Strips(*t->pVtx0, *t->pVtx1, *t->pVtx2, spacingAbs); };
@@ -433,7 +489,7 @@ void Pixel::claimFaces(std::vector<Point3>& vArea)
     {
         for (const auto& [r, point] : part.raster)
             if (sClaimed.insert(r))
-                vArea.push_back(point);
+                vPixels.push_back(point);
     };
     Batches batches(fill, claim);
     for (size_t i = 0; i < vTri.size(); ++i)

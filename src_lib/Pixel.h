@@ -11,6 +11,7 @@
 #include "Plane.h"
 #include "Tri.h"
 
+#include <array>
 #include <utility>
 #include <vector>
 
@@ -32,6 +33,33 @@ struct Strips
     Vector3 e1, e2;
     double stepA = 0.0, stepB = 0.0;
     size_t numStrips = 0; // none where an angle at the base is next to nothing
+};
+
+/// Coordinates of lattice planes along one axis, the same bits as those of Calc, by a table of the lower levels' sums.
+class AxisPlanes
+{
+public:
+    AxisPlanes(double origin, double step, int numLevels);
+
+    double get(u64 index) const
+    {
+        double x = vLow[index & (tableSize - 1)];
+        double d = highStep;
+        for (int n = tableLevels; n < numLevels; ++n)
+        {
+            x += static_cast<double>(static_cast<int>(index >> n & 1)) * d;
+            d *= 2.0;
+        }
+        return x;
+    }
+
+private:
+    static constexpr int tableLevels = 11;
+    static constexpr u64 tableSize = u64(1) << tableLevels;
+
+    std::vector<double> vLow;
+    double highStep;
+    int numLevels;
 };
 
 class Pixel
@@ -78,7 +106,11 @@ public:
 private:
     void linkEdge2T(const std::vector<Point3*>& vCorners);
     void bfsSort();
-    size_t findRun(Point3* p1, Point3* p2) const;
+    bool isFirstOfRun(size_t i) const;
+    void linkRuns(std::vector<std::array<size_t, 3>>& runs) const;
+    size_t getNumber(const Tri* t) const { return static_cast<size_t>(t - triangles.data()); }
+    std::pair<Point3*, Point3*> getEnds(size_t i) const { return {vEdge2Tri[i].first, vEdge2Tri[i].second.first}; }
+    double getFoldAngle(size_t run) const;
 
     void checkAreas() const;
     void splitEdges(double featureAngle, std::vector<FeatureRecord>& vFE, std::vector<size_t>& vNonFeat);
@@ -87,11 +119,12 @@ private:
     void claimFeatureEdges(const std::vector<FeatureRecord>& vFE, std::vector<Point3>& vPixels, CellPairs& vFeatures,
                            CellPairs& vBorders);
     void claimFlatEdges(const std::vector<size_t>& vNonFeat, std::vector<Point3>& vPixels);
-    void claimFaces(std::vector<Point3>& vArea);
+    void claimFaces(std::vector<Point3>& vPixels);
 
     /// The number of lattice planes between two points.
     u64 countSteps(const Point3& a, const Point3& b) const;
     void rasterizeStrips(const Strips& strips, size_t first, size_t last, Raster& vR) const;
+    Point3 getCorner(RCD r) const;
     Point3 getMid(RCD r) const;
     bool moveOntoPlane(RCD r, const Plane& plane, Point3& point) const;
     bool cutCell(RCD r, const Plane& plane, Point3& mean, int& numCuts, bool& bAllMet) const;
@@ -99,8 +132,11 @@ private:
     Calc* const pCalc;
     const double spacingAbs;
     std::vector<Tri*> vTri; // owned: all lie in one array in the order of the input
-    std::vector<std::pair<std::pair<Point3*, Point3*>, Tri*>> vEdge2Tri; // sorted
+    /// Three entries per triangle, sorted: the ends of an edge by address, and the triangle. The entries of one edge
+    /// are a run. Nested so that the sort sees a plain key in front.
+    std::vector<std::pair<Point3*, std::pair<Point3*, Tri*>>> vEdge2Tri;
     std::vector<Tri> triangles;
+    const AxisPlanes xPlanes, yPlanes, zPlanes;
     CellSet sClaimed; // cells that have their point
 };
 

@@ -90,7 +90,7 @@ void Pixel::rasterizeEdge(const Point3& a, const Point3& b, Raster& vR) const
     if (startRCD == stopRCD)
         return;
     vR.emplace_back(startRCD, a);
-    const Point3 corner = pCalc->getRefPoint(pCalc->rcd2ccd(startRCD));
+    const Point3 corner = getCorner(startRCD);
     AxisWalk x{a.x(), b.x(), b.x() - a.x(), corner.x(), spacingAbs};
     AxisWalk y{a.y(), b.y(), b.y() - a.y(), corner.y(), spacingAbs};
     AxisWalk z{a.z(), b.z(), b.z() - a.z(), corner.z(), spacingAbs};
@@ -193,15 +193,29 @@ void Pixel::rasterizePlane(const Plane& plane, const Point3& a, const Point3& b,
     }
 }
 
-/// As Calc::getMidPoint, without the way through the other code.
+AxisPlanes::AxisPlanes(double origin, double step, int numLevelsArg)
+    : vLow(tableSize, origin), highStep(std::ldexp(step, tableLevels)), numLevels(numLevelsArg)
+{
+    for (u64 index = 0; index < tableSize; ++index)
+        for (int n = 0; n < std::min(numLevels, tableLevels); ++n) // the lowest first, as in Calc
+            if ((index >> n & 1) != 0)
+                vLow[index] += std::ldexp(step, n);
+}
+
+/// As Calc::getRefPoint and getMidPoint.
+Point3 Pixel::getCorner(RCD r) const
+{
+    return {xPlanes.get(rcd::getX(r)), yPlanes.get(rcd::getY(r)), zPlanes.get(rcd::getZ(r))};
+}
+
 Point3 Pixel::getMid(RCD r) const
 {
-    return pCalc->getMidPoint(pCalc->rcd2ccd(r));
+    return getCorner(r) + Vector3(0.5 * pCalc->stepX, 0.5 * pCalc->stepY, 0.5 * pCalc->stepZ);
 }
 
 bool Pixel::cutCell(RCD r, const Plane& plane, Point3& mean, int& numCuts, bool& bAllMet) const
 {
-    const Point3 low = pCalc->getRefPoint(pCalc->rcd2ccd(r));
+    const Point3 low = getCorner(r);
     std::array<Point3, 8> corners; // bit 0 of the place for the upper end along x, bit 1 y, bit 2 z
     std::array<bool, 8> bPositive{};
     for (unsigned i = 0; i < 8; ++i)
