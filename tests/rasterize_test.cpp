@@ -57,24 +57,26 @@ Calc makeCalc(double side)
     return {-side * 5000, -side * 5000, -side * 5000, length, length, length, 14};
 }
 
-Corners makeCube(double side)
+size_t countCells(const Calc& calc, const std::vector<Point3>& points)
+{
+    std::set<RCD> cells;
+    for (const Point3& p : points)
+        cells.insert(calc.getRCD(&p));
+    return cells.size();
+}
+
+Corners makeCube(double s)
 {
     Corners cube;
-    const auto add = [&](auto at)
-    {
-        cube.push_back({at(0, 0), at(side, 0), at(side, side)});
-        cube.push_back({at(0, 0), at(side, side), at(0, side)});
-    };
-    for (const double h : {0.0, side})
-    {
-        add([h](double u, double v) { return Point3(u, v, h); });
-        add([h](double u, double v) { return Point3(u, h, v); });
-        add([h](double u, double v) { return Point3(h, u, v); });
-    }
-    // Each side wound outwards.
-    for (auto& t : cube)
-        if (crossProduct(t[1] - t[0], t[2] - t[0]) * (t[0] - Point3(side / 2, side / 2, side / 2)) < 0)
-            std::swap(t[1], t[2]);
+    for (const double h : {0.0, s})
+        for (int axis = 0; axis < 3; ++axis)
+        {
+            const auto at = [&](double u, double v) {
+                return axis == 0 ? Point3(h, u, v) : axis == 1 ? Point3(u, h, v) : Point3(u, v, h);
+            };
+            cube.push_back({at(0, 0), at(s, 0), at(s, s)});
+            cube.push_back({at(0, 0), at(s, s), at(0, s)});
+        }
     return cube;
 }
 
@@ -99,12 +101,12 @@ protected:
     void TearDown() override { getThreadProgress()->reset(); }
 };
 
-/// Chains as told, with plain containers.
+/// Chains by their definition, on plain containers.
 std::vector<FeatureRecord> orderPlainly(const std::vector<FeatureRecord>& in)
 {
     struct Edge
     {
-        Point3 *src, *trg;
+        Point3* ends[2];
         double angle;
         bool bTaken;
     };
@@ -112,24 +114,22 @@ std::vector<FeatureRecord> orderPlainly(const std::vector<FeatureRecord>& in)
     std::multimap<Point3*, Edge*> around;
     for (const auto& [angle, ends] : in)
     {
-        edges.push_back({ends.first, ends.second, angle, false});
-        around.insert({ends.first, &edges.back()});
-        around.insert({ends.second, &edges.back()});
+        edges.push_back({{ends.first, ends.second}, angle, false});
+        for (Point3* const p : edges.back().ends)
+            around.insert({p, &edges.back()});
     }
-    const auto next = [&](const Edge* b, Point3* q, const Point3* from)
+    const auto next = [&](const Edge* b, bool bFront)
     {
-        const Vector3 d = normalize(*q - *from);
+        Point3* const q = b->ends[bFront ? 0 : 1];
+        const Vector3 d = normalize(*q - *b->ends[bFront ? 1 : 0]);
         Edge* best = nullptr;
         double least = 361.0;
         for (auto [it, end] = around.equal_range(q); it != end; ++it)
         {
             Edge* const c = it->second;
-            const double a = getAngleDegree(d, normalize(*(c->src == q ? c->trg : c->src) - *q));
+            const double a = getAngleDegree(d, normalize(*c->ends[c->ends[0] == q ? 1 : 0] - *q));
             if (c != b && a <= 60.0 && (c->angle > 360.0) == (b->angle > 360.0) && a < least)
-            {
-                least = a;
-                best = c;
-            }
+                best = (least = a, c);
         }
         return best == nullptr || best->bTaken ? nullptr : best;
     };
@@ -139,19 +139,20 @@ std::vector<FeatureRecord> orderPlainly(const std::vector<FeatureRecord>& in)
         if (seed->bTaken)
             continue;
         std::list<Edge*> chain = {&*seed};
-        for (bool bFront : {false, true})
-            for (bool bOpen = true; bOpen;)
+        for (const bool bFront : {false, true})
+            for (Edge* b = &*seed; b != nullptr;)
             {
-                Edge* const b = bFront ? chain.front() : chain.back();
-                Point3* const q = bFront ? b->src : b->trg;
-                Edge* const c = next(b, q, bFront ? b->trg : b->src);
-                if (c == nullptr)
+                b = bFront ? chain.front() : chain.back();
+                Point3* const q = b->ends[bFront ? 0 : 1];
+                b = next(b, bFront);
+                if (b == nullptr)
                     break;
-                if ((bFront ? c->trg : c->src) != q)
-                    std::swap(c->src, c->trg);
-                c->bTaken = true;
-                chain.insert(bFront ? chain.begin() : chain.end(), c);
-                bOpen = chain.front()->src != chain.back()->trg;
+                if (b->ends[bFront ? 1 : 0] != q)
+                    std::swap(b->ends[0], b->ends[1]);
+                b->bTaken = true;
+                chain.insert(bFront ? chain.begin() : chain.end(), b);
+                if (chain.front()->ends[0] == chain.back()->ends[1])
+                    break;
             }
         double sum = 0.0;
         for (const Edge* const c : chain)
@@ -162,7 +163,7 @@ std::vector<FeatureRecord> orderPlainly(const std::vector<FeatureRecord>& in)
     std::vector<FeatureRecord> out;
     for (const auto& [mean, chain] : chains)
         for (const Edge* const c : chain)
-            out.push_back({c->angle, {c->src, c->trg}});
+            out.push_back({c->angle, {c->ends[0], c->ends[1]}});
     return out;
 }
 
@@ -206,7 +207,7 @@ Raster sampleFacePlainly(const Calc& calc, const Point3& p0, const Point3& p1, c
     return raster;
 }
 
-/// The whole in the order as told, on ordered containers; rasters of edges come from the real class.
+/// The whole claim by claim, on ordered containers; rasters of edges come from the real class.
 void pixelPlainly(Soup& soup, Calc& calc, double featureAngle)
 {
     const Pixel pixel(soup.corners, &calc);
@@ -218,12 +219,8 @@ void pixelPlainly(Soup& soup, Calc& calc, double featureAngle)
         std::sort(p.begin(), p.end());
         bool ok = false;
         const Vector3 n = getNormalVector(*p[0], *p[1], *p[2], ok);
-        if (ok)
-        {
-            normals[{p[0], p[1]}].push_back(n);
-            normals[{p[1], p[2]}].push_back(n);
-            normals[{p[0], p[2]}].push_back(-n);
-        }
+        for (int k = 0; ok && k < 3; ++k)
+            normals[{p[k == 2 ? 0 : k], p[k == 2 ? 2 : k + 1]}].push_back(k == 2 ? -n : n);
     }
     std::vector<FeatureRecord> features;
     std::vector<std::pair<Edge, Plane>> others;
@@ -297,10 +294,7 @@ TEST_F(Rasterize, CubeKeepsItsEdges)
     cube.out.emplace_back(-1.0, -1.0, -1.0); // what is there stays
     cube.run(calc, 30.0);
     ASSERT_EQ(cube.out.size(), 1539u);
-    std::set<RCD> cells;
-    for (const Point3& p : cube.out)
-        cells.insert(calc.getRCD(&p));
-    EXPECT_EQ(cells.size(), 1539u);
+    EXPECT_EQ(countCells(calc, cube.out), 1539u);
     const std::set<Point3> corners(cube.points.begin(), cube.points.end());
     EXPECT_EQ(std::set<Point3>(cube.out.begin() + 1, cube.out.begin() + 9), corners);
     // 12 edges of 17 cells each.
@@ -412,7 +406,7 @@ TEST_F(Rasterize, CellsAreClaimedAsByAPlainVersion)
 
 TEST_F(Rasterize, GivesTheSameBytesForAnyCpuCount)
 {
-    Calc calc = makeCalc(0.02);
+    Calc calc = makeCalc(0.03);
     const Corners triangles = makeRandomSoup(random, 60, 25);
     std::vector<Point3> expected;
     for (const int numCPU : {1, 2, 5})
@@ -420,11 +414,8 @@ TEST_F(Rasterize, GivesTheSameBytesForAnyCpuCount)
         const CpuCount cpus(numCPU);
         Soup soup(triangles);
         outputOf([&] { soup.run(calc, 40.0); });
-        std::set<RCD> cells;
-        for (const Point3& p : soup.out)
-            cells.insert(calc.getRCD(&p));
-        EXPECT_GT(soup.out.size(), 500000u);
-        EXPECT_EQ(cells.size(), soup.out.size());
+        EXPECT_GT(soup.out.size(), 300000u);
+        EXPECT_EQ(countCells(calc, soup.out), soup.out.size());
         if (numCPU == 1)
             expected = soup.out;
         EXPECT_TRUE(expected == soup.out);
@@ -456,16 +447,16 @@ TEST_F(Rasterize, HostileSoupsEndInAResultOrAReport)
     Soup distant({{Point3(1e16, 1e16, 1e16), Point3(1e16 + 400, 1e16, 1e16), Point3(1e16, 1e16 + 300, 1e16 + 80)}});
     const std::string report = bugReportOf([&] { distant.run(lost, 30.0); });
     EXPECT_TRUE(!distant.out.empty() || report != "no bug");
-    // A needle that has a normal in one order of its corners only is told as far as it goes; others keep their edges.
+    // A needle without faces keeps its edges.
     EXPECT_GT(sizeOf({{o, x, Point3(3.5, 0.5 + 1e-9, 0.5)}}), 5u);
     // Doubled triangles fold by 180 degrees; a great fan costs no square of its size.
     EXPECT_EQ(sizeOf({{o, x, y}, {o, x, y}, {x, o, y}}), sizeOf({{o, x, y}}));
     Corners fan;
-    for (int i = 0; i < 20000; ++i)
+    for (int i = 0; i < 4000; ++i)
         fan.push_back({o, x, Point3(0.5, 3.0 * std::cos(i), 3.0 * std::sin(i))});
     EXPECT_GT(sizeOf(fan), 100u);
     Corners star;
-    for (int i = 0; i < 20000; ++i)
+    for (int i = 0; i < 4000; ++i)
         star.push_back(
             {o, Point3(9 * std::cos(i), 9 * std::sin(i), 1), Point3(9 * std::cos(i + .1), 9 * std::sin(i + .1), 2)});
     EXPECT_GT(sizeOf(star), 100u);
