@@ -40,6 +40,13 @@ bool areColorsClose(const Point3* p0, const Point3* p1, double ratio, double& di
     return !(diff > std::min(1.0, 1.0 / ratio));
 }
 
+/// A number not above the cosine of an angle, and close to it up to a right angle.
+double getCosBelow(double angle)
+{
+    const double square = angle * angle;
+    return 1.0 - square * (1.0 / 2 - square * (1.0 / 24 - square / 720));
+}
+
 /// Adds the turn of a triangle when its corner pSrc moves to pTrg; false where that isn't allowed.
 bool addTurn(const RTriangle* pRT, int iSrc, const Point3* pTrg, double maxAngleRad, Turns& turns)
 {
@@ -53,7 +60,12 @@ bool addTurn(const RTriangle* pRT, int iSrc, const Point3* pTrg, double maxAngle
         return true;
     }
     const Vector3 m = crossProduct(side, *pTrg - w);
-    if (m.length() < 1e-10)
+    const double nLength = n.length();
+    const double mLength = m.length();
+    if (mLength < 1e-10)
+        return false;
+    // Far beyond the limit, which spares the arc cosine. The margin is far above all rounding.
+    if (nLength > 1e-100 && n * m < (getCosBelow(maxAngleRad) - 1e-9) * nLength * mLength)
         return false;
     const double angle = getAngleRad(normalize(n), normalize(m));
     if (angle > maxAngleRad)
