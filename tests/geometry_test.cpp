@@ -1,10 +1,12 @@
 #include "Plane.h"
 #include "Segment3.h"
+#include "arcCosine.h"
 #include "capture.h"
 #include "freeFunctions.h"
 
 #include <algorithm>
 #include <limits>
+#include <random>
 #include <unistd.h>
 
 using namespace MIRT_ZAV;
@@ -151,4 +153,23 @@ TEST(StopsDeathTest, EndTheProcess)
     const auto toStderr = [] { dup2(STDERR_FILENO, STDOUT_FILENO); };
     EXPECT_EXIT((toStderr(), deliberateExit("enough")), testing::ExitedWithCode(0), "\n\ndeliberateExit\\(enough\\)\n");
     EXPECT_DEATH((toStderr(), goToHell("no way on")), "goToHell\\(\\): no way on\n");
+}
+
+TEST(ArcCosine, AgreesWithTheArcCosine)
+{
+    std::mt19937_64 random(3);
+    for (int i = 0; i < 200000; ++i)
+    {
+        const double x = std::ldexp(double(random() >> 11) / 0x1p53, -int(random() % 40));
+        for (const double y : {x, -x, 1.0 - x, x - 1.0})
+        {
+            const long double angle = std::acos(static_cast<long double>(y));
+            ASSERT_LE(std::fabs(arcCosine(y) - angle), 3e-16L * std::max(angle, 1.0L)) << y;
+        }
+    }
+    for (const double x : {1e-3, 1e-6, 1e-8}) // small angles keep their digits
+        EXPECT_NEAR(arcCosine(1.0 - x) / static_cast<double>(std::acos(1.0L - static_cast<long double>(x))), 1.0, 1e-8);
+    EXPECT_EQ(arcCosine(1.0), 0.0);
+    EXPECT_EQ(arcCosine(-1.0), M_PI);
+    EXPECT_TRUE(std::isnan(arcCosine(NAN)) && std::isnan(arcCosine(1.5)));
 }

@@ -3,7 +3,6 @@
 #include "Mesh.h"
 #include "Progress.h"
 #include "RMesh.h"
-#include "arcCosine.h"
 #include "capture.h"
 #include "freeFunctions.h"
 #include "meshOperations.h"
@@ -36,13 +35,6 @@ std::multiset<std::array<size_t, 3>> getTriangles(const RMesh& mesh)
             triangles.insert(t);
         }
     return triangles;
-}
-
-int countEdges(const RMesh& mesh, int degree)
-{
-    std::vector<REdge*> edges;
-    mesh.getDegN(degree, edges);
-    return int(edges.size());
 }
 
 /// The penalty from the list of all triangles.
@@ -177,7 +169,8 @@ Counts reducePlainly(RMesh& mesh, double maxLen2, double maxAngle)
     return counts;
 }
 
-/// Tori and grids: smooth, rough, flat, coloured, torn, with flaps, coincident vertices and places out of bounds.
+/// Tori and grids: smooth, rough, flat, coloured, torn, with flaps, coincident vertices and places out of bounds; at
+/// last folds of equal shape, whose penalties are equal.
 RMeshPtr makeKind(int kind, std::vector<Point3*>& v)
 {
     std::mt19937 random(static_cast<unsigned>(kind));
@@ -189,6 +182,9 @@ RMeshPtr makeKind(int kind, std::vector<Point3*>& v)
             p = shape.points[random() % shape.points.size()];
         else if (kind == 7 && random() % 60 == 0)
             p.set(random() % 2 == 0 ? NAN : HUGE_VAL, 1e200, 0.0);
+    if (kind == 9)
+        for (size_t i = 0; i < shape.points.size(); ++i)
+            shape.points[i].set(double(i / 30), double(i % 30), i / 30 % 4 * 0.5);
     if (kind == 4 || kind == 8)
         for (size_t i = 0; i < 30; ++i)
             shape.triangles[random() % shape.triangles.size()] = {int(i), int(i + 97), int(i + 50 + random() % 40)};
@@ -196,7 +192,7 @@ RMeshPtr makeKind(int kind, std::vector<Point3*>& v)
         turnSomeTriangles(shape, random);
     return makeMesh(shape, v);
 }
-constexpr int numKinds = 9;
+constexpr int numKinds = 10;
 
 int reduceAlone(RMesh* pRMesh, double maxLength, double maxAngleDeg, MeshPtr& mesh)
 {
@@ -204,25 +200,6 @@ int reduceAlone(RMesh* pRMesh, double maxLength, double maxAngleDeg, MeshPtr& me
     return reduce(mesh, maxLength, maxAngleDeg);
 }
 } // namespace
-
-TEST(ArcCosine, AgreesWithTheArcCosine)
-{
-    std::mt19937_64 random(3);
-    for (int i = 0; i < 200000; ++i)
-    {
-        const double x = std::ldexp(double(random() >> 11) / 0x1p53, -int(random() % 40));
-        for (const double y : {x, -x, 1.0 - x, x - 1.0})
-        {
-            const long double angle = std::acos(static_cast<long double>(y));
-            ASSERT_LE(std::fabs(arcCosine(y) - angle), 3e-16L * std::max(angle, 1.0L)) << y;
-        }
-    }
-    for (const double x : {1e-3, 1e-6, 1e-8}) // small angles keep their digits
-        EXPECT_NEAR(arcCosine(1.0 - x) / static_cast<double>(std::acos(1.0L - static_cast<long double>(x))), 1.0, 1e-8);
-    EXPECT_EQ(arcCosine(1.0), 0.0);
-    EXPECT_EQ(arcCosine(-1.0), M_PI);
-    EXPECT_TRUE(std::isnan(arcCosine(NAN)) && std::isnan(arcCosine(1.5)));
-}
 
 TEST(Reduce, PenaltyAgreesWithItsDefinition)
 {
@@ -291,4 +268,108 @@ TEST(Reduce, SameMeshAsAPlainLoopForAnyNumberOfThreads)
     EXPECT_GT(all.numSunk, 200);
     EXPECT_GT(all.numKept, 200);
     EXPECT_EQ(getThreadProgress()->getName(), "empty"); // a run of its own was closed
+}
+
+TEST(Reduce, KeepsPlacesBordersAndThePlane)
+{
+    std::mt19937 random(4);
+    std::vector<Point3*> v;
+    MeshPtr mesh;
+    const Shape flat = makeGrid(40, 30, 0.0, random);
+    reduceAlone(makeMesh(flat, v).release(), 5.0, 0.0, mesh);
+    EXPECT_LT(mesh->getNumT(), flat.triangles.size() / 5);
+    double area = 0.0;
+    for (const RTriangle* const pRT : mesh->getRMesh()->vRT)
+        if (pRT->isAlive())
+            area += crossProduct(*pRT->pVtx[1] - *pRT->pVtx[0], *pRT->pVtx[2] - *pRT->pVtx[0]).z() / 2;
+    EXPECT_NEAR(area, 39.0 * 29.0, 1e-6); // nothing turned over, the corners stay
+    EXPECT_GT(mesh->getAverageEdgeLength(), 2.0);
+
+    std::vector<Point3> cloud;
+    std::uniform_real_distribution<double> x(-1, 1);
+    for (int i = 0; i < 20000; ++i) // a dome with a rim
+    {
+        const Point3 p(x(random), x(random), 0.0);
+        if (toVector(p).length() < 0.9)
+            cloud.emplace_back(p.x(), p.y(), std::sqrt(1.0 - p.x() * p.x() - p.y() * p.y()));
+    }
+    mesh = reconstruct_auto(cloud, 1.5, 0);
+    RMesh& m = *mesh->getRMesh();
+    const size_t numBefore = mesh->getNumT();
+    std::vector<Point3*> before, after;
+    mesh->getPoints(before);
+    std::vector<Point3> places;
+    for (const Point3* const p : before)
+        places.push_back(*p);
+    std::vector<REdge*> border;
+    m.getDegN(1, border);
+    std::set<const Point3*> onBorder;
+    for (const REdge* const pRE : border)
+        onBorder.insert({pRE->pVtx0, pRE->pVtx1});
+    const int numRemoved = reduce(mesh, 0.2, 15.0);
+    EXPECT_GT(numRemoved, int(numBefore / 2));
+    EXPECT_GE(numBefore - mesh->getNumT(), size_t(numRemoved));
+    mesh->getPoints(after);
+    EXPECT_TRUE(std::includes(before.begin(), before.end(), after.begin(), after.end()));
+    for (size_t i = 0; i < before.size(); ++i)
+        EXPECT_EQ(*before[i], places[i]);
+    EXPECT_EQ(m.removeDups(), 0u);
+    border.clear();
+    m.getDegN(1, border);
+    EXPECT_FALSE(border.empty());
+    for (const REdge* const pRE : border) // no rim where there was none
+        EXPECT_EQ(onBorder.count(pRE->pVtx0) + onBorder.count(pRE->pVtx1), 2u);
+}
+
+TEST(Reduce, WhereNothingIsAllowed)
+{
+    const Shape tetrahedron = {{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}},
+                               {{0, 2, 1}, {0, 1, 3}, {1, 2, 3}, {2, 0, 3}}};
+    std::vector<Point3*> v;
+    MeshPtr mesh;
+    EXPECT_EQ(reduceAlone(makeMesh(tetrahedron, v).release(), 10.0, 180.0, mesh), 0);
+    EXPECT_EQ(mesh->getNumT(), 4u);
+    EXPECT_EQ(reduceAlone(makeMesh({{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}}, v).release(), 9.0, 180.0, mesh),
+              0);
+    std::mt19937 random(1);
+    const Shape grid = makeGrid(9, 9, 0.0, random);
+    EXPECT_EQ(reduceAlone(makeMesh(grid, v).release(), 0.0, 90.0, mesh), 0);
+    EXPECT_EQ(reduceAlone(makeMesh(grid, v).release(), 9.0, -1.0, mesh), 0);
+    EXPECT_TRUE(hasBug("pMesh!=__null", [] { reduce(nullptr, 1.0, 1.0); }));
+
+    getThreadProgress()->reset();
+    progressForFlips(); // a run under way goes on
+    EXPECT_EQ(reduceAlone(new RMesh(1.0), 9.0, 90.0, mesh), 0);
+    EXPECT_EQ(getThreadProgress()->getName(), "EdgeFlips");
+    getThreadProgress()->reset();
+}
+
+TEST(Reduce, ColoursMergeOnlyWhenTheyAreClose)
+{
+    // One inner vertex, which is all that may leave, with a colour of its own.
+    const auto countRemoved = [](int green, bool bOthersColored, double size)
+    {
+        Shape fan{{{0, 0, 0}}, {}};
+        for (int i = 0; i < 6; ++i)
+        {
+            fan.points.emplace_back(size * std::cos(i * M_PI / 3), size * std::sin(i * M_PI / 3), 0.0);
+            fan.triangles.push_back({0, 1 + i, 1 + (i + 1) % 6});
+        }
+        fan.points[0].setColor(100, static_cast<unsigned char>(green), 100, 255);
+        for (size_t i = 1; i < 7; ++i)
+        {
+            fan.points[i].setColor(100, 100, 100, 255);
+            fan.points[i].setHasColor(bOthersColored);
+        }
+        std::vector<Point3*> v;
+        MeshPtr mesh;
+        return reduceAlone(makeMesh(fan, v).release(), 100.0, 10.0, mesh);
+    };
+    for (const bool bOthersColored : {true, false}) // bytes without colour count, too
+    {
+        EXPECT_EQ(countRemoved(100, bOthersColored, 1.0), 2);
+        EXPECT_EQ(countRemoved(101, bOthersColored, 1.0), 2);
+        EXPECT_EQ(countRemoved(101, bOthersColored, 9.0), 0); // the limit is a third at 9 cells
+        EXPECT_EQ(countRemoved(104, bOthersColored, 1.0), 0);
+    }
 }
