@@ -1,4 +1,4 @@
-// How far two surfaces lie apart: mesh_distance A.ply B.ply [LENGTH]
+// How far two surfaces lie apart: mesh_distance A B [LENGTH], PLY or text STL files.
 //
 // Samples each surface evenly by area and measures from every sample to the nearest point of the other one. Prints the
 // mean, the 95th and 99th percentile and the largest distance both ways, in units of LENGTH if it is given.
@@ -25,7 +25,8 @@ std::vector<Triangle> readTriangles(const char* path)
 {
     std::vector<Point3> corners;
     std::vector<Triangle> triangles;
-    if (!readPly(path, false, corners))
+    const bool bStl = getFileType(path) == 0;
+    if (!(bStl ? readSTL_ASCII(path, corners) : readPly(path, false, corners)))
         std::exit(1);
     for (size_t i = 0; i + 2 < corners.size(); i += 3)
         triangles.push_back({corners[i], corners[i + 1], corners[i + 2]});
@@ -146,7 +147,7 @@ void measure(const char* name, const std::vector<Triangle>& from, const Grid& to
 int main(int argc, char** argv)
 {
     if (argc < 3)
-        return std::fputs("usage: mesh_distance A.ply B.ply [LENGTH]\n", stderr), 2;
+        return std::fputs("usage: mesh_distance A B [LENGTH]\n", stderr), 2;
     const double unit = argc > 3 ? std::atof(argv[3]) : 1.0;
     const std::vector<Triangle> a = readTriangles(argv[1]), b = readTriangles(argv[2]);
     const Grid gridA(a), gridB(b);
