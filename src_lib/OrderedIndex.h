@@ -69,6 +69,13 @@ public:
     const Value* find(const Key& key) const { return const_cast<OrderedIndex*>(this)->find(key); }
     size_t count(const Key& key) const { return find(key) != nullptr ? 1 : 0; }
 
+    /// Starts to load the place where the search for a key begins.
+    void prefetch(const Key& key) const
+    {
+        if (!slots.empty())
+            __builtin_prefetch(&slots[homeOf(Hash()(key))]);
+    }
+
     /// False, and nothing changed, when the key is there already.
     bool insert(const Key& key, const Value& value) { return insertOrFind(key, value).second; }
 

@@ -115,6 +115,14 @@ public:
         return n;
     }
 
+    /// Start to load the head of an object's list, and what stands first in it.
+    void prefetchHead(const Object* pObject) const { __builtin_prefetch(heads.find(pObject)); }
+    void prefetchFirst(const Object* pObject) const
+    {
+        if (const Head* const head = heads.find(pObject); head != nullptr && head->first != noNode)
+            __builtin_prefetch(&nodes[head->first]);
+    }
+
     /// Calls f(value) for the values of an object, in order; never for an object that wasn't added.
     template <class F>
     void forEach(const Object* pObject, const F& f) const

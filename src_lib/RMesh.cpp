@@ -391,6 +391,11 @@ void RMesh::exchangeCorner(Point3* pSrc, Point3* pTrg)
 
     std::vector<REdge*> vMove;
     getEdgesToMove(vT, pSrc, pTrg, vMove);
+    for (const REdge* const pRE : vMove)
+    {
+        mRE.prefetch({pRE->pVtx0, pRE->pVtx1});
+        mRE.prefetch(makeKey(pRE->getOtherPoint(pSrc), pTrg));
+    }
     for (REdge* const pRE : vMove)
         moveEdge(pRE, pSrc, pTrg);
 

@@ -141,6 +141,7 @@ void RMesh::getPrioqEntries(double maxAngleRad, double maxLen2, const std::vecto
                             std::vector<PenaltyCandidate>& vEntries) const
 {
     constexpr size_t leastForThreads = 3600;
+    vEntries.reserve(vEntries.size() + 2 * vEdges.size()); // touches no memory yet
     const auto evaluate = [&](size_t from, size_t to, std::vector<PenaltyCandidate>& out)
     { createREC_MT(vEdges, from, to, maxLen2, maxAngleRad, out); };
     if (vEdges.size() < leastForThreads)
@@ -320,11 +321,19 @@ void Reduction::setTodo()
 /// Starts to load what later candidates need, each step for those whose last one is done by now.
 void Reduction::fetchAhead() const
 {
-    if (const RECandidate* const pLater = queue.lookAhead(32))
+    if (const RECandidate* const pLater = queue.lookAhead(48))
         __builtin_prefetch(pLater->pRE);
-    if (const RECandidate* const pLater = queue.lookAhead(16))
+    if (const RECandidate* const pLater = queue.lookAhead(32))
         for (const Point3* const p : {pLater->pRE->getVtx0(), pLater->pRE->getVtx1()})
             __builtin_prefetch(&vChangedAt[mesh.mmVtxT.indexOf(p)]);
+    if (const RECandidate* const pLater = queue.lookAhead(16); pLater != nullptr && changedAt(pLater->pRE) != gone)
+        for (const Point3* const p : {pLater->pRE->getVtx0(), pLater->pRE->getVtx1()})
+        {
+            __builtin_prefetch(p);
+            mesh.mmVtxT.prefetchHead(p);
+        }
+    if (const RECandidate* const pLater = queue.lookAhead(8); pLater != nullptr && changedAt(pLater->pRE) != gone)
+        mesh.mmVtxT.prefetchFirst(pLater->pRE->getVertex(pLater->which));
 }
 
 /// The penalty as it is now. It depends on the triangles of both ends alone: where those haven't changed, neither has
