@@ -207,6 +207,42 @@ Raster sampleFacePlainly(const Calc& calc, const Point3& p0, const Point3& p1, c
     return raster;
 }
 
+/// Triangles breadth first, from the last one on.
+std::vector<Tri> orderTrianglesPlainly(const std::vector<Point3*>& corners)
+{
+    std::vector<Tri> triangles, sorted;
+    std::map<std::pair<Point3*, Point3*>, std::vector<size_t>> around;
+    const auto edgesOf = [](const Tri& t) {
+        return std::array{std::pair(t.pVtx0, t.pVtx1), std::pair(t.pVtx1, t.pVtx2), std::pair(t.pVtx0, t.pVtx2)};
+    };
+    for (size_t i = 0; i < corners.size(); i += 3)
+    {
+        bool ok = false;
+        getNormalVector(*corners[i], *corners[i + 1], *corners[i + 2], ok);
+        if (!ok)
+            continue;
+        triangles.emplace_back(corners[i], corners[i + 1], corners[i + 2]);
+        for (const auto& edge : edgesOf(triangles.back()))
+            around[edge].push_back(triangles.size() - 1);
+    }
+    std::set<size_t> visited;
+    for (size_t seed = triangles.size(); seed-- > 0;)
+    {
+        std::list<size_t> queue;
+        if (visited.insert(seed).second)
+            queue.push_back(seed);
+        for (; !queue.empty(); queue.pop_front())
+        {
+            sorted.push_back(triangles[queue.front()]);
+            for (const auto& edge : edgesOf(sorted.back()))
+                for (const size_t i : around[edge])
+                    if (visited.insert(i).second)
+                        queue.push_back(i);
+        }
+    }
+    return sorted;
+}
+
 /// The whole claim by claim, on ordered containers; rasters of edges come from the real class.
 void pixelPlainly(Soup& soup, Calc& calc, double featureAngle)
 {
@@ -278,10 +314,19 @@ void pixelPlainly(Soup& soup, Calc& calc, double featureAngle)
         }
     }
     std::map<RCD, Point3> faces;
-    for (const Tri* const t : pixel.getTriangles())
-        for (const auto& [r, p] : sampleFacePlainly(calc, *t->pVtx0, *t->pVtx1, *t->pVtx2))
-            if (taken.count(r) == 0)
-                faces.insert({r, p});
+    for (const Tri& t : orderTrianglesPlainly(soup.corners))
+    {
+        const Raster plain = sampleFacePlainly(calc, *t.pVtx0, *t.pVtx1, *t.pVtx2);
+        Raster raster; // of a pixeliser that has claimed nothing
+        pixel.convertOneT(*t.pVtx0, *t.pVtx1, *t.pVtx2, raster);
+        ASSERT_EQ(raster.size(), plain.size());
+        for (size_t i = 0; i < plain.size(); ++i)
+        {
+            ASSERT_EQ(raster[i].first, plain[i].first);
+            if (taken.count(plain[i].first) == 0)
+                faces.insert(plain[i]);
+        }
+    }
     for (const auto& [r, p] : faces)
         claim(r, p);
 }
@@ -356,6 +401,9 @@ TEST_F(Rasterize, EdgesVisitTheirCellsInOrder)
 
 TEST_F(Rasterize, ChainsAreThoseOfAPlainSearch)
 {
+    std::vector<Point3> ring;
+    for (int i = 0; i < 12; ++i)
+        ring.emplace_back(30 + std::cos(M_PI * i / 6), std::sin(M_PI * i / 6), 0);
     for (int round = 0; round < 400; ++round)
     {
         // Places on a coarse grid give equal angles and crossings, a hub many edges at one corner.
@@ -373,9 +421,14 @@ TEST_F(Rasterize, ChainsAreThoseOfAPlainSearch)
         for (size_t i = numPlaces; i < places.size(); ++i)
             if (places[i] != places[0])
                 edges.insert({&places[0], &places[i]});
+        for (size_t i = 0; i < 12; ++i) // a loop that turns by less than the limit
+            edges.insert(std::minmax(&ring[i], &ring[(i + 1) % 12]));
         std::vector<FeatureRecord> in, out;
         for (const auto& edge : edges)
-            in.push_back({random() % 3 == 0 ? 9999.0 : 30.0 * static_cast<double>(1 + random() % 3), edge});
+        {
+            const bool bBorder = edge.first->x() < 20 && random() % 3 == 0;
+            in.push_back({bBorder ? 9999.0 : 30.0 * static_cast<double>(1 + random() % 3), edge});
+        }
         std::sort(in.begin(), in.end());
         FeatureMgr(in).getOrderedPairs(out);
         ASSERT_EQ(out, orderPlainly(in)) << round;
@@ -384,9 +437,9 @@ TEST_F(Rasterize, ChainsAreThoseOfAPlainSearch)
 
 TEST_F(Rasterize, CellsAreClaimedAsByAPlainVersion)
 {
-    Calc calc = makeCalc(1.0);
     for (int round = 0; round < 150; ++round)
     {
+        Calc calc = makeCalc(round % 15 == 0 ? 0.05 : 1.0); // fine cells cut faces into pieces
         const Corners triangles = makeRandomSoup(random, 4 + round % 9, 2 + round % 13);
         const double featureAngle = std::array{30.0, 90.0, 360.0}[static_cast<size_t>(round % 3)];
         Soup real(triangles), plain(triangles);
@@ -404,6 +457,28 @@ TEST_F(Rasterize, CellsAreClaimedAsByAPlainVersion)
     }
 }
 
+TEST_F(Rasterize, MiddlesOfCutsThroughCells)
+{
+    Calc calc = makeCalc(1.0);
+    Soup any({{Point3(0, 0, 0), Point3(1, 0, 0), Point3(0, 1, 0)}});
+    const Pixel pixel(any.corners, &calc);
+    const Point3 inside(2.5, 3.5, 4.5);
+    const auto cut = [&](const Plane& plane)
+    {
+        bool ok = false;
+        const Point3 p = pixel.getMidOfCutPlane(calc.getRCD(&inside), plane, ok);
+        return std::pair(ok, p);
+    };
+    const Vector3 diagonal(1, 1, 1);
+    const auto corner = cut(Plane(Point3(2.3, 3, 4), diagonal)); // three edges at 0.3 from the cell's first corner
+    EXPECT_TRUE(corner.first);
+    EXPECT_LT((corner.second - Point3(2.1, 3.1, 4.1)).length(), 1e-12);
+    EXPECT_LT((cut(Plane(Point3(2.25, 0, 0), Vector3(1, 0, 0))).second - Point3(2.25, 3.5, 4.5)).length(), 1e-12);
+    const std::string text = outputOf([&] { EXPECT_FALSE(cut(Plane(Point3(9, 9, 9), diagonal)).first); });
+    EXPECT_NE(text.find("Not enough intersections"), std::string::npos);
+    EXPECT_NE(text.find("numCuts: 0\n"), std::string::npos);
+}
+
 TEST_F(Rasterize, GivesTheSameBytesForAnyCpuCount)
 {
     Calc calc = makeCalc(0.03);
@@ -416,6 +491,8 @@ TEST_F(Rasterize, GivesTheSameBytesForAnyCpuCount)
         outputOf([&] { soup.run(calc, 40.0); });
         EXPECT_GT(soup.out.size(), 300000u);
         EXPECT_EQ(countCells(calc, soup.out), soup.out.size());
+        const auto lessCell = [&](const Point3& p, const Point3& q) { return calc.getRCD(&p) < calc.getRCD(&q); };
+        EXPECT_TRUE(std::is_sorted(soup.out.begin() + 80000, soup.out.end(), lessCell)); // well behind the edges
         if (numCPU == 1)
             expected = soup.out;
         EXPECT_TRUE(expected == soup.out);
