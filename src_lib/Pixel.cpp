@@ -40,9 +40,13 @@ struct Part
     Raster raster;
     CellPairs vFeatures, vBorders;
     std::vector<Uncut> vUncut;
+    RecentCells recent;
+
+    Part() { recent.clear(); }
 
     void clear()
     {
+        recent.clear();
         pieces.clear();
         size = 0.0;
         raster.clear();
@@ -484,7 +488,7 @@ void Pixel::claimFaces(std::vector<Point3>& vPixels)
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("ar4", vTri.size());
     const auto makeStrips = [this](const Tri* t) { return Strips(*t->pVtx0, *t->pVtx1, *t->pVtx2, spacingAbs); };
     const auto fill = [&](const Piece& piece, Part& part)
-    { rasterizeStrips(makeStrips(vTri[piece.item]), piece.firstStrip, piece.lastStrip, part.raster); };
+    { rasterizeStrips(makeStrips(vTri[piece.item]), piece.firstStrip, piece.lastStrip, part.raster, &part.recent); };
     const auto claim = [&](const Part& part)
     {
         for (const auto& [r, point] : part.raster)

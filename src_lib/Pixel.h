@@ -62,6 +62,21 @@ private:
     int numLevels;
 };
 
+/// Cells that were met a moment ago: neighbouring strips meet most cells twice.
+class RecentCells
+{
+public:
+    bool contains(RCD r) const { return cells[placeOf(r)] == r; }
+    void add(RCD r) { cells[placeOf(r)] = r; }
+    void clear() { cells.fill(~RCD(0)); }
+
+private:
+    static constexpr int bits = 11;
+    static size_t placeOf(RCD r) { return r * 0x9e3779b97f4a7c15u >> (64 - bits); }
+
+    std::array<RCD, size_t(1) << bits> cells; // by hash; a later one overwrites
+};
+
 class Pixel
 {
 public:
@@ -96,7 +111,9 @@ public:
     /// are left out.
     void convertOneT(const Point3& p0, const Point3& p1, const Point3& p2, Raster& vR) const;
     /// The same for one segment in a plane. The cell of a doesn't count unless the walk comes back to it.
-    void rasterizePlane(const Plane& plane, const Point3& a, const Point3& b, Raster& vR) const;
+    /// \param pRecent  cells of earlier segments that the caller has no use for again, or null
+    void rasterizePlane(const Plane& plane, const Point3& a, const Point3& b, Raster& vR,
+                        RecentCells* pRecent = nullptr) const;
     /// The mean of the places where the edges of a cell cut a plane; ok is false, after a warning, where there are too
     /// few of them.
     Point3 getMidOfCutPlane(RCD r, const Plane& plane, bool& ok) const;
@@ -123,7 +140,7 @@ private:
 
     /// The number of lattice planes between two points.
     u64 countSteps(const Point3& a, const Point3& b) const;
-    void rasterizeStrips(const Strips& strips, size_t first, size_t last, Raster& vR) const;
+    void rasterizeStrips(const Strips& strips, size_t first, size_t last, Raster& vR, RecentCells* pRecent) const;
     Point3 getCorner(RCD r) const;
     Point3 getMid(RCD r) const;
     bool moveOntoPlane(RCD r, const Plane& plane, Point3& point) const;

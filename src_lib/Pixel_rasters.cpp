@@ -154,17 +154,17 @@ Strips::Strips(const Point3& p0, const Point3& p1, const Point3& p2, double spac
 
 void Pixel::convertOneT(const Point3& p0, const Point3& p1, const Point3& p2, Raster& vR) const
 {
-    rasterizeStrips(Strips(p0, p1, p2, spacingAbs), 0, ~size_t(0), vR);
+    rasterizeStrips(Strips(p0, p1, p2, spacingAbs), 0, ~size_t(0), vR, nullptr);
 }
 
-void Pixel::rasterizeStrips(const Strips& strips, size_t first, size_t last, Raster& vR) const
+void Pixel::rasterizeStrips(const Strips& strips, size_t first, size_t last, Raster& vR, RecentCells* pRecent) const
 {
     for (size_t k = first; k < std::min(last, strips.numStrips); ++k)
         rasterizePlane(strips.plane, strips.A + strips.e1 * (static_cast<double>(k) * strips.stepA),
-                       strips.B + strips.e2 * (static_cast<double>(k) * strips.stepB), vR);
+                       strips.B + strips.e2 * (static_cast<double>(k) * strips.stepB), vR, pRecent);
 }
 
-void Pixel::rasterizePlane(const Plane& plane, const Point3& a, const Point3& b, Raster& vR) const
+void Pixel::rasterizePlane(const Plane& plane, const Point3& a, const Point3& b, Raster& vR, RecentCells* pRecent) const
 {
     Vector3 d = b - a;
     const double length = d.length();
@@ -182,7 +182,7 @@ void Pixel::rasterizePlane(const Plane& plane, const Point3& a, const Point3& b,
         if (r == last)
             continue;
         last = r;
-        if (sClaimed.contains(r))
+        if ((pRecent != nullptr && pRecent->contains(r)) || sClaimed.contains(r))
             continue;
         Point3 candidate = plane.projection(getMid(r));
         if (pCalc->getRCD(&candidate) != r)
@@ -190,6 +190,8 @@ void Pixel::rasterizePlane(const Plane& plane, const Point3& a, const Point3& b,
         if (k + 1.0 >= n && (candidate - a).length() > length)
             return;
         vR.emplace_back(r, candidate);
+        if (pRecent != nullptr)
+            pRecent->add(r);
     }
 }
 
