@@ -315,6 +315,7 @@ TEST_F(Tool, improvesTheMeshAsAsked)
         EXPECT_NE(read("once.ply"), plain) << option;
         EXPECT_EQ(read("once.ply"), read("again.ply")) << option;
     }
+    EXPECT_EQ(run("reconstruct torus.ply no.ply --reduce 0.5").exitCode, 2);
     EXPECT_EQ(run("reconstruct torus.ply no.ply --contrast 0.2").exitCode, 2);
     EXPECT_EQ(run("reconstruct torus.ply no.ply --contrast 0.2,1.2").exitCode, 2);
 }
