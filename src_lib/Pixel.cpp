@@ -339,8 +339,8 @@ double Pixel::getFoldAngle(size_t run) const
 {
     if (isFirstOfRun(run + 1))
         return borderAngle;
-    const auto [pA, pB] = getEnds(run);
-    const auto getNormal = [&](size_t i) { return vEdge2Tri[i].second.second->getNNV(pA, pB); };
+    const auto ends = getEnds(run);
+    const auto getNormal = [&](size_t i) { return vEdge2Tri[i].second.second->getNNV(ends.first, ends.second); };
     const Vector3 n0 = getNormal(run);
     double angle = -1.0;
     for (size_t i = run + 1; !isFirstOfRun(i); ++i)
