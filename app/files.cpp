@@ -55,7 +55,24 @@ std::uint64_t getSize(const std::string& path)
 void refuseCutShort(bool bComplete, const std::string& path)
 {
     if (!bComplete)
-        throw Failure(path + " is shorter than its header says; get a complete copy");
+        throw Failure(path + " is cut short; get a complete copy");
+}
+
+/// A text STL file ends in a line with "endsolid"; one that was cut off doesn't. A file without that word anywhere near
+/// its end is as suspect. Binary files are told by what they lack later on.
+bool endsSolid(const std::string& path)
+{
+    std::ifstream in = openInput(path);
+    std::string begin(5, '\0');
+    in.read(begin.data(), 5);
+    if (begin != "solid" && begin != "SOLID")
+        return true;
+    constexpr std::uint64_t longestEnd = 1000; // bytes; a name may follow the word
+    const std::uint64_t size = getSize(path);
+    in.clear();
+    in.seekg(static_cast<std::streamoff>(size - std::min(size, longestEnd)));
+    const std::string end{std::istreambuf_iterator<char>(in), {}};
+    return end.find("endsolid") != std::string::npos || end.find("ENDSOLID") != std::string::npos;
 }
 
 /// The library trusts the number of points in the header.
@@ -215,6 +232,7 @@ Triangles readTriangles(const std::string& path, bool bQuiet)
         openInput(path);
         callLibrary(bQuiet, "check that " + path + " is complete",
                     [&] { return MIRT_ZAV::readSTL_ASCII(path.c_str(), triangles.corners); });
+        refuseCutShort(endsSolid(path), path);
         if (triangles.corners.size() % 3 != 0)
             throw Failure(path + " has a facet of more or fewer than three corners; get a complete copy");
         break;
@@ -233,8 +251,10 @@ Triangles readTriangles(const std::string& path, bool bQuiet)
         else
             ++triangles.numNotFinite;
     corners.resize(numKept);
+    if (corners.empty() && triangles.numNotFinite > 0)
+        throw Failure(path + " holds no triangle whose coordinates are all finite; check how it was written");
     if (corners.empty())
-        throw Failure(path + " holds no triangles; of STL files only the text form is read");
+        throw Failure(path + " holds no triangles; STL files have to be text, with their words in lower case");
     return triangles;
 }
 

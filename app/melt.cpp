@@ -23,7 +23,7 @@ struct MeltOptions
     RunOptions run;
 };
 
-const char* const remedy = "try a greater --spacing";
+const char* const remedy = "try a greater --spacing, or take needle-shaped triangles out";
 
 void addCommonOptions(CLI::App& command, MeltOptions& options)
 {

@@ -312,6 +312,7 @@ void Reduction::pushCopy(double penalty, RECandidate candidate)
     queue.pushAt(penalty, getArrival(candidate), candidate);
 }
 
+/// Copies deliberately don't count here: only the fraction shown would differ.
 void Reduction::setTodo()
 {
     const double todo = 1.5 * static_cast<double>(queue.size());

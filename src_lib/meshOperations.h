@@ -39,7 +39,7 @@ ZAV_API void laplacianSmoothing(MeshPtr pMesh, int nIter);
 /// - Where a vertex has a colour, only colours that differ by at most 1.0 in L*a*b* merge; less for edges longer than a
 ///   cell. A vertex without colour counts with the bytes it holds.
 /// - No triangle comes to stand twice. An edge may get more than two triangles, where a thin tube or ridge closes up.
-/// \param maxEdgeLength  in input units; 0 changes nothing; the sign doesn't count
+/// \param maxEdgeLength  in input units; 0 collapses only edges between coincident vertices; the sign doesn't count
 /// \param maxAngleDeg    in degrees; 0 allows what keeps all normals; below 0 nothing is allowed. A limit that isn't a
 ///                       number limits nothing
 /// \return the number of triangles that the collapses removed, without those that were degenerate at the end

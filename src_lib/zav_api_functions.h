@@ -36,7 +36,9 @@ ZAV_API MeshPtr reconstruct_abs(std::vector<Point3>& points, double spacing, int
 /// \param featureAngle      degrees: an edge that folds more keeps its shape; at 360.0 or more only borders do
 /// \param vOut              the points are appended, by ascending cell; none, after a warning, for no triangles
 /// \throws ZavBugException  when the spacing isn't above 0, so fine that the triangles need more than 2087152 cells along
-///                          an axis, or a coordinate isn't finite
+///                          an axis or one of them some 10^9 cells; when a coordinate is infinite, or one of the first
+///                          point not a number (elsewhere such triangles are left out); for a needle whose normal
+///                          exists in one order of its corners and not in another
 ZAV_API void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle,
                      std::vector<Point3>& vOut);
 

@@ -1,7 +1,12 @@
 // From triangle soups to clouds and new meshes, and text STL files.
+#include "CMesh.h"
+#include "CloudMgr.h"
 #include "Mesh.h"
 #include "Progress.h"
 #include "RMesh.h"
+#include "RTop.h"
+#include "Top.h"
+#include "Voro.h"
 #include "capture.h"
 #include "freeFunctions.h"
 #include "stlFiles.h"
@@ -129,6 +134,69 @@ TEST(Melt, SameResultForAnyNumberOfCpus)
         EXPECT_EQ(places, corners) << numCPU;
     }
     destroySingletons();
+}
+
+TEST(Melt, TheStagesComeInTheirOrder)
+{
+    std::mt19937 random(17);
+    size_t numTold = 0;
+    for (int run = 0; run < 12; ++run)
+    {
+        std::vector<Point3> soup = getRandomSoup(random, 40);
+        const double spacing = 0.15;
+        std::vector<std::array<double, 3>> expected, molten;
+        outputOf(
+            [&]
+            {
+                progressForMelt();
+                std::srand(3);
+                CloudMgr mgr;
+                mgr.setInputPoints(soup, spacing, -1.0, true, 20.0, nullptr, -1);
+                std::vector<Bundle*> bundles;
+                std::map<CCD, Bundle*> cells;
+                std::vector<CCD> fill;
+                Calc* pCalc = nullptr;
+                mgr.getBundles(bundles, pCalc, fill);
+                for (Bundle* const b : bundles)
+                    cells[b->ccd] = b;
+                Voro voro(pCalc, cells, fill, TM_FAT);
+                voro.fatExtractTriangles();
+                const std::unique_ptr<CMesh> owned(voro.releaseCMesh());
+                CMesh* const pCMesh = owned.get();
+                Top top(pCMesh, pCalc);
+                top.unifyDiagonals();
+                top.cbsComplete(&voro);
+                top.cbsComplete(&voro);
+                std::vector<CEdge*> borders;
+                top.getBordersKillDeg1nn(borders);
+                for (CEdge* const e : borders)
+                    top.integrateCCD(e);
+                top.killTinyBorderPatches(8);
+                while (top.patchPairSolving(true))
+                    continue;
+                top.killTinyBorderPatches(8);
+                pCMesh->averageBundles();
+                pCMesh->treatDegenerateT();
+                top.oneCoordTriplePerCCD();
+                RMesh rMesh(pCMesh);
+                RTop(&rMesh).finalizeBase();
+                std::vector<Point3*> corners;
+                rMesh.getTriangleCorners(corners);
+                for (const Point3* const p : corners)
+                    expected.push_back({p->x(), p->y(), p->z()});
+                getThreadProgress()->reset();
+
+                std::srand(3);
+                corners.clear();
+                const MeshPtr mesh = melt(soup, spacing, 20.0); // owns the corners
+                mesh->getTriangles(corners);
+                for (const Point3* const p : corners)
+                    molten.push_back({p->x(), p->y(), p->z()});
+            });
+        EXPECT_EQ(molten, expected);
+        numTold += molten.size();
+    }
+    EXPECT_GT(numTold, 1000u);
 }
 
 TEST(Melt, TornSoupsEndInAResult)
