@@ -1,4 +1,5 @@
-// From triangles to clouds and meshes: a rippled sphere of 320,000 triangles, cells of a size that gives about 10^6.
+// From triangles to clouds and meshes: a rippled sphere of 640,000 triangles about the size of cells, which is
+// the hard case: nearly every cell lies on an edge.
 #include "zav_api.h"
 
 #include <benchmark/benchmark.h>
