@@ -40,21 +40,27 @@ MeshPtr Hal::reconstruct()
     progress->incProgressByOne();
     progress->setDone(true);
 
+    MeshPtr pMesh = meshCells(vFillCCD, &Top::finalizeReconstructedMesh);
+    pMesh->getRMesh()->smoothZeros(5);
+    pMesh->colorizeFilledHoles();
+    edgeFlips(pMesh);
+    edgeFlips(pMesh); // the edges that the first call made
+    return pMesh;
+}
+
+/// Extraction, repair and refined mesh of the cells that are mapped.
+MeshPtr Hal::meshCells(std::vector<CCD>& vFillCCD, void (Top::*finalize)(Voro*))
+{
     Voro voro(pCalc, mCCD2Bundle, vFillCCD, TM_FAT);
     voro.fatExtractTriangles();
     pCMesh = voro.releaseCMesh();
     Top top(pCMesh, pCalc);
-    top.finalizeReconstructedMesh(&voro);
+    (top.*finalize)(&voro);
 
     auto pRMesh = std::make_unique<RMesh>(pCMesh);
-    RTop rtop(pRMesh.get());
-    rtop.finalizeBase();
-    pRMesh->smoothZeros(5);
-    pRMesh->colorizeFilledHoles();
+    RTop(pRMesh.get()).finalizeBase();
     MeshPtr pMesh = std::make_shared<Mesh>(pRMesh.get());
     pRMesh.release();
-    edgeFlips(pMesh);
-    edgeFlips(pMesh); // the edges that the first call made
     return pMesh;
 }
 
@@ -83,17 +89,7 @@ MeshPtr Hal::oneMelt()
         return nullptr;
     }
     mapCCD();
-    Voro voro(pCalc, mCCD2Bundle, vFillCCD, TM_FAT);
-    voro.fatExtractTriangles();
-    pCMesh = voro.releaseCMesh();
-    Top top(pCMesh, pCalc);
-    top.finalizeOneMelted(&voro);
-
-    auto pRMesh = std::make_unique<RMesh>(pCMesh);
-    RTop(pRMesh.get()).finalizeBase();
-    MeshPtr pMesh = std::make_shared<Mesh>(pRMesh.get());
-    pRMesh.release();
-    return pMesh;
+    return meshCells(vFillCCD, &Top::finalizeOneMelted);
 }
 
 void Hal::mapCCD()

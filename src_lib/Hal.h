@@ -13,6 +13,8 @@ namespace MIRT_ZAV
 
 class CMesh;
 class CloudMgr;
+class Top;
+class Voro;
 
 /// Serves one flow, on the caller's thread.
 class Hal
@@ -36,6 +38,10 @@ public:
     /// Builds the map from cells to bundles.
     void mapCCD();
 
+private:
+    MeshPtr meshCells(std::vector<CCD>& vFillCCD, void (Top::*finalize)(Voro*));
+
+public:
     CloudMgr* pCloudMgr;                // the caller's
     Calc* pCalc = nullptr;              // the cloud's
     CMesh* pCMesh = nullptr;            // owned from the moment the extractor hands it over

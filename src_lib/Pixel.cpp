@@ -300,17 +300,14 @@ void Pixel::pixelTriangles(std::vector<Point3>& vOut, std::vector<std::pair<CCD,
     progress->setDone(true);
 
     // Cells were claimed as soon as their points were found, so that no cell comes twice.
-    const auto append = [&](const char* stage, size_t from, size_t to)
-    {
-        Progress* const appending = getThreadProgress()->getChildProgressSetTodo(stage, to - from);
-        vOut.insert(vOut.end(), vPixels.begin() + static_cast<std::ptrdiff_t>(from),
-                    vPixels.begin() + static_cast<std::ptrdiff_t>(to));
-        appending->incProgressBy(to - from);
-        appending->setDone(true);
-    };
-    vOut.reserve(vOut.size() + vPixels.size());
-    append("mandiffe", 0, numOnEdges);
-    append("mandiffa", numOnEdges, vPixels.size());
+    Progress* const forEdges = getThreadProgress()->getChildProgressSetTodo("mandiffe", numOnEdges);
+    const size_t numInFaces = vPixels.size() - numOnEdges;
+    if (vOut.empty()) // the usual case, without a second copy
+        vOut.swap(vPixels);
+    else
+        vOut.insert(vOut.end(), vPixels.begin(), vPixels.end());
+    forEdges->setDone(true);
+    getThreadProgress()->getChildProgressSetTodo("mandiffa", numInFaces)->setDone(true);
 }
 
 /// A triangle that touches more cells than an int counts can't become a cloud. The greatest cut through a cell has the
