@@ -148,35 +148,6 @@ TEST_F(RMeshCleanup, PatchesEndAtBordersAndNonManifoldEdgesAndAreWoundAlike)
     EXPECT_EQ(mesh->vPatches[0]->getTriangles().size(), 14u);
 }
 
-TEST_F(RMeshCleanup, DegenerateTrianglesCollapseOntoTheNearestShape)
-{
-    // The middle vertex of a grid stands there twice, with two triangles of no area between the copies.
-    Shape shape = makeGrid(3, 3, 0.0, random);
-    shape.points.push_back(shape.points[4]);
-    for (auto& t : shape.triangles)
-        if (std::count(t.begin(), t.end(), 8) != 0)
-            std::replace(t.begin(), t.end(), 4, 9);
-    shape.triangles.insert(shape.triangles.begin() + 3, {{4, 7, 9}, {9, 5, 4}});
-    RMeshPtr mesh = makeMesh(shape, v);
-    mesh->killDegenerate();
-    EXPECT_EQ(mesh->getNumT(), 8u);
-    std::vector<REdge*> border;
-    mesh->getDegN(1, border);
-    EXPECT_EQ(border.size(), 8u);
-    std::vector<Point3*> used;
-    mesh->getPoints(used);
-    EXPECT_EQ(used.size(), 9u);
-
-    // Only corner 0 is looked at: a needle whose corner 0 lies at its short side passes.
-    for (const int first : {0, 1})
-    {
-        const std::array<int, 3> needle = {first, first + 1, (first + 2) % 3};
-        mesh = makeMesh({{{0, 0, 0}, {1, 0, 0}, {1, 1e-6, 0}, {0.3, 5, 0}}, {needle, {0, 2, 3}}}, v);
-        mesh->killDegenerate();
-        EXPECT_EQ(mesh->getNumT(), first == 0 ? 1u : 2u);
-    }
-}
-
 TEST_F(RMeshCleanup, RandomSoupsCollapseAsOneTriangleAfterTheOtherWould)
 {
     for (int run = 0; run < 300; ++run)
