@@ -15,7 +15,7 @@
 namespace MIRT_ZAV
 {
 
-Top::Top(CMesh* pCMeshArg, Calc* pCalcArg) : pCMesh(pCMeshArg), pCalc(pCalcArg)
+Top::Top(CMesh* pCMeshArg, Calc* pCalcArg) : pCMesh(pCMeshArg), pCalc(pCalcArg), rotx(pCMeshArg, true)
 {
 }
 

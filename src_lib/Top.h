@@ -5,6 +5,7 @@
 #pragma once
 
 #include "CMesh.h"
+#include "Rotx.h"
 #include "Voro.h"
 
 #include <cstddef>
@@ -31,6 +32,7 @@ class Top
 public:
     CMesh* pCMesh; // not owned
     Calc* pCalc;   // not owned
+    Rotx rotx;     // the order of triangles around an edge, for those who need it: the repairs below don't
 
     Top(CMesh* pCMesh, Calc* pCalc);
 
