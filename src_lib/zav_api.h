@@ -5,6 +5,7 @@
 #include "Point3.h"
 #include "Progress.h"
 #include "Vector3.h"
+#include "generators.h"
 #include "meshOperations.h"
 #include "tools.h"
 #include "zav_api_functions.h"
