@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstddef>
 #include <ostream>
+#include <string_view>
 #include <vector>
 
 namespace MIRT_ZAV
@@ -25,6 +26,7 @@ public:
         return block.data() + used - n;
     }
     void put(char c) { *take(1) = c; }
+    void put(std::string_view text) { text.copy(take(text.size()), text.size()); }
     void putNumber(double value);
     void putNumber(long long value);
     void flush();

@@ -1,7 +1,9 @@
 #include "Mesh.h"
 
 #include "RMesh.h"
+#include "Visualizer3.h"
 #include "plyMesh.h"
+#include "stlMesh.h"
 #include "tools.h"
 
 #include <algorithm>
@@ -71,6 +73,21 @@ bool Mesh::writePly_BIN(const std::string& name) const
 bool Mesh::writePly_ASCII(const std::string& name) const
 {
     return PLY::writePly(pRMesh, name, false);
+}
+
+bool Mesh::writeStl_ASCII(const std::string& name) const
+{
+    return writeSTL(pRMesh, name);
+}
+
+bool Mesh::writeGeomview_ASCII(const std::string& name) const
+{
+    Visualizer3 visualizer(name, nullptr, true);
+    if (!visualizer.isValid())
+        return false;
+    pRMesh->show(&visualizer, pRMesh->hasColors() ? "" : Visualizer3::CGREEN, false, true);
+    visualizer.closeFile();
+    return visualizer.isValid();
 }
 
 void Mesh::printStatistics(const std::string& text) const

@@ -64,6 +64,12 @@ public:
     /// writePly_BIN: this one writes the binary form.
     bool writePly_ASCII(const std::string& name) const;
 
+    /// Writes a text STL file; false, with a message on standard output, if that fails.
+    bool writeStl_ASCII(const std::string& name) const;
+    /// Writes debug geometry: triangles in the colours of their vertices, or green if none has one, and the edges that
+    /// don't have two triangles. False, with a message on standard output, if that fails.
+    bool writeGeomview_ASCII(const std::string& name) const;
+
     /// Prints the text and the mesh's numbers of vertices, triangles and edges on standard output.
     void printStatistics(const std::string& text) const;
 

@@ -26,6 +26,7 @@ namespace MIRT_ZAV
 
 class CMesh;
 class RPatch;
+class Visualizer3;
 
 /// Hash of vertices and of pairs of them. Vertices of neighbouring cells have neighbouring addresses, and topology is
 /// worked on place by place: small groups of vertices share a neighbourhood of the table, the groups are scattered.
@@ -131,6 +132,9 @@ public:
     void getDegN(int n, std::vector<REdge*>& out) const;
     /// Numbers for humans, on standard output.
     void printStatistics(const std::string& text) const;
+    /// Writes the alive triangles as one object, then the edges that don't have two triangles, each degree in a colour.
+    /// \param color  of the triangles; empty: those of the vertices
+    void show(Visualizer3* pVisualizer, const std::string& color, bool bEdges, bool bBackfaces) const;
 
     /// Kills triangles that have the same three vertices as an earlier triangle of one of their edges, whatever their
     /// winding. Returns how often one was found; a triangle may be found at several of its edges.

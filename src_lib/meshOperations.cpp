@@ -2,7 +2,7 @@
 
 #include "Progress.h"
 #include "RMesh.h"
-#include "tools.h"
+#include "meshAccess.h"
 
 #include <vector>
 
@@ -31,12 +31,6 @@ public:
 private:
     bool bOwned;
 };
-
-RMesh* getRMesh(const MeshPtr& pMesh)
-{
-    ZAV_ASSERT(pMesh != nullptr && pMesh->getRMesh() != nullptr, "pMesh!=__null");
-    return pMesh->getRMesh();
-}
 
 std::vector<double> getTemperatures()
 {

@@ -3,7 +3,6 @@
 #include "BlockBuffer.h"
 #include "BlockWriter.h"
 #include "lineScan.h"
-#include "numberScan.h"
 #include "plyMesh.h"
 
 #include <algorithm>
@@ -11,7 +10,6 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <locale>
 
 namespace MIRT_ZAV
 {
@@ -21,39 +19,6 @@ constexpr std::int32_t fileType3D = 30;
 constexpr std::int32_t fileType2D = 20;
 constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 24; // points
 constexpr int digitsOfText = 18;
-
-/// Finds the point in a line of text.
-class LineParser
-{
-public:
-    LineParser() : stream(&buffer) { stream.imbue(std::locale::classic()); }
-
-    bool parse(const char* first, const char* last, double (&xyz)[3])
-    {
-        const char* p = first;
-        for (double& value : xyz)
-        {
-            p = skipBlanks(p, last);
-            if (p == last || !(isDigit(*p) || *p == '+' || *p == '-' || *p == '.'))
-                return false; // no number begins like this
-            p = scanNumber(p, last, value);
-            if (p == nullptr)
-                return parseByStream(first, last, xyz);
-        }
-        return true;
-    }
-
-private:
-    bool parseByStream(const char* first, const char* last, double (&xyz)[3])
-    {
-        buffer.set(first, last);
-        stream.clear();
-        return static_cast<bool>(stream >> xyz[0] >> xyz[1] >> xyz[2]);
-    }
-
-    LineBuffer buffer;
-    std::istream stream;
-};
 
 /// Room for n more points, also when many files are read into one vector.
 void reserveMore(std::vector<Point3>& vPoints, size_t n)
@@ -117,6 +82,23 @@ T readValue(std::istream& in)
     T value{};
     return in.read(reinterpret_cast<char*>(&value), sizeof(value)) ? value : T{};
 }
+/// Writes a file of points. \param write  fills it; whether all arrived is looked at here
+template <class Write>
+bool writeFile(const char* path, std::ios::openmode mode, const Write& write)
+{
+    std::ofstream file(path, std::ios::out | std::ios::trunc | mode);
+    if (file.is_open())
+    {
+        BlockWriter out(file, digitsOfText);
+        write(out);
+        out.flush();
+        file.close();
+        if (file.good())
+            return true;
+    }
+    std::cout << path << " can't be written" << std::endl;
+    return false;
+}
 } // namespace
 
 bool readPoints_ASCII(const char* path, std::vector<Point3>& vPoints)
@@ -128,7 +110,7 @@ bool readPoints_ASCII(const char* path, std::vector<Point3>& vPoints)
         return false;
     }
     BlockBuffer in(file);
-    LineParser parser;
+    PointParser parser;
     double xyz[3];
     while (!in.atEnd())
     {
@@ -171,45 +153,35 @@ bool readPoints_BIN(const char* path, std::vector<Point3>& vPoints)
 
 bool writePoints_ASCII(const char* path, const std::vector<Point3>& vPoints)
 {
-    std::ofstream file(path, std::ios::out | std::ios::trunc);
-    if (!file.is_open())
-    {
-        std::cout << path << " can't be written" << std::endl;
-        return false;
-    }
-    BlockWriter out(file, digitsOfText);
-    for (const Point3& point : vPoints)
-    {
-        out.putNumber(point.x());
-        out.put(' ');
-        out.putNumber(point.y());
-        out.put(' ');
-        out.putNumber(point.z());
-        out.put('\n');
-    }
-    out.flush();
-    return true;
+    return writeFile(path, {},
+                     [&vPoints](BlockWriter& out)
+                     {
+                         for (const Point3& point : vPoints)
+                         {
+                             out.putNumber(point.x());
+                             out.put(' ');
+                             out.putNumber(point.y());
+                             out.put(' ');
+                             out.putNumber(point.z());
+                             out.put('\n');
+                         }
+                     });
 }
 
 bool writePoints_BIN(const char* path, const std::vector<Point3>& vPoints)
 {
-    std::ofstream file(path, std::ios::out | std::ios::trunc | std::ios::binary);
-    if (!file.is_open())
-    {
-        std::cout << path << " can't be written" << std::endl;
-        return false;
-    }
-    BlockWriter out(file, digitsOfText);
-    const std::uint64_t numPoints = vPoints.size();
-    std::memcpy(out.take(sizeof(fileType3D)), &fileType3D, sizeof(fileType3D));
-    std::memcpy(out.take(sizeof(numPoints)), &numPoints, sizeof(numPoints));
-    for (const Point3& point : vPoints)
-    {
-        const double xyz[3] = {point.x(), point.y(), point.z()};
-        std::memcpy(out.take(sizeof(xyz)), xyz, sizeof(xyz));
-    }
-    out.flush();
-    return true;
+    return writeFile(path, std::ios::binary,
+                     [&vPoints](BlockWriter& out)
+                     {
+                         const std::uint64_t numPoints = vPoints.size();
+                         std::memcpy(out.take(sizeof(fileType3D)), &fileType3D, sizeof(fileType3D));
+                         std::memcpy(out.take(sizeof(numPoints)), &numPoints, sizeof(numPoints));
+                         for (const Point3& point : vPoints)
+                         {
+                             const double xyz[3] = {point.x(), point.y(), point.z()};
+                             std::memcpy(out.take(sizeof(xyz)), xyz, sizeof(xyz));
+                         }
+                     });
 }
 
 bool writePointsPly(const std::string& path, std::vector<Point3>& vPoints, bool bAscii)

@@ -29,8 +29,7 @@ ZAV_API bool readPoints_ASCII(const char* path, std::vector<Point3>& vPoints);
 ZAV_API bool readPoints_BIN(const char* path, std::vector<Point3>& vPoints);
 
 /// Writes x, y, z of each point in text, with 18 significant digits, which keeps every bit. Colours aren't written.
-/// \return whether the file could be opened; if not, a line on standard output says so. Whether the data arrived on the
-///         medium isn't checked.
+/// \return whether the file was written; if not, also on a full disk, a line on standard output says so
 ZAV_API bool writePoints_ASCII(const char* path, const std::vector<Point3>& vPoints);
 
 /// Writes the binary form, always of file type 30: 12 bytes and 24 for each point. Colours aren't written.

@@ -3,6 +3,7 @@
 #include "BlockBuffer.h"
 #include "lineScan.h"
 #include "numberScan.h"
+#include "tools.h"
 
 #include <fstream>
 #include <iostream>
@@ -79,6 +80,30 @@ bool readSTL_ASCII(const char* path, std::vector<Point3>& vPoints)
             bInLoop = false;
         else if (contains(line, "vertex"))
             vPoints.push_back(parser.parse(line));
+        in.advance(std::min(length + 1, in.available()));
+    }
+    return true;
+}
+
+bool readSTLTriCorners(const std::string& path, std::vector<Point3>& vPoints)
+{
+    std::ifstream file(path, std::ios::in | std::ios::binary);
+    if (!file.is_open())
+    {
+        errorMsg("readTriCorners", "Failed to open " + path);
+        return false;
+    }
+    constexpr std::string_view word = "vertex";
+    BlockBuffer in(file);
+    PointParser parser;
+    double xyz[3];
+    while (!in.atEnd())
+    {
+        const size_t length = findLine(in);
+        const std::string_view line(in.begin(), length);
+        const size_t at = line.find(word);
+        if (at != std::string_view::npos && parser.parse(line.data() + at + word.size(), line.data() + length, xyz))
+            vPoints.emplace_back(xyz[0], xyz[1], xyz[2]);
         in.advance(std::min(length + 1, in.available()));
     }
     return true;

@@ -4,6 +4,7 @@
 #include "Point3.h"
 #include "zav_export.h"
 
+#include <string>
 #include <vector>
 
 namespace MIRT_ZAV
@@ -17,5 +18,10 @@ namespace MIRT_ZAV
 /// \return whether the file could be opened; if not, a line on standard output says so. Deliberately also true for a binary
 ///         STL file, which gives no corners.
 ZAV_API bool readSTL_ASCII(const char* path, std::vector<Point3>& vPoints);
+
+/// Reads the corners by a simpler rule: every line with "vertex", wherever it stands, is a corner if three numbers
+/// follow that word. \param vPoints  the corners are appended, without colours
+/// \return whether the file could be opened; if not, an error message says so
+ZAV_API bool readSTLTriCorners(const std::string& path, std::vector<Point3>& vPoints);
 
 } // namespace MIRT_ZAV

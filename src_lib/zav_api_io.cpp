@@ -1,5 +1,12 @@
 #include "zav_api_io.h"
 
+#include "BlockWriter.h"
+#include "RMesh.h"
+#include "Visualizer3.h"
+#include "meshAccess.h"
+#include "tools.h"
+
+#include <fstream>
 #include <initializer_list>
 #include <iostream>
 
@@ -30,6 +37,61 @@ constexpr Extension extensions[] = {
     {".asc", TEXT_POINTS},   {".ASC", TEXT_POINTS},   {".Asc", TEXT_POINTS}, {".bin", BINARY_POINTS},
     {".BIN", BINARY_POINTS}, {".Bin", BINARY_POINTS},
 };
+
+bool writePointsList(const std::string& path, const std::vector<Point3>& vPoints)
+{
+    constexpr int size = 10;
+    Visualizer3 visualizer(path, nullptr, true);
+    if (!visualizer.isValid())
+        return false;
+    visualizer.writePoints(vPoints, size, Visualizer3::CRED);
+    visualizer.closeFile();
+    return visualizer.isValid();
+}
+
+bool writeMeshByType(const std::string& path, const Mesh& mesh, bool bBinary)
+{
+    switch (getFileType(path))
+    {
+    case STL:
+        return mesh.writeStl_ASCII(path);
+    case PLY_FILE: // the names of the two writers are crossed
+        return bBinary ? mesh.writePly_ASCII(path) : mesh.writePly_BIN(path);
+    case DEBUG_GEOMETRY:
+        return mesh.writeGeomview_ASCII(path);
+    default:
+        std::cerr << "Filename [" << path << "] is not valid, using [zav_output.ply] instead" << std::endl;
+        return mesh.writePly_BIN(path); // text, and under the path given, deliberately
+    }
+}
+
+/// One line for each vertex, then one for each triangle, whose indices count from 1.
+void putObj(const Mesh& mesh, BlockWriter& out)
+{
+    std::vector<Point3*> points;
+    std::vector<int> indices;
+    mesh.getVertexIndexData(points, indices);
+    for (const Point3* const p : points)
+    {
+        out.put('v');
+        for (const double coordinate : {p->x(), p->y(), p->z()})
+        {
+            out.put(' ');
+            out.putNumber(coordinate);
+        }
+        out.put('\n');
+    }
+    for (size_t i = 0; i < indices.size(); i += 3)
+    {
+        out.put('f');
+        for (size_t k = 0; k < 3; ++k)
+        {
+            out.put(' ');
+            out.putNumber(indices[i + k] + 1LL);
+        }
+        out.put('\n');
+    }
+}
 } // namespace
 
 int getFileType(const std::string& path)
@@ -71,11 +133,54 @@ bool writePoints_auto(const std::string& path, std::vector<Point3>& vPoints, boo
         return writePoints_ASCII(path.c_str(), vPoints);
     case BINARY_POINTS:
         return writePoints_BIN(path.c_str(), vPoints);
+    case DEBUG_GEOMETRY:
+        return writePointsList(path, vPoints);
     default:
         std::cerr << "Filename [" << path << "] is not valid, using [zav_output_bin.ply] instead" << std::endl;
         writePointsPly(path, vPoints, bAscii); // under the path given, deliberately
         return false;
     }
+}
+
+bool writeMesh_auto(const std::string& path, MeshPtr pMesh, bool bBinary)
+{
+    try
+    {
+        getRMesh(pMesh); // must be there
+        return writeMeshByType(path, *pMesh, bBinary);
+    }
+    catch (const std::exception&)
+    {
+        errorMsg(ZAV_LOCATION, "writing " + path + " failed");
+        return false;
+    }
+}
+
+void toObj(MeshPtr pMesh, const std::string& path)
+{
+    getRMesh(pMesh);
+    std::ofstream file(path, std::ios::out | std::ios::trunc);
+    if (file.is_open())
+    {
+        std::cout << "Writing " << path << std::endl;
+        BlockWriter out(file, static_cast<int>(file.precision()));
+        putObj(*pMesh, out);
+        out.flush();
+        file.close();
+        if (file.good())
+            return;
+    }
+    std::cerr << "Can't write " << path << std::endl;
+}
+
+void findHoles(MeshPtr pMesh)
+{
+    std::vector<REdge*> vBorder;
+    getRMesh(pMesh)->getDegN(1, vBorder);
+    Visualizer3 visualizer("holes.list", nullptr, false); // not authorised, deliberately: this ends in a bug
+    constexpr int width = 3;
+    pMesh->getRMesh()->show(&visualizer, Visualizer3::CWHITE, true, true);
+    visualizer.writeSegments(vBorder, width, Visualizer3::CRED);
 }
 
 } // namespace MIRT_ZAV

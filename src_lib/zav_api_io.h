@@ -1,6 +1,8 @@
-// Public functions that pick the format of a file from its name.
+// Public functions for files of points and meshes: those that pick the format from the name, and formats that are only
+// written.
 #pragma once
 
+#include "Mesh.h"
 #include "Point3.h"
 #include "pointFiles.h"
 #include "stlFiles.h"
@@ -23,12 +25,26 @@ ZAV_API int getFileType(const std::string& path);
 /// name of another format \throws std::out_of_range  for a name of fewer than 4 characters
 ZAV_API bool readPoints_auto(std::string& path, std::vector<Point3>& vPoints);
 
-/// Writes points as PLY (writePointsPly), text (writePoints_ASCII) or binary file (writePoints_BIN).
+/// Writes points as PLY (writePointsPly), text (writePoints_ASCII), binary file (writePoints_BIN) or debug geometry.
 /// \param bAscii  the form of a PLY file; the other formats have only one
-/// \return whether the file was written. A name of another format gives a line on standard error and, deliberately, a
-/// PLY
+/// \return whether the file was written. A name of another format gives a line on standard error and, deliberately, a PLY
 ///         file under the name that was given, not under the one in the message; the result is false then.
 /// \throws std::out_of_range  for a name of fewer than 4 characters
 ZAV_API bool writePoints_auto(const std::string& path, std::vector<Point3>& vPoints, bool bAscii);
+
+/// Writes a mesh as STL (Mesh::writeStl_ASCII), PLY or debug geometry (Mesh::writeGeomview_ASCII).
+/// \param bBinary  the form of a PLY file; the other formats have only text
+/// \return whether the file was written; if not, a message says so. A name of another format gives a line on standard
+///         error and, deliberately, a PLY file in text under the name that was given, not under the one in the message.
+/// No exception leaves the function.
+ZAV_API bool writeMesh_auto(const std::string& path, MeshPtr pMesh, bool bBinary);
+
+/// Writes a mesh as OBJ file: vertices with 6 significant digits, triangles with indices from 1, no colours. A failure
+/// is told on standard error.
+ZAV_API void toObj(MeshPtr pMesh, const std::string& path);
+
+/// A debugging aid that is switched off: it would write the mesh and its border edges to "holes.list", but,
+/// deliberately, always ends in ZavBugException before. 'zav info' lists the borders of a mesh file.
+ZAV_API void findHoles(MeshPtr pMesh);
 
 } // namespace MIRT_ZAV

@@ -146,11 +146,11 @@ TEST_F(Formats, AutoPicksReaderAndWriter)
     std::string stl = path("a.stl");
     EXPECT_FALSE(readPoints_auto(stl, points));
     // The data go to the name that was given, not to the one in the message.
-    EXPECT_FALSE(writePoints_auto(path("a.list"), points, true));
+    EXPECT_FALSE(writePoints_auto(path("a.dat"), points, true));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "Filename extension of [" + path("a.stl") + "] is not valid, expected *.ply, *.xyz or *.bin\n" +
-                  "Filename [" + path("a.list") + "] is not valid, using [zav_output_bin.ply] instead\n");
-    EXPECT_EQ(get(path("a.list")).substr(0, 21), "ply\nformat ascii 1.0\n");
+                  "Filename [" + path("a.dat") + "] is not valid, using [zav_output_bin.ply] instead\n");
+    EXPECT_EQ(get(path("a.dat")).substr(0, 21), "ply\nformat ascii 1.0\n");
 }
 
 TEST_F(Formats, BinaryPointsByteForByte)
