@@ -19,6 +19,7 @@ Command addCloud(CLI::App& app);
 Command addMelt(CLI::App& app);
 Command addSpacing(CLI::App& app);
 Command addGenerate(CLI::App& app);
+Command addConvert(CLI::App& app);
 Command addInfo(CLI::App& app);
 
 /// Accepts finite numbers above 0.

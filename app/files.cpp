@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -75,6 +76,92 @@ bool endsSolid(const std::string& path)
     return end.find("endsolid") != std::string::npos || end.find("ENDSOLID") != std::string::npos;
 }
 
+/// A PLY file of points with more than the library writes for them: colours, and all digits.
+class PlyPoints
+{
+public:
+    PlyPoints(const std::vector<MIRT_ZAV::Point3>& pointsArg, Coordinates coordinates, bool bAsciiArg)
+        : points(pointsArg), bAscii(bAsciiArg),
+          bFloats(coordinates == Coordinates::asFloats || std::all_of(points.begin(), points.end(), isOfFloats))
+    {
+        if (std::any_of(points.begin(), points.end(), [](const auto& p) { return p.hasColor(); }))
+            numChannels = 3;
+        if (coordinates == Coordinates::exact &&
+            std::any_of(points.begin(), points.end(), [](const auto& p) { return p.hasColor() && p.a != 0; }))
+            numChannels = 4;
+    }
+
+    bool write(const std::string& path) const
+    {
+        std::ofstream out(path, std::ios::binary);
+        writeHeader(out);
+        std::string rows;
+        for (size_t i = 0; i < points.size(); ++i)
+        {
+            if (bAscii)
+                addTextRow(points[i], rows);
+            else
+                addRow(points[i], rows);
+            if (rows.size() > 100000 || i + 1 == points.size())
+            {
+                out << rows;
+                rows.clear();
+            }
+        }
+        return static_cast<bool>(out.flush());
+    }
+
+private:
+    static bool isOfFloats(const MIRT_ZAV::Point3& p)
+    {
+        return static_cast<float>(p.x()) == p.x() && static_cast<float>(p.y()) == p.y() &&
+               static_cast<float>(p.z()) == p.z();
+    }
+
+    void writeHeader(std::ostream& out) const
+    {
+        out << "ply\nformat " << (bAscii ? "ascii" : "binary_little_endian") << " 1.0\nelement vertex " << points.size()
+            << '\n';
+        for (const char axis : {'x', 'y', 'z'})
+            out << "property " << (bFloats ? "float " : "double ") << axis << '\n';
+        constexpr const char* channels[] = {"red", "green", "blue", "alpha"};
+        for (size_t i = 0; i < numChannels; ++i)
+            out << "property uchar " << channels[i] << '\n';
+        out << "end_header\n";
+    }
+
+    void addRow(const MIRT_ZAV::Point3& p, std::string& rows) const
+    {
+        for (const double coordinate : {p.x(), p.y(), p.z()})
+            if (const float rounded = static_cast<float>(coordinate); bFloats)
+                rows.append(reinterpret_cast<const char*>(&rounded), sizeof(rounded));
+            else
+                rows.append(reinterpret_cast<const char*>(&coordinate), sizeof(coordinate));
+        const unsigned char channels[] = {p.r, p.g, p.b, p.a};
+        rows.append(reinterpret_cast<const char*>(channels), numChannels);
+    }
+
+    void addTextRow(const MIRT_ZAV::Point3& p, std::string& rows) const
+    {
+        char text[40]; // the shortest that reads back as the same number
+        for (const double coordinate : {p.x(), p.y(), p.z()})
+        {
+            char* const end = bFloats ? std::to_chars(text, text + sizeof(text), static_cast<float>(coordinate)).ptr
+                                      : std::to_chars(text, text + sizeof(text), coordinate).ptr;
+            rows.append(text, end) += ' ';
+        }
+        const unsigned char channels[] = {p.r, p.g, p.b, p.a};
+        for (size_t i = 0; i < numChannels; ++i)
+            (rows += std::to_string(channels[i])) += ' ';
+        rows.back() = '\n';
+    }
+
+    const std::vector<MIRT_ZAV::Point3>& points;
+    const bool bAscii;
+    const bool bFloats;
+    size_t numChannels = 0; // of the colours
+};
+
 /// The library trusts the number of points in the header.
 void checkBinaryPoints(const std::string& path)
 {
@@ -93,6 +180,9 @@ void checkBinaryPoints(const std::string& path)
 
 FileType getType(const std::string& path)
 {
+    for (const std::string ending : {".obj", ".OBJ", ".Obj"}) // only written, by a function of its own
+        if (path.size() >= ending.size() && path.compare(path.size() - ending.size(), ending.size(), ending) == 0)
+            return FileType::obj;
     // The library wants at least the four characters of an extension.
     switch (path.size() < 4 ? -1 : MIRT_ZAV::getFileType(path))
     {
@@ -104,9 +194,28 @@ FileType getType(const std::string& path)
         return FileType::text;
     case 3:
         return FileType::binary;
+    case 4:
+        return FileType::list;
     default:
         return FileType::other;
     }
+}
+
+void checkPointOutput(const std::string& path, bool bAscii)
+{
+    const FileType type = getType(path);
+    if (type == FileType::other || type == FileType::stl || type == FileType::obj)
+        throw WrongUsage(
+            "points are written as .ply, .xyz, .txt, .asc, .bin or .list; give an output name that ends so");
+    if (bAscii && type == FileType::binary)
+        throw WrongUsage("a .bin file has no text form; leave out --ascii or write .xyz");
+}
+
+void checkMeshOutput(const std::string& path)
+{
+    const FileType type = getType(path);
+    if (type == FileType::other || type == FileType::text || type == FileType::binary)
+        throw WrongUsage("meshes are written as .ply, .stl, .obj or .list; give an output name that ends so");
 }
 
 PlySummary readPlySummary(const std::string& path)
@@ -183,6 +292,8 @@ Cloud readCloud(const std::string& path, bool bQuiet)
         openInput(path);
         break;
     case FileType::stl:
+    case FileType::list:
+    case FileType::obj:
     case FileType::other:
         throw WrongUsage(path +
                          " doesn't look like a point file; give one that ends in .ply, .xyz, .txt, .asc or .bin");
@@ -282,12 +393,23 @@ void SafeOutput::writeBy(const std::function<bool(const std::string& path)>& wri
 {
     std::error_code problem;
     const bool bWritten = write(temporary);
-    // A full disk doesn't show in the result of every writer, but in the file's size.
-    if (!bWritten || (getType(path) == FileType::ply && !readPlySummary(temporary).bComplete))
+    if (!bWritten)
         throw Failure(path + " couldn't be written completely; check the space on the disk");
     fs::rename(temporary, path, problem);
     if (problem)
         throw Failure(path + " couldn't be replaced (" + problem.message() + "); choose another place");
+}
+
+void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coordinates coordinates, bool bAscii,
+                 bool bQuiet)
+{
+    const auto write = [&](const std::string& path)
+    {
+        if (getType(path) == FileType::ply)
+            return PlyPoints(points, coordinates, bAscii).write(path);
+        return MIRT_ZAV::writePoints_auto(path, points, bAscii);
+    };
+    callLibrary(bQuiet, "check the space on the disk", [&] { output.writeBy(write); });
 }
 
 void refuseSameFile(const std::string& input, const std::string& output)

@@ -17,11 +17,19 @@ enum class FileType
     ply,
     text,
     binary,
+    list,
+    obj,
     other
 };
 
 /// By the name's extension, as the library sees it.
 FileType getType(const std::string& path);
+
+/// \throws WrongUsage  when the name isn't one of a point file, or one of a binary file that is to be text
+void checkPointOutput(const std::string& path, bool bAscii);
+
+/// \throws WrongUsage  when the name isn't one of a mesh file
+void checkMeshOutput(const std::string& path);
 
 /// What the header of a PLY file says, as far as the tool needs it.
 struct PlySummary
@@ -80,6 +88,19 @@ private:
     std::string path;      // where the file goes, links resolved
     std::string temporary; // beside it
 };
+
+/// How a PLY file holds coordinates.
+enum class Coordinates
+{
+    asFloats,
+    exact // as floats where that keeps every bit of all of them, else as doubles
+};
+
+/// Writes points in the format of the output's name. PLY files get the points' colours if there are any.
+/// \param bAscii  the text form of a PLY file
+/// \throws Failure
+void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coordinates coordinates, bool bAscii,
+                 bool bQuiet);
 
 /// \throws WrongUsage  when both names mean the same file
 void refuseSameFile(const std::string& input, const std::string& output);

@@ -7,8 +7,6 @@
 #include <zav_api.h>
 
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <memory>
 
 namespace zavtool
@@ -23,52 +21,12 @@ struct GenerateOptions
     bool bQuiet = false;
 };
 
-/// Unlike the library's writer for points, with colours.
-bool writeColoredPly(const std::string& path, const std::vector<MIRT_ZAV::Point3>& points, bool bAscii)
-{
-    std::ofstream out(path, std::ios::binary);
-    out << "ply\nformat " << (bAscii ? "ascii" : "binary_little_endian") << " 1.0\nelement vertex " << points.size()
-        << "\nproperty float x\nproperty float y\nproperty float z\n"
-           "property uchar red\nproperty uchar green\nproperty uchar blue\nend_header\n";
-    for (const MIRT_ZAV::Point3& p : points)
-    {
-        const float xyz[3] = {static_cast<float>(p.x()), static_cast<float>(p.y()), static_cast<float>(p.z())};
-        char row[100];
-        int length = 15;
-        if (bAscii)
-            length = std::snprintf(row, sizeof(row), "%.9g %.9g %.9g %d %d %d\n", static_cast<double>(xyz[0]),
-                                   static_cast<double>(xyz[1]), static_cast<double>(xyz[2]), p.r, p.g, p.b);
-        else
-        {
-            const unsigned char rgb[3] = {p.r, p.g, p.b};
-            std::memcpy(row, xyz, sizeof(xyz));
-            std::memcpy(row + sizeof(xyz), rgb, sizeof(rgb));
-        }
-        out.write(row, length);
-    }
-    return static_cast<bool>(out.flush());
-}
-
 void runGenerate(const GenerateOptions& options)
 {
-    const FileType type = getType(options.output);
-    if (type == FileType::other || type == FileType::stl)
-        throw WrongUsage("points are written as .ply, .xyz, .txt, .asc or .bin; give an output name that ends so");
-    if (options.bAscii && type == FileType::binary)
-        throw WrongUsage("a .bin file has no text form; leave out --ascii or write .xyz");
+    checkPointOutput(options.output, options.bAscii);
     SafeOutput output(options.output);
     std::vector<MIRT_ZAV::Point3> points = scan(options.scan);
-    callLibrary(options.bQuiet, "check the space on the disk",
-                [&]
-                {
-                    output.writeBy(
-                        [&](const std::string& path)
-                        {
-                            if (type == FileType::ply)
-                                return writeColoredPly(path, points, options.bAscii);
-                            return MIRT_ZAV::writePoints_auto(path, points, options.bAscii);
-                        });
-                });
+    writePoints(output, points, Coordinates::asFloats, options.bAscii, options.bQuiet);
     if (!options.bQuiet)
         std::printf("%s: %zu points\n", options.output.c_str(), points.size());
 }
@@ -83,7 +41,7 @@ Command addGenerate(CLI::App& app)
     command->add_option("SHAPE", scanned.shape, "What is scanned; each fits into the cube from -1 to 1")
         ->required()
         ->check(CLI::IsMember({"sphere", "torus", "box", "wave"}));
-    command->add_option("OUT", options->output, "File to write (.ply with colours; .xyz .txt .asc .bin without)")
+    command->add_option("OUT", options->output, "File to write (.ply with colours; .xyz .txt .asc .bin .list without)")
         ->required();
     command->add_option("--points", scanned.numPoints, "Number of points")
         ->check(CLI::Range(100, 200000000))

@@ -20,10 +20,11 @@ const char* const manual = R"(Examples:
   zav cloud part.stl part.xyz --spacing 0.1         an even cloud from triangles
   zav spacing scan.ply                              the spacing the first line would use
   zav generate torus torus.ply --points 200000      points to play with
+  zav convert scan.ply scan.xyz                     the same points in another format
   zav info mesh.ply                                 what is in a file
 
-Point files: .ply (text or binary), .xyz .txt .asc (text, "x y z" per line), .bin.
-Triangle files: .stl (text), .ply.
+Point files: .ply (text or binary), .xyz .txt .asc (text, "x y z" per line), .bin; written only: .list.
+Triangle files: .stl (text), .ply. Mesh files, written: .ply .stl .obj .list.
 Exit codes: 0 done, 1 the run failed, 2 wrong usage. 'zav COMMAND --help' tells more about a command.)";
 
 std::string getVersionText()
@@ -54,8 +55,8 @@ int run(int argc, char** argv)
     app.footer(manual);
     app.set_version_flag("--version", getVersionText(), "Print the version");
     app.require_subcommand(1);
-    const Command commands[] = {addReconstruct(app), addMelt(app),     addCloud(app),
-                                addSpacing(app),     addGenerate(app), addInfo(app)};
+    const Command commands[] = {addReconstruct(app), addMelt(app),    addCloud(app), addSpacing(app),
+                                addGenerate(app),    addConvert(app), addInfo(app)};
 
     try
     {

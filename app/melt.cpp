@@ -50,9 +50,7 @@ Triangles read(const MeltOptions& options, Timings& timings)
 
 void runCloud(const MeltOptions& options)
 {
-    const FileType type = getType(options.output);
-    if (type == FileType::other || type == FileType::stl)
-        throw WrongUsage("points are written as .ply, .xyz, .txt, .asc or .bin; give an output name that ends so");
+    checkPointOutput(options.output, options.run.bAscii);
     refuseSameFile(options.input, options.output);
     SafeOutput output(options.output);
     MIRT_ZAV::setGlobalNumCPU(options.run.numThreads);
@@ -69,12 +67,7 @@ void runCloud(const MeltOptions& options)
     if (points.empty())
         throw Failure("no points came out of " + options.input + "; its triangles have no area");
     const Stopwatch writing;
-    callLibrary(options.run.bQuiet, "check the space on the disk",
-                [&]
-                {
-                    output.writeBy([&](const std::string& path)
-                                   { return MIRT_ZAV::writePoints_auto(path, points, options.run.bAscii); });
-                });
+    writePoints(output, points, Coordinates::asFloats, options.run.bAscii, options.run.bQuiet);
     timings.setWriting(writing);
     if (options.run.bTimings)
         timings.print();
@@ -115,7 +108,7 @@ Command addCloud(CLI::App& app)
     CLI::App* command = app.add_subcommand("cloud", "Turn a file of triangles into an even point file");
     auto options = std::make_shared<MeltOptions>();
     addCommonOptions(*command, *options);
-    command->add_option("OUT", options->output, "Point file to write (.ply .xyz .txt .asc .bin)")->required();
+    command->add_option("OUT", options->output, "Point file to write (.ply .xyz .txt .asc .bin .list)")->required();
     addRunOptions(*command, options->run);
     command->footer(
         R"(One point for every cell of the lattice that a triangle touches. Points on corners, on edges that fold and on
@@ -131,7 +124,9 @@ Command addMelt(CLI::App& app)
     CLI::App* command = app.add_subcommand("melt", "Mesh a file of triangles anew, into one clean surface");
     auto options = std::make_shared<MeltOptions>();
     addCommonOptions(*command, *options);
-    command->add_option("OUT", options->output, "Mesh file to write (.ply); replaced only by a complete mesh")
+    command
+        ->add_option("OUT", options->output,
+                     "Mesh file to write (.ply .stl .obj .list); replaced only by a complete mesh")
         ->required();
     addReduceOption(*command, options->reduction);
     addRunOptions(*command, options->run);

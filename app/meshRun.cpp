@@ -4,7 +4,10 @@
 #include "commands.h"
 #include "console.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 
 namespace zavtool
 {
@@ -16,6 +19,23 @@ void printTiming(int depth, const std::string& label, double seconds, long peakM
     if (peakMemoryKB > 0)
         std::fprintf(stderr, " %9.1f MB", static_cast<double>(peakMemoryKB) / 1024.0);
     std::fputc('\n', stderr);
+}
+
+/// OBJ files are written by a function that doesn't tell whether it could: a line for each vertex and triangle must be
+/// there.
+bool writeObj(const MIRT_ZAV::MeshPtr& mesh, const std::string& path)
+{
+    MIRT_ZAV::toObj(mesh, path);
+    std::vector<MIRT_ZAV::Point3*> vertices;
+    mesh->getPoints(vertices);
+    std::ifstream in(path);
+    const auto numLines = std::count(std::istreambuf_iterator<char>(in), {}, '\n');
+    return static_cast<size_t>(numLines) == vertices.size() + mesh->getNumT();
+}
+
+bool writeMeshFile(const MIRT_ZAV::MeshPtr& mesh, const std::string& path, bool bAscii)
+{
+    return getType(path) == FileType::obj ? writeObj(mesh, path) : MIRT_ZAV::writeMesh_auto(path, mesh, !bAscii);
 }
 
 ProgressBar& getBar()
@@ -82,23 +102,13 @@ ShowProgress::~ShowProgress()
     getBar().finish();
 }
 
-void checkMeshOutput(const std::string& path)
-{
-    if (getType(path) != FileType::ply)
-        throw WrongUsage("meshes are written as PLY; give an output name that ends in .ply");
-}
-
 void writeMesh(const MIRT_ZAV::MeshPtr& mesh, SafeOutput& output, const std::string& path, const std::string& madeFrom,
                const RunOptions& options, Timings& timings)
 {
     const Stopwatch writing;
-    callLibrary(options.bQuiet, "check the space on the disk",
-                [&]
-                {
-                    // Crossed in the library: writePly_ASCII writes the binary form, writePly_BIN the text form.
-                    output.writeBy([&](const std::string& name)
-                                   { return options.bAscii ? mesh->writePly_BIN(name) : mesh->writePly_ASCII(name); });
-                });
+    callLibrary(
+        options.bQuiet, "check the space on the disk",
+        [&] { output.writeBy([&](const std::string& name) { return writeMeshFile(mesh, name, options.bAscii); }); });
     timings.setWriting(writing);
     if (options.bTimings)
         timings.print();

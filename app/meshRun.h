@@ -67,8 +67,6 @@ void addReduceOption(CLI::App& command, std::vector<double>& bounds);
 /// Thins the mesh if asked for; to be called where the library's output is caught.
 void reduceMesh(const MIRT_ZAV::MeshPtr& mesh, const std::vector<double>& bounds, Timings& timings);
 
-/// \throws WrongUsage  when the name isn't one of a mesh file
-void checkMeshOutput(const std::string& path);
 /// Writes the mesh, prints the times if asked for, and tells what was written.
 /// \param madeFrom  e.g. "100 points"
 void writeMesh(const MIRT_ZAV::MeshPtr& mesh, SafeOutput& output, const std::string& path, const std::string& madeFrom,

@@ -1,6 +1,8 @@
 // Everything rests on sorting: corners by coordinates make the vertices, pairs of vertices make the edges.
 #include "meshStatistics.h"
 
+#include "borderLoops.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -95,7 +97,9 @@ struct Edge
     bool bUpwards;          // that one is the smaller number
 };
 
-void countEdges(const std::vector<Point3>& corners, std::vector<Edge>& edges, MeshStatistics& result)
+/// \param borderEdges  the edges with one triangle are appended
+void countEdges(const std::vector<Point3>& corners, std::vector<Edge>& edges, MeshStatistics& result,
+                std::vector<std::pair<std::uint32_t, std::uint32_t>>& borderEdges)
 {
     std::sort(edges.begin(), edges.end(), [](const Edge& e, const Edge& f) { return e.vertices < f.vertices; });
     double sumOfLengths = 0.0;
@@ -107,11 +111,35 @@ void countEdges(const std::vector<Point3>& corners, std::vector<Edge>& edges, Me
         ++(degree == 1 ? result.numBorderEdges : degree == 2 ? result.numRegularEdges : result.numMultipleEdges);
         result.numTurnedEdges += degree == 2 && edges[begin].bUpwards == edges[begin + 1].bUpwards;
         ++result.numEdges;
+        if (degree == 1)
+            borderEdges.emplace_back(edges[begin].vertices >> 32, edges[begin].vertices & 0xffffffff);
         const size_t from = edges[begin].corner;
         const size_t to = from % 3 == 2 ? from - 2 : from + 1;
         sumOfLengths += (corners[to] - corners[from]).length();
     }
     result.meanEdgeLength = edges.empty() ? 0.0 : sumOfLengths / static_cast<double>(result.numEdges);
+}
+
+std::vector<BorderSize> measureBorders(const std::vector<Point3>& corners, const std::vector<std::uint32_t>& vertexOf,
+                                       const std::vector<std::pair<std::uint32_t, std::uint32_t>>& borderEdges)
+{
+    std::vector<Point3> places(borderEdges.empty() ? 0 : corners.size()); // of the vertices
+    for (size_t i = 0; i < places.size(); ++i)
+        places[vertexOf[i]] = corners[i];
+    std::vector<BorderSize> borders;
+    for (const BorderLoop& loop : findBorderLoops(borderEdges))
+    {
+        std::vector<Point3> points;
+        for (const std::uint32_t vertex : loop.vertices)
+            points.push_back(places[vertex]);
+        BorderSize border{loop.getNumEdges(), 0.0, getBoundingBox(points), loop.bClosed};
+        for (size_t i = 0; i < border.numEdges; ++i)
+            border.length += (points[(i + 1) % points.size()] - points[i]).length();
+        borders.push_back(border);
+    }
+    std::stable_sort(borders.begin(), borders.end(),
+                     [](const BorderSize& a, const BorderSize& b) { return a.length > b.length; });
+    return borders;
 }
 
 size_t countRepeated(std::vector<std::array<std::uint32_t, 3>>& triangles)
@@ -195,7 +223,9 @@ MeshStatistics getMeshStatistics(std::vector<Point3>& corners)
             ++result.numVertices;
             result.numComponents += components.find(vertex) == vertex;
         }
-    countEdges(corners, edges, result);
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> borderEdges;
+    countEdges(corners, edges, result, borderEdges);
+    result.borders = measureBorders(corners, vertexOf, borderEdges);
     describeAngles(angles, result);
     result.numRepeated = countRepeated(triangles);
     return result;

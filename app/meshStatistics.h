@@ -18,6 +18,15 @@ struct BoundingBox
 /// \param points  finite, at least one
 BoundingBox getBoundingBox(const std::vector<MIRT_ZAV::Point3>& points);
 
+/// A hole or the rim of an open piece, in input units.
+struct BorderSize
+{
+    size_t numEdges = 0;
+    double length = 0.0;
+    BoundingBox box;
+    bool bClosed = true; // false: it ends at edges with three and more triangles
+};
+
 /// Corners with equal coordinates count as one vertex. Edges, angles and components look at the proper triangles alone:
 /// finite ones with three different vertices.
 struct MeshStatistics
@@ -34,6 +43,7 @@ struct MeshStatistics
     size_t numRepeated = 0;      // triangles with the three vertices of another one
     size_t numComponents = 0;    // parts that share no vertex
     double meanEdgeLength = 0.0;
+    std::vector<BorderSize> borders; // by falling length
     // Of the smallest angle of each triangle, in degrees.
     double leastAngle = 0.0;
     double medianAngle = 0.0;

@@ -154,7 +154,9 @@ Command addReconstruct(CLI::App& app)
     CLI::App* command = app.add_subcommand("reconstruct", "Turn a point file into a mesh file");
     auto options = std::make_shared<ReconstructOptions>();
     command->add_option("IN", options->input, "Point file (.ply .xyz .txt .asc .bin)")->required();
-    command->add_option("OUT", options->output, "Mesh file to write (.ply); replaced only by a complete mesh")
+    command
+        ->add_option("OUT", options->output,
+                     "Mesh file to write (.ply .stl .obj .list); replaced only by a complete mesh")
         ->required();
     CLI::Option* factor =
         command

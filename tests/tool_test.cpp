@@ -44,7 +44,7 @@ protected:
     Outcome run(const std::string& arguments)
     {
         const std::string command =
-            "cd '" + directory.string() + "' && '" ZAV_TOOL "' " + arguments + " >stdout.txt 2>stderr.txt";
+            "cd '" + directory.string() + "' && " + limit + "'" ZAV_TOOL "' " + arguments + " >stdout.txt 2>stderr.txt";
         const int status = std::system(command.c_str());
         Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, read("stdout.txt"), read("stderr.txt")};
         fs::remove(directory / "stdout.txt");
@@ -79,6 +79,7 @@ protected:
     }
 
     fs::path directory;
+    std::string limit; // shell commands that limit what the tool may use
 };
 
 /// The words behind a label of "zav info".
@@ -116,13 +117,27 @@ TEST_F(Tool, helpEndsWith0AndWrongUsageWith2)
 
     write("in.xyz", squareOfPoints(5));
     fs::create_symlink("in.xyz", directory / "link.ply");
-    for (const char* arguments :
-         {"", "paint", "reconstruct in.xyz", "reconstruct in.xyz out.stl", "reconstruct in.xyz out",
-          "reconstruct in.xyz out.ply --factor 0", "reconstruct in.xyz out.ply --factor nan",
-          "reconstruct in.xyz out.ply --spacing -1", "reconstruct in.xyz out.ply --spacing inf",
-          "reconstruct in.xyz out.ply --factor 2 --spacing 2", "reconstruct in.xyz out.ply --threads x",
-          "reconstruct in.stl out.ply", "reconstruct in.xyz link.ply", "info x", "generate cube out.ply",
-          "generate box out.obj", "generate box out.bin --ascii", "generate box out.ply --points 0"})
+    for (const char* arguments : {"",
+                                  "paint",
+                                  "reconstruct in.xyz",
+                                  "reconstruct in.xyz out.xyz",
+                                  "reconstruct in.xyz out",
+                                  "reconstruct in.xyz out.ply --factor 0",
+                                  "reconstruct in.xyz out.ply --factor nan",
+                                  "reconstruct in.xyz out.ply --spacing -1",
+                                  "reconstruct in.xyz out.ply --spacing inf",
+                                  "reconstruct in.xyz out.ply --factor 2 --spacing 2",
+                                  "reconstruct in.xyz out.ply --threads x",
+                                  "reconstruct in.stl out.ply",
+                                  "reconstruct in.xyz link.ply",
+                                  "info x",
+                                  "generate cube out.ply",
+                                  "generate box out.obj",
+                                  "generate box out.bin --ascii",
+                                  "convert in.xyz out.stl",
+                                  "convert in.xyz in.xyz",
+                                  "convert in.stl out.ply",
+                                  "generate box out.ply --points 0"})
     {
         const Outcome outcome = run(arguments);
         EXPECT_EQ(outcome.exitCode, 2) << arguments;
@@ -221,6 +236,8 @@ TEST_F(Tool, infoCountsAMeshByHand)
         {"  wound against", "3"},
         {"repeated triangles", "1"},
         {"components", "2"},
+        {"border loops", "1"},
+        {"  open chain", "2 edges, length 2.23607, size 1 1 0, around 0.5 -0.5 0"}, // it ends at the fin's edge
         {"Euler characteristic", "4"},
         {"smallest angles", "least 36.87, median 45.00; 0.00 % below 5, 0.00 % below 10, 0.00 % below 30"},
         {"smallest coordinates", "0 -1 0"},
@@ -229,6 +246,84 @@ TEST_F(Tool, infoCountsAMeshByHand)
         EXPECT_EQ(valueOf(label, info), value) << label;
     const double lengths = 3.0 + 3.0 * std::sqrt(2.0) + 2.0 * std::sqrt(1.25) + 3.0 + 4.0 + 5.0;
     EXPECT_NEAR(std::stod(valueOf("mean edge length", info)), lengths / 11.0, 1e-8);
+}
+
+TEST_F(Tool, infoListsBorders)
+{
+    // A square of 4 x 4 cells with two holes that share a vertex, and a triangle at one of its corners.
+    std::string stl = "solid\n";
+    const auto add = [&stl](int x0, int y0, int x1, int y1, int x2, int y2)
+    {
+        std::ostringstream text;
+        text << "outer loop\nvertex " << x0 << ' ' << y0 << " 0\nvertex " << x1 << ' ' << y1 << " 0\nvertex " << x2
+             << ' ' << y2 << " 0\nendloop\n";
+        stl += text.str();
+    };
+    for (int x = 0; x < 4; ++x)
+        for (int y = 0; y < 4; ++y)
+            if ((x != 1 || y != 1) && (x != 2 || y != 2))
+            {
+                add(x, y, x + 1, y, x + 1, y + 1);
+                add(x, y, x + 1, y + 1, x, y + 1);
+            }
+    add(0, 0, -3, 0, 0, -4);
+    write("mesh.stl", stl + "endsolid\n");
+    const Outcome info = run("info mesh.stl --loops 3");
+    EXPECT_EQ(valueOf("border loops", info), "4") << info.err;
+    EXPECT_NE(info.out.find("loop                 16 edges, length 16, size 4 4 0, around 2 2 0\n"
+                            "  loop                 3 edges, length 12, size 3 4 0, around -1.5 -2 0\n"
+                            "  loop                 4 edges, length 4, size 1 1 0"),
+              std::string::npos)
+        << info.out;
+    EXPECT_EQ(valueOf("  shorter ones", info), "1");
+}
+
+TEST_F(Tool, convertsPointsWithoutLoss)
+{
+    // The first can't be held by floats; colours and their fourth byte go along between PLY files.
+    write("far.xyz", "4612345.678 0.1 1e-300\n1 2 3\n");
+    write("colors.ply",
+          "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\nproperty float y\nproperty float z\n"
+          "property uchar red\nproperty uchar green\nproperty uchar blue\nproperty uchar alpha\nend_header\n"
+          "0.1 2 1e+30 1 2 3 4\n5 6 7 8 9 10 11\n");
+    for (const char* ascii : {"", " --ascii"})
+    {
+        ASSERT_EQ(run(std::string("convert far.xyz far.ply") + ascii).exitCode, 0);
+        ASSERT_EQ(run("convert far.ply far.bin").exitCode + run("convert far.bin again.xyz").exitCode, 0);
+        std::istringstream numbers(read("again.xyz"));
+        for (const double expected : {4612345.678, 0.1, 1e-300, 1.0, 2.0, 3.0})
+        {
+            double number = 0.0;
+            EXPECT_TRUE(numbers >> number && number == expected) << number;
+        }
+        ASSERT_EQ(run(std::string("convert colors.ply binary.ply") + ascii).exitCode, 0);
+        ASSERT_EQ(run("convert binary.ply text.ply --ascii").exitCode, 0);
+        EXPECT_EQ(read("text.ply"), read("colors.ply"));
+    }
+    EXPECT_NE(run("convert colors.ply out.list").err.find("colours are left out"), std::string::npos);
+    EXPECT_EQ(read("out.list").find("LIST\n"), 0u);
+}
+
+TEST_F(Tool, writesMeshesInAllFormatsAndTellsFullDisks)
+{
+    write("in.xyz", squareOfPoints(30));
+    for (const std::string ending : {"ply", "stl", "obj", "list"})
+    {
+        ASSERT_EQ(run("reconstruct in.xyz mesh." + ending).exitCode, 0) << ending;
+        const std::string whole = read("mesh." + ending);
+        EXPECT_GT(whole.size(), 10000u);
+        // A limit for the size of files, in blocks of 512 bytes, stands in for a full disk.
+        limit = "trap '' XFSZ; ulimit -f 8; ";
+        const Outcome outcome = run("reconstruct in.xyz mesh." + ending);
+        limit.clear();
+        EXPECT_EQ(outcome.exitCode, 1) << ending;
+        EXPECT_NE(outcome.err.find("couldn't be written completely"), std::string::npos) << outcome.err;
+        EXPECT_EQ(read("mesh." + ending), whole) << ending;
+    }
+    EXPECT_EQ(countFiles(), 5u);
+    const Outcome stl = run("info mesh.stl"), ply = run("info mesh.ply");
+    for (const char* label : {"triangles", "vertices", "edges", "border loops"})
+        EXPECT_EQ(valueOf(label, stl), valueOf(label, ply)) << label;
 }
 
 TEST_F(Tool, pointsThatAreNotFiniteAreLeftOutAndCounted)

@@ -1,0 +1,26 @@
+// The borders of a mesh: each hole, and the rim of each open piece, as a loop of edges.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace zavtool
+{
+
+/// A walk along edges of one triangle. Closed, with no vertex twice, but for chains that end where more than two
+/// triangles meet at an edge.
+struct BorderLoop
+{
+    std::vector<std::uint32_t> vertices; // in the order of the walk; a closed loop's first one isn't repeated
+    bool bClosed = true;
+
+    size_t getNumEdges() const { return vertices.size() - (bClosed ? 0 : 1); }
+};
+
+/// Takes the border edges apart into loops; each edge is in one. Loops that share a vertex come out separately.
+/// \param edges  pairs of vertices, each pair once, without order
+std::vector<BorderLoop> findBorderLoops(const std::vector<std::pair<std::uint32_t, std::uint32_t>>& edges);
+
+} // namespace zavtool
