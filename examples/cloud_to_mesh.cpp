@@ -46,7 +46,7 @@ int main(int argc, char** argv)
 
     try
     {
-        // Cells at the detected point spacing; no holes are closed.
+        // Cells at the detected point spacing; gaps of up to about 20 cells are closed.
         const MIRT_ZAV::MeshPtr mesh = MIRT_ZAV::reconstruct_auto(points, 1.0, 10);
         if (!mesh)
             return 1;

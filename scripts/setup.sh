@@ -52,7 +52,7 @@ need_to_build() {
 
 need_to_test() {
     need_to_build
-    need gtest/gtest.h=libgtest-dev benchmark/benchmark.h=libbenchmark-dev pkg-config=pkg-config
+    need gtest/gtest.h=libgtest-dev benchmark/benchmark.h=libbenchmark-dev pkg-config=pkg-config python3=python3
 }
 
 configure_and_build() {
