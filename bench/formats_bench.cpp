@@ -67,6 +67,13 @@ bool read(const std::string& format, const std::string& path, Points& points)
     return readPly(path.c_str(), true, points);
 }
 
+/// Points and bytes of the file a second.
+void setProcessed(benchmark::State& state, const std::string& path)
+{
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    state.SetBytesProcessed(state.iterations() * std::int64_t(std::filesystem::file_size(path)));
+}
+
 void BM_Write(benchmark::State& state, const std::string& format)
 {
     const Place place;
@@ -77,7 +84,7 @@ void BM_Write(benchmark::State& state, const std::string& format)
         if (!write(format, place.path("a"), points))
             state.SkipWithError("not written");
     }
-    state.SetItemsProcessed(state.iterations() * state.range(0));
+    setProcessed(state, place.path("a"));
 }
 
 void BM_Read(benchmark::State& state, const std::string& format)
@@ -92,7 +99,7 @@ void BM_Read(benchmark::State& state, const std::string& format)
             state.SkipWithError("not read");
         benchmark::DoNotOptimize(result.data());
     }
-    state.SetItemsProcessed(state.iterations() * state.range(0));
+    setProcessed(state, place.path("a"));
 }
 
 /// As many faces as points, as in a mesh with colours: rows of 16 and of 13 bytes.
