@@ -3,10 +3,12 @@
 
 #include "RMesh.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <memory>
 #include <random>
+#include <set>
 #include <vector>
 
 namespace test
@@ -76,6 +78,21 @@ inline void turnSomeTriangles(Shape& shape, std::mt19937& random)
     for (auto& triangle : shape.triangles)
         if (random() % 3 == 0)
             std::swap(triangle[0], triangle[1]);
+}
+
+/// Triangles as numbers of vertices, sorted, to compare meshes.
+inline std::multiset<std::array<size_t, 3>> getTriangles(const MIRT_ZAV::RMesh& mesh)
+{
+    std::multiset<std::array<size_t, 3>> triangles;
+    for (const MIRT_ZAV::RTriangle* const pRT : mesh.vRT)
+        if (pRT->isAlive())
+        {
+            std::array<size_t, 3> t{};
+            std::transform(pRT->pVtx, pRT->pVtx + 3, t.begin(), [&](auto p) { return mesh.mmVtxT.indexOf(p); });
+            std::rotate(t.begin(), std::min_element(t.begin(), t.end()), t.end());
+            triangles.insert(t);
+        }
+    return triangles;
 }
 
 } // namespace test
