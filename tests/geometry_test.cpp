@@ -1,5 +1,4 @@
 #include "Plane.h"
-#include "Segment3.h"
 #include "arcCosine.h"
 #include "capture.h"
 #include "freeFunctions.h"
@@ -7,7 +6,6 @@
 #include <algorithm>
 #include <limits>
 #include <random>
-#include <unistd.h>
 
 using namespace MIRT_ZAV;
 using test::bugReportOf;
@@ -16,27 +14,21 @@ using test::outputOf;
 
 namespace
 {
-const double notANumber = std::numeric_limits<double>::quiet_NaN();
-
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+constexpr double inf = std::numeric_limits<double>::infinity();
 } // namespace
 
 TEST(Point, OrderIsLexicographicAndBlindToColour)
 {
+    const Point3 rising[] = {{1, 1, 1}, {1, 1, 2}, {1, 2, 0}, {2, 0, 0}};
+    for (const Point3& p : rising)
+        for (const Point3& q : rising)
+            EXPECT_EQ(p < q, &p < &q) << p << q;
+    EXPECT_LT(Point3(notANumber, 1, 0), Point3(0, 2, 0)); // not a number passes to the next coordinate
     Point3 red(1, 2, 3);
     red.setColor(1, 2, 3, 255);
-    const Point3 plain(1, 2, 3), moved = red + Vector3();
-    EXPECT_FALSE(red < plain || plain < red);
-    EXPECT_EQ(red, plain);
-    EXPECT_FALSE(moved.hasColor()); // only inputs have colours
-    EXPECT_LT(Point3(1, 9, 9), Point3(2, 0, 0));
-    EXPECT_LT(Point3(1, 1, 9), Point3(1, 2, 0));
-    EXPECT_LT(Point3(1, 1, 1), Point3(1, 1, 2));
-    EXPECT_LT(Point3(notANumber, 1, 0), Point3(0, 2, 0)); // not a number passes to the next coordinate
-    std::ostringstream text, expected;
-    text << red << plain;
-    expected << "Point3 (" << static_cast<const void*>(&red) << "): 1, 2, 3, color(1,2,3,255)Point3 ("
-             << static_cast<const void*>(&plain) << "): 1, 2, 3, no color";
-    EXPECT_EQ(text.str(), expected.str());
+    EXPECT_EQ(red, Point3(1, 2, 3));
+    EXPECT_FALSE((red + Vector3()).hasColor()); // only inputs have colours
 }
 
 TEST(Normal, DegenerateInputGivesZero)
@@ -61,13 +53,7 @@ TEST(Area, BySideLengths)
     EXPECT_EQ(getArea(&a, &b, &c), 6.0);
     EXPECT_EQ(getArea25D(&a, &b, &c), 6.0);
     EXPECT_EQ(computeArea(1, 1, 3), 0.0); // no triangle: rounding is tolerated silently
-    const std::string report = bugReportOf([] { computeArea(1, notANumber, 2); });
-    EXPECT_EQ(report.find("\n\033[0;93m      [ZAV Message] computeArea(), WARNING: "
-                          "invalid value, no area for this triangle\033[m\n\n"
-                          "ownHalfCircf=nan\nlen0=1\nlen1=nan\nlen2=2\n"),
-              0u)
-        << report;
-    EXPECT_NE(report.find("Condition [ false failed ]"), std::string::npos);
+    EXPECT_TRUE(hasBug("false", [] { computeArea(1, notANumber, 2); }));
 }
 
 TEST(Volume, OfAClosedSoup)
@@ -98,14 +84,9 @@ TEST(PlaneOf, ThreePoints)
     bool ok = true;
     EXPECT_EQ(outputOf([&] { Plane(a, b, c, ok); }), "");
     EXPECT_FALSE(ok);
-    Plane zero;
-    const std::string message = outputOf([&] { zero = Plane(a, b, c); });
-    EXPECT_TRUE(zero.normal.isZero());
-    EXPECT_EQ(message.find("\n\033[0;31m      [ZAV Message] \033[0;93m ** "), 0u) << message;
-    EXPECT_NE(message.find(" ** \033[m, ERROR: Degenerate plane\033[m\n\n"), std::string::npos) << message;
-
-    const Point3 infinite(std::numeric_limits<double>::infinity(), 0, 0);
-    EXPECT_TRUE(hasBug("vecLen>.99 && vecLen<1.01", [&] { Plane(Point3(), infinite, Point3(0, 1, 0), ok); }));
+    const std::string message = outputOf([&] { EXPECT_TRUE(Plane(a, b, c).normal.isZero()); });
+    EXPECT_NE(message.find("ERROR: Degenerate plane"), std::string::npos) << message;
+    EXPECT_TRUE(hasBug("vecLen>.99 && vecLen<1.01", [&] { Plane(a, Point3(inf, 0, 0), Point3(0, 1, 0), ok); }));
 }
 
 TEST(PlaneOf, SidesAndLines)
@@ -115,25 +96,11 @@ TEST(PlaneOf, SidesAndLines)
     EXPECT_TRUE(plane.hasOnPositiveSide(Point3(5, 5, 3)) && plane.hasOnNegativeSide(Point3(5, 5, 1)));
     EXPECT_FALSE(plane.hasOnPositiveSide(Point3(5, 5, 2)) || plane.hasOnNegativeSide(Point3(5, 5, 2)));
     EXPECT_EQ(plane.projection(Point3(7, 8, 9)), Point3(7, 8, 2));
-    Point3 from(1, 1, 0);
-    from.setColor(9, 9, 9, 9);
     bool ok = false;
-    EXPECT_EQ(plane.intersectLine(from, Point3(1, 1, 1), ok), Point3(1, 1, 2)); // beyond the segment's end
+    EXPECT_EQ(plane.intersectLine(Point3(1, 1, 0), Point3(1, 1, 1), ok), Point3(1, 1, 2)); // beyond the segment's end
     EXPECT_TRUE(ok);
-    const Point3 unchanged = plane.intersectLine(from, Point3(2, 2, 0), ok);
-    EXPECT_TRUE(!ok && unchanged == from && unchanged.hasColor());
-}
-
-TEST(Messages, ColoursAndForms)
-{
-    EXPECT_EQ(greenString("x", 1), "\033[1;32mx\033[m");
-    EXPECT_EQ(magentaString("x", 0, true), "\033[0;35;4mx\033[m");
-    EXPECT_EQ(outputOf([] { warning("t", "m"); }), "\n\033[0;93m      [ZAV Message] t, WARNING: m\033[m\n\n");
-    EXPECT_EQ(outputOf([] { error("t", "m"); }), "\n\033[0;35m      [ZAV Message] t, ERROR: m\033[m\n\n");
-    EXPECT_EQ(outputOf([] { errorMsg("t", "m"); }), "\n\033[0;31m      [ZAV Message] t, ERROR: m\033[m\n\n");
-    EXPECT_EQ(outputOf([] { info("t", "m"); }), "\n\033[0;35m      t, INFO: m\033[m\n");
-    EXPECT_EQ(outputOf([] { info("", "m"); }), "\n      [ZAV Message] INFO: m\n");
-    EXPECT_EQ(locationTag("void f()", 12), "\033[0;93m ** void f():12 ** \033[m");
+    EXPECT_EQ(plane.intersectLine(Point3(1, 1, 0), Point3(2, 2, 0), ok), Point3(1, 1, 0));
+    EXPECT_FALSE(ok);
 }
 
 TEST(Bugs, PrintThenThrow)
@@ -141,18 +108,9 @@ TEST(Bugs, PrintThenThrow)
     EXPECT_EQ(bugReportOf([] { showBug("src_lib/Calc", "7", "void f()", "a<b"); }),
               "\033[0;31m      src_lib/Calc:7\033[m\n\033[0;31m      void f()\033[m\n"
               "\n\033[0;31m      [ZAV Message] ASSEX, ERROR: Condition [ a<b failed ]\033[m\n\n");
-    EXPECT_STREQ(ZavBugException().what(), "ZAV Exception - Bug OR incorrect usage. Kindly report any bugs to ensure "
-                                           "they are solved quickly!");
     // The path starts at the root of the source tree.
     EXPECT_EQ(bugReportOf([] { ZAV_ASSERT(1 > 2, "1>2"); }).find("\033[0;31m      tests/geometry_test.cpp:"), 0u);
     EXPECT_EQ(bugReportOf([] { ZAV_ASSERT(2 > 1, "2>1"); }), "no bug");
-}
-
-TEST(StopsDeathTest, EndTheProcess)
-{
-    const auto toStderr = [] { dup2(STDERR_FILENO, STDOUT_FILENO); };
-    EXPECT_EXIT((toStderr(), deliberateExit("enough")), testing::ExitedWithCode(0), "\n\ndeliberateExit\\(enough\\)\n");
-    EXPECT_DEATH((toStderr(), goToHell("no way on")), "goToHell\\(\\): no way on\n");
 }
 
 TEST(ArcCosine, AgreesWithTheArcCosine)
