@@ -80,6 +80,34 @@ inline void turnSomeTriangles(Shape& shape, std::mt19937& random)
             std::swap(triangle[0], triangle[1]);
 }
 
+/// Tori and grids: smooth, rough, flat, coloured, torn, with flaps, coincident vertices and places out of bounds; at
+/// last folds of equal shape, whose penalties are equal.
+inline RMeshPtr makeKind(int kind, std::vector<MIRT_ZAV::Point3*>& v)
+{
+    std::mt19937 random(static_cast<unsigned>(kind));
+    Shape shape = kind < 3 ? makeTorus(36, 24, 0.3 * kind, random) : makeGrid(34, 30, kind % 3 * 0.2, random);
+    for (MIRT_ZAV::Point3& p : shape.points)
+        if (kind == 1 || kind == 5)
+        {
+            p.setColor(100, static_cast<unsigned char>(p.x() > 3 ? 100 + random() % 2 : 60), 90, 255);
+            p.setHasColor(random() % 3 != 0); // the bytes count all the same
+        }
+        else if (kind == 6 && random() % 60 == 0)
+            p = shape.points[random() % shape.points.size()];
+        else if (kind == 7 && random() % 60 == 0)
+            p.set(random() % 2 == 0 ? NAN : HUGE_VAL, 1e200, 0.0);
+    if (kind == 9)
+        for (size_t i = 0; i < shape.points.size(); ++i)
+            shape.points[i].set(double(i / 30), double(i % 30), i / 30 % 4 * 0.5);
+    if (kind == 4 || kind == 8)
+        for (size_t i = 0; i < 30; ++i)
+            shape.triangles[random() % shape.triangles.size()] = {int(i), int(i + 97), int(i + 50 + random() % 40)};
+    if (kind == 8)
+        turnSomeTriangles(shape, random);
+    return makeMesh(shape, v);
+}
+constexpr int numKinds = 10;
+
 /// Triangles as numbers of vertices, sorted, to compare meshes.
 inline std::multiset<std::array<size_t, 3>> getTriangles(const MIRT_ZAV::RMesh& mesh)
 {
