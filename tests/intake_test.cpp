@@ -77,17 +77,6 @@ double estimateNaively(const std::vector<Point3>& points)
     const double s = std::ldexp(extent / 1048576.0, m);
     return std::sqrt((double(coarse.size()) * (s * s / 1.307025)) / double(points.size()) * 1.5396);
 }
-
-/// A Cloud through its intake at a given absolute spacing.
-std::unique_ptr<Cloud> takeIn(std::vector<Point3> points, double spacing)
-{
-    getThreadProgress()->startRun("Test");
-    auto cloud = std::make_unique<Cloud>("inputPointsViaMemory", spacing, -1.0, false, 0);
-    cloud->setInputPoints(points);
-    cloud->prepareScanPoints(nullptr);
-    getThreadProgress()->reset();
-    return cloud;
-}
 } // namespace
 
 TEST(Spacing, AgreesWithANaiveEstimateToTheLastBit)
@@ -138,14 +127,20 @@ TEST(Spacing, PointsThatAreNotFiniteAreSkippedAndBadCloudsEndInBugs)
 
 TEST(Lattice, IsTheBoxWithAMarginInACubeOfAPowerOfTwo)
 {
-    const auto cloud = takeIn({Point3(-4.0, 1.0, 2.0), Point3(1e6 - 4.0, 2.0, 3.0)}, 1.0);
-    EXPECT_EQ(cloud->getCalc()->getNumLevels(), 20); // 1,010,000 cells needed
-    EXPECT_EQ(cloud->getCalc()->getSideLen(), 1.0);
-    double x = 0, y = 0, z = 0;
-    cloud->getCalc()->getOrigin(x, y, z);
-    EXPECT_EQ(Point3(x, y, z), Point3(-5004.0, -4999.0, -4998.0));
-    EXPECT_EQ(cloud->getDetectedSpacing(), -1.0);
-    EXPECT_EQ(takeIn({Point3(0, 0, 0), Point3(2087152.0, 0, 0)}, 1.0)->getCalc()->getNumLevels(), 21);
+    for (const auto& [extent, numLevels] : {std::pair(1e6, 20), std::pair(2087152.0, 21)}) // and 10,000 cells of margin
+    {
+        std::vector<Point3> points = {Point3(-4.0, 1.0, 2.0), Point3(extent - 4.0, 2.0, 3.0)};
+        getThreadProgress()->startRun("Test");
+        Cloud cloud("inputPointsViaMemory", 1.0, -1.0, false, 0);
+        cloud.setInputPoints(points);
+        cloud.prepareScanPoints(nullptr);
+        getThreadProgress()->reset();
+        double x = 0, y = 0, z = 0;
+        cloud.getCalc()->getOrigin(x, y, z);
+        EXPECT_EQ(Point3(x, y, z), Point3(-5004.0, -4999.0, -4998.0));
+        EXPECT_EQ(cloud.getCalc()->getNumLevels(), numLevels);
+        EXPECT_EQ(cloud.getCalc()->getSideLen(), 1.0);
+    }
 }
 
 TEST(CellCreation, EveryCellCarriesItsLatestPointWithColour)
