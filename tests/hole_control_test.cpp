@@ -1,8 +1,11 @@
 // Hole control on small shells of cells: which gaps are closed and which stay open.
 
+#include "Mesh.h"
 #include "Prepare.h"
 #include "Progress.h"
+#include "RMesh.h"
 #include "cellSets.h"
+#include "freeFunctions.h"
 #include "zav_api.h"
 
 #include <gtest/gtest.h>
@@ -11,8 +14,10 @@
 #include <cfloat>
 #include <cmath>
 #include <map>
+#include <numeric>
 #include <random>
 #include <set>
+#include <utility>
 #include <vector>
 
 using namespace MIRT_ZAV;
@@ -74,7 +79,7 @@ RCD cell(int x, int y, int z)
     return rcd::fromXYZ(u64(1000 + x), u64(1000 + y), u64(1000 + z));
 }
 
-/// A flat sheet in the plane of two axes with cells left out.
+/// A flat sheet across the x or the z axis with cells left out.
 template <class Predicate>
 std::set<RCD> getSheet(int side, const Predicate& isLeftOut, int normalAxis = 2)
 {
@@ -82,7 +87,7 @@ std::set<RCD> getSheet(int side, const Predicate& isLeftOut, int normalAxis = 2)
     for (int i = 0; i < side; ++i)
         for (int j = 0; j < side; ++j)
             if (!isLeftOut(i, j))
-                cells.insert(normalAxis == 0 ? cell(0, i, j) : normalAxis == 1 ? cell(i, 0, j) : cell(i, j, 0));
+                cells.insert(normalAxis == 0 ? cell(0, i, j) : cell(i, j, 0));
     return cells;
 }
 
@@ -102,155 +107,98 @@ std::vector<Point3> getSphere(size_t n, double opening)
     return points;
 }
 
-/// The edges of a mesh by number of triangles, and the loops of its border.
-struct EdgeCounts
+size_t countEdges(const MeshPtr& mesh, int degree)
 {
-    size_t numBorder = 0;
-    size_t numNonManifold = 0;
-    size_t numLoops = 0;
-    size_t numComponents = 0;
+    std::vector<REdge*> edges;
+    mesh->getRMesh()->getDegN(degree, edges);
+    return edges.size();
+}
 
-    explicit EdgeCounts(const MeshPtr& mesh)
-    {
-        std::vector<Point3*> points;
-        std::vector<int> indices;
-        mesh->getVertexIndexData(points, indices);
-        std::map<std::pair<int, int>, int> degrees;
-        std::vector<std::pair<int, int>> all;
+size_t countComponents(const MeshPtr& mesh)
+{
+    std::vector<Point3*> points;
+    std::vector<int> indices;
+    mesh->getVertexIndexData(points, indices);
+    std::vector<int> label(points.size());
+    std::iota(label.begin(), label.end(), 0);
+    for (bool bChanged = true; std::exchange(bChanged, false);)
         for (size_t i = 0; i < indices.size(); ++i)
         {
-            const int a = indices[i], b = indices[i % 3 == 2 ? i - 2 : i + 1];
-            ++degrees[std::minmax(a, b)];
-            all.emplace_back(a, b);
+            int &a = label[size_t(indices[i])], &b = label[size_t(indices[i % 3 == 2 ? i - 2 : i + 1])];
+            bChanged |= a != b;
+            a = b = std::min(a, b);
         }
-        std::vector<std::pair<int, int>> border;
-        for (const auto& [edge, degree] : degrees)
-        {
-            numNonManifold += degree > 2;
-            if (degree == 1)
-                border.push_back(edge);
-        }
-        numBorder = border.size();
-        numLoops = countConnected(border);
-        numComponents = countConnected(all);
-    }
-
-private:
-    static size_t countConnected(const std::vector<std::pair<int, int>>& edges)
-    {
-        std::map<int, int> parent;
-        const auto find = [&parent](int i)
-        {
-            parent.emplace(i, i);
-            while (parent[i] != i)
-                i = parent[i] = parent[parent[i]];
-            return i;
-        };
-        for (const auto& [a, b] : edges)
-            parent[find(a)] = find(b);
-        return size_t(std::count_if(parent.begin(), parent.end(), [](const auto& p) { return p.first == p.second; }));
-    }
-};
+    return std::set(label.begin(), label.end()).size();
+}
 } // namespace
 
-TEST(HoleControl, ASquareHoleIsClosedExactlyUpToTwiceTheSize)
+TEST(HoleControl, HolesAndStraightGapsAreClosedExactlyUpToTwiceTheSize)
 {
-    for (const int normalAxis : {0, 2})
+    for (const bool bGap : {false, true})
         for (const int size : {1, 2, 3, 5})
             for (const int side : {1, 2, 2 * size - 1, 2 * size, 2 * size + 1, 2 * size + 3})
             {
-                const auto isHole = [side](int i, int j)
-                { return i >= 12 && i < 12 + side && j >= 12 && j < 12 + side; };
-                const Prepared prepared(getSheet(24 + side, isHole, normalAxis), size);
-                const std::set<RCD> whole = getSheet(
+                const auto isOpen = [&](int i, int j)
+                { return i >= 12 && i < 12 + side && (bGap || (j >= 12 && j < 12 + side)); };
+                const int normalAxis = bGap ? 0 : 2;
+                const Prepared prepared(getSheet(24 + side, isOpen, normalAxis), size, bGap ? 1.0 : 0.0);
+                std::set<RCD> whole = getSheet(
                     24 + side, [](int, int) { return false; }, normalAxis);
+                EXPECT_TRUE(std::includes(whole.begin(), whole.end(), prepared.fill.begin(), prepared.fill.end()));
+                if (bGap) // its open ends fray by a cell or two
+                    std::erase_if(whole, [](RCD r) { return rcd::getZ(r) < 1005 || rcd::getZ(r) > 1018; });
                 const bool bClosed =
                     std::includes(prepared.result.begin(), prepared.result.end(), whole.begin(), whole.end());
-                EXPECT_EQ(bClosed, side <= 2 * size) << "hole of " << side << ", size " << size;
-                EXPECT_TRUE(!bClosed || prepared.result == whole) << "nothing but the hole is filled";
+                EXPECT_TRUE(bClosed || !bGap || prepared.fill.empty());
+                EXPECT_EQ(bClosed, side <= 2 * size) << "open by " << side << ", size " << size;
             }
-}
-
-TEST(HoleControl, TwoHalfPlanesAreBridgedExactlyUpToTwiceTheSize)
-{
-    for (const int size : {1, 2, 4})
-        for (const int width : {1, 2 * size, 2 * size + 1, 2 * size + 2})
-        {
-            const Prepared prepared(getSheet(40, [width](int i, int) { return i >= 18 && i < 18 + width; }), size, 1.0);
-            if (width > 2 * size)
-            {
-                EXPECT_TRUE(prepared.fill.empty()) << width << ", size " << size;
-                continue;
-            }
-            // The open ends of the bridge fray by a cell or two.
-            for (int i = 18; i < 18 + width; ++i)
-                for (int j = 5; j < 35; ++j)
-                    EXPECT_TRUE(prepared.fill.count(cell(i, j, 0))) << width << ", size " << size;
-        }
 }
 
 TEST(HoleControl, AClosedShellStaysAsItIsAndNoLimitMeansNoFill)
 {
     std::set<RCD> box;
-    for (int x = 0; x < 12; ++x)
-        for (int y = 0; y < 12; ++y)
-            for (int z = 0; z < 12; ++z)
-                if (x % 11 == 0 || y % 11 == 0 || z % 11 == 0)
-                    box.insert(cell(x, y, z));
+    for (int i = 0; i < 12 * 12 * 12; ++i)
+        if (const int x = i / 144, y = i / 12 % 12, z = i % 12; x % 11 == 0 || y % 11 == 0 || z % 11 == 0)
+            box.insert(cell(x, y, z));
     EXPECT_TRUE(Prepared(box, 10).fill.empty());
     const std::set<RCD> holed = getSheet(20, [](int i, int j) { return i == 9 && j == 9; });
-    EXPECT_TRUE(Prepared(holed, 0).fill.empty());
     EXPECT_EQ(Prepared(holed, 0).result, holed);
 }
 
 TEST(HoleControl, OpeningsOfASphereAreClosedUpToTheLimit)
 {
-    const std::pair<double, int> closed[] = {{4.0, 2}, {8.0, 4}, {12.0, 6}, {20.0, 10}};
-    for (const auto& [opening, limit] : closed)
+    for (const auto& [opening, limit] : {std::pair(0.0, 10), {4.0, 2}, {8.0, 4}, {12.0, 6}, {20.0, 10}})
     {
         std::vector<Point3> points = getSphere(60000, opening);
-        const EdgeCounts counts(reconstruct_abs(points, 1.0, limit));
-        EXPECT_EQ(counts.numBorder, 0u) << opening;
-        EXPECT_EQ(counts.numComponents, 1u) << opening;
+        const MeshPtr mesh = reconstruct_abs(points, 1.0, limit);
+        EXPECT_EQ(countEdges(mesh, 1), 0u) << opening;
+        EXPECT_LE(countEdges(mesh, -1), 40u) << "a few compound bubbles can stay";
+        EXPECT_EQ(countComponents(mesh), 1u) << opening;
+        std::vector<Point3*> corners;
+        mesh->getTriangles(corners);
+        EXPECT_NEAR(computeVolume(corners), 24000.0, 1000.0) << "outwards";
     }
     std::vector<Point3> wide = getSphere(60000, 24.0);
-    const EdgeCounts counts(reconstruct_abs(wide, 1.0, 10));
-    EXPECT_EQ(counts.numLoops, 1u);
-    EXPECT_GT(counts.numBorder, 30u);
+    EXPECT_NEAR(double(countEdges(reconstruct_abs(wide, 1.0, 10), 1)), 100.0, 30.0);
 }
 
-TEST(HoleControl, ACleanSphereGivesOneClosedSheet)
+/// The march in the plainest terms: maps, and a search for the nearest open cell in every round.
+std::map<RCD, float> marchNaively(const Calc& calc, const std::map<RCD, Point3>& shell, std::set<RCD> open)
 {
-    std::vector<Point3> points = getSphere(60000, 0.0);
-    const EdgeCounts counts(reconstruct_abs(points, 1.0, 10));
-    EXPECT_EQ(counts.numComponents, 1u);
-    EXPECT_EQ(counts.numBorder, 0u);
-    EXPECT_LE(counts.numNonManifold, 40u) << "a few compound bubbles can stay";
-}
-
-/// The march in the plainest terms: maps, and a search for the nearest box in every round.
-std::map<RCD, float> marchNaively(const Calc& calc, const std::map<RCD, Point3>& shell, const std::set<RCD>& newCells)
-{
-    struct Box
-    {
-        float dist = FLT_MAX;
-        bool bDone = false;
-        Point3 source;
-    };
-    std::map<RCD, Box> boxes;
-    for (const RCD r : newCells)
-        boxes[r];
+    std::map<RCD, float> distances;
+    std::map<RCD, Point3> sources;
+    for (const RCD r : open)
+        distances[r] = FLT_MAX;
     const auto offer = [&](const Point3& source, RCD r)
     {
-        const auto box = boxes.find(r);
-        if (box == boxes.end() || box->second.bDone)
-            return;
         const Point3 c = calc.getCenter(r);
         const float dx = float(source.x() - float(c.x())), dy = float(source.y() - float(c.y())),
                     dz = float(source.z() - float(c.z()));
         const float d = std::sqrt(dx * dx + dy * dy + dz * dz);
-        if (d < box->second.dist)
-            box->second = {d, false, source};
+        if (open.count(r) == 0 || d >= distances[r])
+            return;
+        distances[r] = d;
+        sources[r] = source;
     };
     RCD around[26];
     for (const auto& [r, point] : shell)
@@ -259,31 +207,23 @@ std::map<RCD, float> marchNaively(const Calc& calc, const std::map<RCD, Point3>&
         for (const RCD neig : around)
             offer(point, neig);
     }
-    for (;;)
+    const auto isNearer = [&](RCD a, RCD b) { return distances[a] < distances[b]; };
+    while (!open.empty())
     {
-        auto nearest = boxes.end();
-        for (auto it = boxes.begin(); it != boxes.end(); ++it)
-            if (!it->second.bDone && it->second.dist < FLT_MAX &&
-                (nearest == boxes.end() || it->second.dist < nearest->second.dist))
-                nearest = it;
-        if (nearest == boxes.end())
-            break;
-        nearest->second.bDone = true;
-        Calc::completeArray26_RCD(nearest->first, around);
+        const RCD r = *std::min_element(open.begin(), open.end(), isNearer);
+        open.erase(r);
+        Calc::completeArray26_RCD(r, around);
         for (const RCD neig : around)
-            if (nearest->second.dist < float(calc.getSideLen()) || Calc::getNumDifferent_RCD(neig, nearest->first) == 1)
-                offer(nearest->second.source, neig);
+            if (distances[r] < float(calc.getSideLen()) || Calc::getNumDifferent_RCD(neig, r) == 1)
+                offer(sources.at(r), neig);
     }
-    std::map<RCD, float> distances;
-    for (const auto& [r, box] : boxes)
-        distances[r] = box.dist;
     return distances;
 }
 
 TEST(Marching, GivesTheDistancesOfAPlainMarch)
 {
     std::mt19937 random(2);
-    std::uniform_real_distribution<double> inCell(0.0, 1.0);
+    std::uniform_real_distribution<double> inCell(-0.5, 0.5);
     Calc calc(0.0, 0.0, 0.0, 2048.0, 2048.0, 2048.0, 11);
     for (const int size : {1, 2, 4})
     {
@@ -291,20 +231,17 @@ TEST(Marching, GivesTheDistancesOfAPlainMarch)
         for (int i = 0; i < 12; ++i)
         {
             const RCD r = cell(int(random() % 9), int(random() % 9), int(random() % 3));
-            shell[r] =
-                calc.getCenter(r) + Vector3(inCell(random), inCell(random), inCell(random)) + Vector3(-0.5, -0.5, -0.5);
+            shell[r] = calc.getCenter(r) + Vector3(inCell(random), inCell(random), inCell(random));
         }
-        std::vector<Point3> points;
+        std::vector<Point3> points(shell.size());
         std::vector<RCD> cells, zone;
-        for (const auto& [r, point] : shell)
-        {
-            points.push_back(point);
-            cells.push_back(r);
-        }
         Prepare prepare(points, size, &calc);
+        for (auto& [r, point] : shell)
+        {
+            cells.push_back(r);
+            prepare.vRCD2Vtxsrt.emplace_back(r, &point);
+        }
         prepare.vAllRCDsrt = prepare.vBorderRCDsrt = cells;
-        for (size_t i = 0; i < cells.size(); ++i)
-            prepare.vRCD2Vtxsrt.emplace_back(cells[i], &points[i]);
         inflateRCD(cells, size, false, zone);
         const std::map<RCD, float> expected = marchNaively(calc, shell, {zone.begin(), zone.end()});
         const auto distances = PrepareTestAccess::getDist2RCD(prepare, size);
@@ -316,22 +253,17 @@ TEST(Marching, GivesTheDistancesOfAPlainMarch)
 
 TEST(Rings, OnlyAClosedWayBackCounts)
 {
-    std::vector<RCD> ring, strip, ringWithTail;
+    std::vector<RCD> ring, strip, none;
     for (int i = 0; i < 5; ++i)
     {
-        ring.insert(ring.end(), {cell(i, 0, 0), cell(i, 4, 0)});
         strip.push_back(cell(i, 0, 0));
-        if (i % 4 != 0)
-            ring.insert(ring.end(), {cell(0, i, 0), cell(4, i, 0)});
+        for (int j = 0; j < 5; ++j)
+            if (i % 4 == 0 || j % 4 == 0)
+                ring.push_back(cell(i, j, 0));
     }
-    std::sort(ring.begin(), ring.end());
-    EXPECT_TRUE(isRing(ring, 0));
-    EXPECT_FALSE(isRing(strip, 0));
     // A tail that sorts first is the only place looked at, deliberately.
-    ringWithTail = ring;
-    ringWithTail.insert(ringWithTail.begin(), {cell(-3, 0, 0), cell(-2, 0, 0), cell(-1, 0, 0)});
-    EXPECT_FALSE(isRing(ringWithTail, 0));
-    EXPECT_TRUE(isRing(ringWithTail, 4));
-    std::vector<RCD> none;
-    EXPECT_FALSE(isRing(none, 0));
+    std::vector<RCD> ringWithTail = {cell(-3, 0, 0), cell(-2, 0, 0), cell(-1, 0, 0)};
+    ringWithTail.insert(ringWithTail.end(), ring.begin(), ring.end());
+    EXPECT_TRUE(isRing(ring, 0) && isRing(ringWithTail, 4));
+    EXPECT_FALSE(isRing(strip, 0) || isRing(ringWithTail, 0) || isRing(none, 0));
 }
