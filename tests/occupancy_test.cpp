@@ -82,39 +82,21 @@ TEST(Occupancy, AllCellsComeByBlockAndAddress)
     EXPECT_EQ(all, (std::vector<RCD>{at(0, 4, 0), at(1, 3, 1), at(2, 3, 1), at(63, 63, 63), at(65, 0, 0)}));
 }
 
-TEST(Occupancy, MisuseOfABlockIsReported)
+TEST(Occupancy, MisuseIsReported)
 {
     BlockBits::LayerPool pool;
     pool.init(4, -1);
-    RCDMatrix matrix(pool), neig(pool);
+    RCDMatrix matrix(pool);
     for (const RCD outside : {at(64, 0, 0), at(0, 64, 0), at(0, 0, 64)})
     {
         std::vector<std::pair<RCD, RCD>> list = {{0, outside}};
         EXPECT_THROW(matrix.store(list, 0, 1), std::out_of_range);
     }
-    matrix.setNeigMtx(-1, 0, 1, &neig);
-    EXPECT_TRUE(test::hasBug("aNeigMtx[offx+1][offy+1][offz+1]==__null", [&] { matrix.setNeigMtx(-1, 0, 1, &neig); }));
-}
-
-TEST(Occupancy, NeighbourBlocks)
-{
-    std::vector<RCD> none;
-    const RCDStore store(&unitCalc(), none);
-    const RCD upper = at(640, 1280, 64);
-    EXPECT_EQ(store.getUpperNeigPart(upper, 1, -1, 1), at(704, 1216, 128));
-    EXPECT_EQ(store.getUpperNeigPart(upper, -1, 0, -1), at(576, 1280, 0));
-    EXPECT_EQ(store.getUpperNeigPart(upper, 2, -2, 7), upper);
-}
-
-TEST(Occupancy, CellOutsideOfAllBlocksGivesAWarning)
-{
     std::vector<RCD> none, one = {at(1, 1, 1)};
     const RCDStore empty(&unitCalc(), none), store(&unitCalc(), one);
-    RCDMatrix* const pMatrix = store.getRCDMatrix(one[0]);
     for (const auto& [pStore, r] : {std::pair(&empty, one[0]), std::pair(&store, at(64, 1, 1))})
         EXPECT_NE(test::outputOf([&] { EXPECT_EQ(pStore->getRCDMatrix(r), nullptr); }).find("WARNING: No matrix"),
                   std::string::npos);
-    EXPECT_EQ(store.getRCDMatrix(one[0]), pMatrix);
 }
 
 TEST(Occupancy, TheCacheOfAThreadNeverAnswersForAnotherStore)
