@@ -79,7 +79,7 @@ std::vector<std::string> LibraryMessages::getProblems()
     {
         const size_t end = std::min(text.find('\n', begin), text.size());
         const std::string line = text.substr(begin, end - begin);
-        for (const char* mark : {"WARNING: ", "ERROR: "})
+        for (const char* mark : {"WARNING: ", "ERROR: ", "exception: "})
             if (const size_t at = line.find(mark); at != std::string::npos)
                 problems.push_back(line.substr(at));
         begin = end + 1;

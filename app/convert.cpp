@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "console.h"
 #include "files.h"
+#include "plyCheck.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -24,8 +25,13 @@ void tellLosses(const ConvertOptions& options, const Cloud& cloud)
 {
     tellNotFinite(cloud);
     if (getType(options.input) == FileType::ply)
-        if (const PlySummary summary = readPlySummary(options.input); summary.numFaces > 0)
-            tell(std::to_string(summary.numFaces) + " faces left out: only the points are converted");
+    {
+        const PlyHeader header = readPlyHeader(options.input);
+        if (const std::uint64_t numFaces = header.getCount("face"); numFaces > 0)
+            tell(std::to_string(numFaces) + " faces left out: only the points are converted");
+        if (const std::vector<std::string> names = header.getUnreadNames(); !names.empty())
+            tell("properties left out: " + CLI::detail::join(names, ", "));
+    }
     const bool bColors =
         std::any_of(cloud.points.begin(), cloud.points.end(), [](const auto& p) { return p.hasColor(); });
     if (bColors && getType(options.output) != FileType::ply)

@@ -1,6 +1,7 @@
 #include "files.h"
 
 #include "console.h"
+#include "plyCheck.h"
 
 #include <zav_api.h>
 
@@ -10,7 +11,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -19,48 +19,25 @@ namespace zavtool
 {
 namespace
 {
-/// Bytes of a value by its name in a PLY header; 0 for an unknown name.
-std::uint64_t getPlySize(const std::string& type)
-{
-    if (type == "char" || type == "uchar" || type == "int8" || type == "uint8")
-        return 1;
-    if (type == "short" || type == "ushort" || type == "int16" || type == "uint16")
-        return 2;
-    if (type == "int" || type == "uint" || type == "float" || type == "int32" || type == "uint32" || type == "float32")
-        return 4;
-    if (type == "double" || type == "float64")
-        return 8;
-    return 0;
-}
-
-std::ifstream openInput(const std::string& path)
-{
-    errno = 0;
-    std::ifstream in(path, std::ios::binary);
-    if (!in || fs::is_directory(path))
-        throw Failure(path + " can't be read" +
-                      (errno != 0 ? std::string(" (") + std::strerror(errno) + ")" : std::string()) +
-                      "; check its name and permissions");
-    return in;
-}
-
-std::uint64_t getSize(const std::string& path)
-{
-    std::error_code problem;
-    const std::uint64_t size = fs::file_size(path, problem);
-    if (problem)
-        throw Failure(path + " is no ordinary file; copy its contents to one");
-    return size;
-}
-
 void refuseCutShort(bool bComplete, const std::string& path)
 {
     if (!bComplete)
         throw Failure(path + " is cut short; get a complete copy");
 }
 
+/// Binary files have a count of facets behind 80 bytes of any text, and 50 bytes for each facet.
+void refuseBinaryStl(const std::string& path)
+{
+    std::ifstream in = openInput(path);
+    std::uint32_t numFacets = 0;
+    in.seekg(80);
+    in.read(reinterpret_cast<char*>(&numFacets), sizeof(numFacets));
+    if (in && getFileSize(path) == 84 + 50 * static_cast<std::uint64_t>(numFacets))
+        throw Failure(path + " is a binary STL file; convert it to the text form, or to PLY");
+}
+
 /// A text STL file ends in a line with "endsolid"; one that was cut off doesn't. A file without that word anywhere near
-/// its end is as suspect. Binary files are told by what they lack later on.
+/// its end is as suspect.
 bool endsSolid(const std::string& path)
 {
     std::ifstream in = openInput(path);
@@ -69,7 +46,7 @@ bool endsSolid(const std::string& path)
     if (begin != "solid" && begin != "SOLID")
         return true;
     constexpr std::uint64_t longestEnd = 1000; // bytes; a name may follow the word
-    const std::uint64_t size = getSize(path);
+    const std::uint64_t size = getFileSize(path);
     in.clear();
     in.seekg(static_cast<std::streamoff>(size - std::min(size, longestEnd)));
     const std::string end{std::istreambuf_iterator<char>(in), {}};
@@ -174,7 +151,7 @@ void checkBinaryPoints(const std::string& path)
         throw Failure(path + " is no binary point file; it should begin with the number 30 or 20");
     const std::uint64_t pointSize = type == 30 ? 24 : 16;
     const std::uint64_t headerSize = sizeof(type) + sizeof(count);
-    refuseCutShort(count <= (getSize(path) - headerSize) / pointSize, path);
+    refuseCutShort(count <= (getFileSize(path) - headerSize) / pointSize, path);
 }
 } // namespace
 
@@ -218,64 +195,26 @@ void checkMeshOutput(const std::string& path)
         throw WrongUsage("meshes are written as .ply, .stl, .obj or .list; give an output name that ends so");
 }
 
-PlySummary readPlySummary(const std::string& path)
+std::ifstream openInput(const std::string& path)
 {
-    std::ifstream in = openInput(path);
-    PlySummary summary;
-    std::uint64_t needed = 0;        // bytes after the header, at least
-    std::uint64_t elementCount = 0;  // of the element whose properties are being read
-    std::uint64_t numProperties = 0; // of that element
-    bool bBinary = false;
-    const auto add = [&](std::uint64_t bytesPerItem)
-    {
-        std::uint64_t bytes = 0;
-        if (__builtin_mul_overflow(elementCount, bytesPerItem, &bytes) ||
-            __builtin_add_overflow(needed, bytes, &needed))
-            needed = UINT64_MAX;
-    };
+    if (fs::is_directory(path))
+        throw Failure(path + " is a directory; give the name of a file");
+    errno = 0;
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        throw Failure(path + " can't be read" +
+                      (errno != 0 ? std::string(" (") + std::strerror(errno) + ")" : std::string()) +
+                      "; check its name and permissions");
+    return in;
+}
 
-    std::string line;
-    for (int numLines = 0; numLines < 1000 && std::getline(in, line); ++numLines)
-    {
-        std::istringstream words(line);
-        std::string key;
-        words >> key;
-        if (numLines == 0 && key != "ply" && key != "PLY")
-            break;
-        if (key == "format")
-        {
-            words >> key;
-            bBinary = key != "ascii";
-        }
-        else if (key == "element")
-        {
-            std::string name;
-            elementCount = 0;
-            numProperties = 0;
-            words >> name >> elementCount;
-            if (name == "vertex")
-                summary.numVertices = elementCount;
-            else if (name == "face")
-                summary.numFaces = elementCount;
-        }
-        else if (key == "property")
-        {
-            std::string type;
-            words >> type;
-            if (type == "list")
-                words >> type; // a list holds its count at least
-            ++numProperties;
-            add(bBinary ? getPlySize(type) : 2); // a digit and a separator
-        }
-        else if (key == "end_header")
-        {
-            const auto headerSize = static_cast<std::uint64_t>(in.tellg());
-            // The last line of a text file may lack its end.
-            summary.bComplete = needed <= getSize(path) - headerSize + (bBinary ? 0 : 1);
-            return summary;
-        }
-    }
-    throw Failure(path + " has no PLY header; check what kind of file it is");
+std::uint64_t getFileSize(const std::string& path)
+{
+    std::error_code problem;
+    const std::uint64_t size = fs::file_size(path, problem);
+    if (problem)
+        throw Failure(path + " is no ordinary file; copy its contents to one");
+    return size;
 }
 
 Cloud readCloud(const std::string& path, bool bQuiet)
@@ -283,7 +222,7 @@ Cloud readCloud(const std::string& path, bool bQuiet)
     switch (getType(path))
     {
     case FileType::ply:
-        refuseCutShort(readPlySummary(path).bComplete, path);
+        checkPlyBody(path, readPlyHeader(path), "vertex");
         break;
     case FileType::binary:
         checkBinaryPoints(path);
@@ -323,14 +262,15 @@ void tellNotFinite(const Cloud& cloud)
 
 std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path)
 {
-    const PlySummary summary = readPlySummary(path);
-    refuseCutShort(summary.bComplete, path);
+    checkPlyBody(path, readPlyHeader(path), "face");
     std::vector<MIRT_ZAV::Point3> corners;
-    // Always quiet: the library warns of colours, which belong to vertices and don't fit corners.
-    const bool bRead = callLibrary(true, "check that " + path + " is complete",
-                                   [&] { return MIRT_ZAV::readPly(path.c_str(), false, corners); });
-    if (!bRead)
-        throw Failure(path + " can't be understood; its faces have to be triangles listed as vertex_indices");
+    LibraryMessages messages; // told only in a failure: they are mostly of colours, which don't fit corners
+    if (!MIRT_ZAV::readPly(path.c_str(), false, corners))
+    {
+        const std::vector<std::string> problems = messages.getProblems();
+        throw Failure(path + " can't be understood" + (problems.empty() ? "" : " (" + problems.front() + ")") +
+                      "; its faces have to be triangles listed as vertex_indices");
+    }
     return corners;
 }
 
@@ -340,7 +280,7 @@ Triangles readTriangles(const std::string& path, bool bQuiet)
     switch (getType(path))
     {
     case FileType::stl:
-        openInput(path);
+        refuseBinaryStl(path);
         callLibrary(bQuiet, "check that " + path + " is complete",
                     [&] { return MIRT_ZAV::readSTL_ASCII(path.c_str(), triangles.corners); });
         refuseCutShort(endsSolid(path), path);
@@ -369,17 +309,18 @@ Triangles readTriangles(const std::string& path, bool bQuiet)
     return triangles;
 }
 
-SafeOutput::SafeOutput(const std::string& pathArg) : path(pathArg)
+SafeOutput::SafeOutput(const std::string& pathArg) : given(pathArg), path(pathArg)
 {
     std::error_code ignored;
-    if (fs::is_symlink(path, ignored)) // the file behind a link is replaced, not the link
-        path = fs::weakly_canonical(path, ignored).string();
-    if (fs::is_directory(path, ignored))
-        throw Failure(pathArg + " is a directory; give the name of a file");
-    temporary = path + ".part" + std::to_string(getpid()) + fs::path(path).extension().string();
+    for (int i = 0; i < 40 && fs::is_symlink(path, ignored); ++i) // the file behind a link is replaced, not the link
+        path = (fs::path(path).parent_path() / fs::read_symlink(path, ignored)).string();
+    if (fs::exists(path, ignored) && !fs::is_regular_file(path, ignored))
+        throw Failure(given + (fs::is_directory(path, ignored) ? " is a directory" : " is no ordinary file") +
+                      "; give the name of a file");
+    temporary = path + ".part" + std::to_string(getpid()) + fs::path(given).extension().string();
     errno = 0;
     if (!std::ofstream(temporary))
-        throw Failure(pathArg + " can't be written (" + std::strerror(errno) + "); choose another place");
+        throw Failure(given + " can't be written (" + std::strerror(errno) + "); choose another place");
     fs::remove(temporary, ignored);
 }
 
@@ -391,13 +332,14 @@ SafeOutput::~SafeOutput()
 
 void SafeOutput::writeBy(const std::function<bool(const std::string& path)>& write)
 {
+    if (!write(temporary))
+        throw Failure(given + " couldn't be written completely; check the space on the disk");
     std::error_code problem;
-    const bool bWritten = write(temporary);
-    if (!bWritten)
-        throw Failure(path + " couldn't be written completely; check the space on the disk");
+    if (const fs::file_status before = fs::status(path, problem); fs::exists(before))
+        fs::permissions(temporary, before.permissions(), problem);
     fs::rename(temporary, path, problem);
     if (problem)
-        throw Failure(path + " couldn't be replaced (" + problem.message() + "); choose another place");
+        throw Failure(given + " couldn't be replaced (" + problem.message() + "); choose another place");
 }
 
 void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coordinates coordinates, bool bAscii,

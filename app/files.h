@@ -4,6 +4,7 @@
 #include <Point3.h>
 
 #include <cstdint>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -31,16 +32,10 @@ void checkPointOutput(const std::string& path, bool bAscii);
 /// \throws WrongUsage  when the name isn't one of a mesh file
 void checkMeshOutput(const std::string& path);
 
-/// What the header of a PLY file says, as far as the tool needs it.
-struct PlySummary
-{
-    std::uint64_t numVertices = 0;
-    std::uint64_t numFaces = 0;
-    bool bComplete = false; // the file is at least as long as its header says
-};
-
-/// \throws Failure  when the file isn't readable or has no PLY header
-PlySummary readPlySummary(const std::string& path);
+/// \throws Failure  for a directory and for a file that can't be opened
+std::ifstream openInput(const std::string& path);
+/// In bytes. \throws Failure  for what is no ordinary file
+std::uint64_t getFileSize(const std::string& path);
 
 struct Cloud
 {
@@ -80,11 +75,12 @@ public:
     SafeOutput(const SafeOutput&) = delete;
     SafeOutput& operator=(const SafeOutput&) = delete;
 
-    /// \param write  writes to the path given, which has the extension of the output; false for a failure
+    /// \param write  writes to the path given, which has the extension of the name given to the constructor; false for a failure
     /// \throws Failure
     void writeBy(const std::function<bool(const std::string& path)>& write);
 
 private:
+    std::string given;     // the name that the user knows
     std::string path;      // where the file goes, links resolved
     std::string temporary; // beside it
 };

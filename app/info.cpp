@@ -3,6 +3,7 @@
 #include "console.h"
 #include "files.h"
 #include "meshStatistics.h"
+#include "plyCheck.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -81,10 +82,10 @@ void describe(const std::string& path, size_t maxListed)
 {
     if (getType(path) == FileType::stl)
         return describeMesh(readTriangles(path, false), maxListed);
-    const PlySummary summary = getType(path) == FileType::ply ? readPlySummary(path) : PlySummary();
-    if (summary.numFaces == 0)
+    const PlyHeader header = getType(path) == FileType::ply ? readPlyHeader(path) : PlyHeader();
+    if (header.getCount("face") == 0)
         return describePoints(path);
-    printNumber("vertices in the file", summary.numVertices);
+    printNumber("vertices in the file", header.getCount("vertex"));
     describeMesh({readCorners(path), 0}, maxListed);
 }
 } // namespace

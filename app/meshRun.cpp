@@ -38,6 +38,33 @@ bool writeMeshFile(const MIRT_ZAV::MeshPtr& mesh, const std::string& path, bool 
     return getType(path) == FileType::obj ? writeObj(mesh, path) : MIRT_ZAV::writeMesh_auto(path, mesh, !bAscii);
 }
 
+/// By how much a coordinate of 1 can be off in the file.
+double getRounding(FileType type, bool bAscii)
+{
+    if (type == FileType::stl)
+        return 5e-10; // 10 digits
+    if (type == FileType::list)
+        return 5e-15;
+    return type == FileType::obj || bAscii ? 5e-6 : 6e-8; // 6 digits, or the 24 bits of a float
+}
+
+/// What the file can't hold.
+void tellLosses(const MIRT_ZAV::Mesh& mesh, const std::string& path, bool bAscii)
+{
+    const FileType type = getType(path);
+    std::vector<MIRT_ZAV::Point3*> vertices;
+    mesh.getPoints(vertices);
+    const bool bColors = std::any_of(vertices.begin(), vertices.end(), [](const auto* p) { return p->hasColor(); });
+    if (bColors && (type == FileType::stl || type == FileType::obj))
+        tell("the colours are left out: of mesh files only .ply and .list keep them");
+    double largest = 0.0;
+    for (const MIRT_ZAV::Point3* const p : vertices)
+        largest = std::max(largest, (*p - MIRT_ZAV::Point3()).getMaxAbsComponent());
+    if (largest * getRounding(type, bAscii) > 0.05 * mesh.getAverageEdgeLength())
+        tell("the coordinates have too many digits for this format, vertices are moved: bring the points nearer to the "
+             "origin, or write .list");
+}
+
 ProgressBar& getBar()
 {
     static ProgressBar bar; // the library keeps a subscriber's address
@@ -114,6 +141,7 @@ void writeMesh(const MIRT_ZAV::MeshPtr& mesh, SafeOutput& output, const std::str
         timings.print();
     if (options.bQuiet)
         return;
+    tellLosses(*mesh, path, options.bAscii);
     std::vector<MIRT_ZAV::Point3*> vertices;
     mesh->getPoints(vertices);
     std::printf("%s: %zu vertices, %zu triangles from %s\n", path.c_str(), vertices.size(),

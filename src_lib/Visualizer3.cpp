@@ -172,7 +172,7 @@ void Visualizer3::putLines(size_t nLines, size_t pointsPerLine, const PointAt& p
         return;
     out.put("\n{\nappearance{linewidth ");
     out.putNumber(static_cast<long long>(width));
-    out.put("}\n{\nVECT\n");
+    out.put("}\n\n{\nVECT\n");
     putNumber(nLines);
     out.put(' ');
     putNumber(nLines * pointsPerLine);

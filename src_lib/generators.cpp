@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <stdexcept>
 
 namespace MIRT_ZAV
 {
@@ -55,7 +57,10 @@ public:
     WeightGrid(size_t numXArg, size_t numYArg, unsigned int seed)
         : numX(std::max<size_t>(numXArg, 1)), numY(std::max<size_t>(numYArg, 1))
     {
-        generateRandomNumbers((numX + 1) * (numY + 1), 0.01, 1.0, weights, seed);
+        size_t numNodes = 0;
+        if (numX == SIZE_MAX || numY == SIZE_MAX || __builtin_mul_overflow(numX + 1, numY + 1, &numNodes))
+            throw std::length_error("too many cells in the grid");
+        generateRandomNumbers(numNodes, 0.01, 1.0, weights, seed);
     }
 
     /// \param u, v  0 to 1

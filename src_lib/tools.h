@@ -2,22 +2,14 @@
 // the one exception it ends in, developer's timers, and the process-wide CPU count.
 #pragma once
 
-#include "zav_export.h"
+#include "ZavBugException.h"
+#include "cpuCount.h"
 
-#include <exception>
 #include <sstream>
 #include <string>
 
 namespace MIRT_ZAV
 {
-
-/// The only exception that the library throws on purpose. The condition that failed has been printed before.
-class ZAV_API ZavBugException : public std::exception
-{
-public:
-    ~ZavBugException() override;
-    const char* what() const noexcept override;
-};
 
 /// The one place that throws ZavBugException.
 [[noreturn]] void throwZavBugException();
@@ -80,10 +72,5 @@ std::string toString(const T& value)
     text << value;
     return text.str();
 }
-
-/// The number of threads that pools made from now on get. 0 sets the hardware's number, a negative value changes
-/// nothing; the result is the value in force, at least 1.
-ZAV_API int getSetGlobalNumCPU(int numCPU);
-ZAV_API int getGlobalNumCPU();
 
 } // namespace MIRT_ZAV

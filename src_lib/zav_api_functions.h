@@ -72,10 +72,13 @@ ZAV_API void destroySingletons();
 /// lies below all earlier ones, a single point included, the offset is of the order of -9e307.
 ZAV_API void autoOffset(std::vector<Point3>& points, double& x, double& y, double& z);
 
+/// 1 and 17.
 ZAV_API void getVersion(int& major, int& minor);
 /// "ZAV, version 1.17" on standard output.
 ZAV_API void printVersion();
+/// True.
 ZAV_API bool isRelease();
+/// False: binary point files have their 64-bit form.
 ZAV_API bool is32bitSystem();
 
 } // namespace MIRT_ZAV

@@ -59,7 +59,7 @@ std::string linesOf(const std::string& color, const std::string& segments, const
     std::string twos, zeros;
     for (int i = 0; i < n; ++i)
         twos += "2 ", zeros += i == 0 ? "1 " : "0 ";
-    return "\n{\nappearance{linewidth 1}\n{\nVECT\n" + segments + " 1\n" + twos + "\n" + zeros + "\n" + points + color +
+    return "\n{\nappearance{linewidth 1}\n\n{\nVECT\n" + segments + " 1\n" + twos + "\n" + zeros + "\n" + points + color +
            "\n}\n}\n";
 }
 } // namespace
@@ -139,7 +139,7 @@ TEST_F(MeshFiles, DebugGeometryByteForByte)
     }
     EXPECT_EQ(get("c.list"),
               "LIST\n{\n\n{\nappearance { +edge  }\nOFF\n0 0 0\n}\n"
-              "\n{\nappearance{linewidth 10}\n{\nVECT\n2 2 1\n1 1 \n1 0 \n1 2 3\n0.1 0 0\n1 0 0 0.5\n}\n}\n}");
+              "\n{\nappearance{linewidth 10}\n\n{\nVECT\n2 2 1\n1 1 \n1 0 \n1 2 3\n0.1 0 0\n1 0 0 0.5\n}\n}\n}");
 }
 
 TEST_F(MeshFiles, ColorsInTurn)

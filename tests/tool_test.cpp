@@ -10,6 +10,7 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <vector>
 
@@ -155,6 +156,15 @@ TEST_F(Tool, failureSaysWhyInOneLineAndLeavesTheOldOutput)
     write("cut.ply", "ply\nformat binary_little_endian 1.0\nelement vertex 1000000000000\nproperty float x\n"
                      "property float y\nproperty float z\nend_header\nabc");
     write("noheader.ply", "1 2 3\n");
+    const std::string text =
+        "ply\nformat ascii 1.0\nelement vertex 4\nproperty float x\nproperty float y\nproperty float z\n";
+    write("nan.ply", text + "end_header\n0 0 0\n1 0 0\nnan 1 0\n1 1 0\n"); // the library would read zeros from there on
+    write("atend.ply", text + "end_header");
+    const std::string face =
+        text + "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0 0 1 0 0 0 1 0 1 1 0\n";
+    write("quad.ply", face + "4 0 1 2 3\n");
+    write("cutface.ply", face + "3 0 1\n");
+    write("index.ply", face + "3 0 1 4\n");
     writeBin("cut.bin", {0, 0, 0}, std::uint64_t(1) << 60);
     write("other.bin", "something else altogether");
     writeBin("nan.bin", {std::nan(""), 0, 0}, 1);
@@ -164,15 +174,21 @@ TEST_F(Tool, failureSaysWhyInOneLineAndLeavesTheOldOutput)
     write("out.ply", "an older result");
     const size_t numFiles = countFiles();
 
-    for (const char* arguments : {"missing.ply out.ply", "empty.xyz out.ply", "words.xyz out.ply", "cut.ply out.ply",
-                                  "noheader.ply out.ply", "cut.bin out.ply", "other.bin out.ply", "nan.bin out.ply",
-                                  "directory.xyz out.ply", "good.xyz nowhere/out.ply"})
+    for (const char* arguments :
+         {"missing.ply out.ply", "empty.xyz out.ply", "words.xyz out.ply", "cut.ply out.ply", "noheader.ply out.ply",
+          "nan.ply out.ply", "atend.ply out.ply", "cut.bin out.ply", "other.bin out.ply", "nan.bin out.ply",
+          "directory.xyz out.ply", "good.xyz nowhere/out.ply"})
     {
         const Outcome outcome = run(std::string("reconstruct ") + arguments);
         EXPECT_EQ(outcome.exitCode, 1) << arguments;
         EXPECT_EQ(countLines(outcome.err), 1u) << arguments << ": " << outcome.err;
         EXPECT_EQ(outcome.out, "") << arguments;
     }
+    for (const auto& [name, reason] : {std::pair("quad.ply", "a face of 4 corners"),
+                                       {"cutface.ply", "cut short"},
+                                       {"index.ply", "index out of range: 4"},
+                                       {"directory.xyz", "is a directory"}})
+        EXPECT_NE(run(std::string("info ") + name).err.find(reason), std::string::npos) << name;
     const Outcome outcome = run("reconstruct far.xyz out.ply --spacing 0.001"); // the lattice can't hold both points
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_NE(outcome.err.find("--spacing"), std::string::npos) << outcome.err;
@@ -302,6 +318,38 @@ TEST_F(Tool, convertsPointsWithoutLoss)
     }
     EXPECT_NE(run("convert colors.ply out.list").err.find("colours are left out"), std::string::npos);
     EXPECT_EQ(read("out.list").find("LIST\n"), 0u);
+}
+
+TEST_F(Tool, outputsGoBehindLinksInTheFormatOfTheNameGiven)
+{
+    write("in.xyz", squareOfPoints(5));
+    write("data.bin", "an older result");
+    fs::permissions(directory / "data.bin", fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink("data.bin", directory / "link.xyz");
+    fs::create_symlink("new.dat", directory / "dangling.xyz");
+    for (const char* name : {"link.xyz", "dangling.xyz"})
+    {
+        EXPECT_EQ(run(std::string("convert in.xyz ") + name).exitCode, 0) << name;
+        EXPECT_TRUE(fs::is_symlink(directory / name));
+        EXPECT_EQ(read(name), squareOfPoints(5)) << name;
+    }
+    EXPECT_EQ(fs::status(directory / "data.bin").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    ASSERT_EQ(mkfifo((directory / "pipe.xyz").c_str(), 0600), 0);
+    EXPECT_EQ(run("convert in.xyz pipe.xyz").exitCode, 1);
+    EXPECT_TRUE(fs::is_fifo(directory / "pipe.xyz"));
+}
+
+TEST_F(Tool, tellsWhatAFormatCanNotHold)
+{
+    std::string moved;
+    std::istringstream lines(squareOfPoints(20, 0.1));
+    for (double x, y, z; lines >> x >> y >> z;)
+        moved += std::to_string(4500000 + x) + ' ' + std::to_string(y) + " 0\n";
+    write("far.xyz", moved);
+    ASSERT_EQ(run("generate sphere colors.ply --points 2000").exitCode, 0);
+    EXPECT_NE(run("reconstruct far.xyz out.ply").err.find("too many digits"), std::string::npos);
+    EXPECT_EQ(run("reconstruct far.xyz out.stl").err, "");
+    EXPECT_NE(run("reconstruct colors.ply out.stl").err.find("colours are left out"), std::string::npos);
 }
 
 TEST_F(Tool, writesMeshesInAllFormatsAndTellsFullDisks)

@@ -1,0 +1,15 @@
+// The number of threads that the library uses, one for the process.
+#pragma once
+
+#include "zav_export.h"
+
+namespace MIRT_ZAV
+{
+
+/// Sets the number of threads that pools made from now on get. 0 sets the hardware's number, a negative value changes
+/// nothing. \return the value in force, at least 1
+ZAV_API int getSetGlobalNumCPU(int numCPU);
+/// The value in force.
+ZAV_API int getGlobalNumCPU();
+
+} // namespace MIRT_ZAV
