@@ -8,8 +8,8 @@
 namespace MIRT_ZAV
 {
 
-/// The only exception that the library throws on purpose: a condition failed, by a bug or by incorrect usage. Which one has
-/// been printed on standard output before.
+/// The only exception that the library throws on purpose: a condition failed, by a bug or by incorrect usage. Which one
+/// has been printed on standard output before.
 class ZAV_API ZavBugException : public std::exception
 {
 public:

@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
+#include <stdexcept>
 
 using namespace MIRT_ZAV;
 
@@ -51,6 +53,10 @@ TEST(Generators, SurfacePointsLieOnASmoothSurfaceInTheBox)
         generateRandomSurfacePoints(40000, numX, numY, 10, -5, 2, 14, -4, 3, points, 11);
         generateRandomSurfacePoints(40000, numX, numY, 10, -5, 2, 14, -4, 3, again, 11);
         ASSERT_EQ(points, again);
+        std::vector<double> vX, vY;
+        generateRandomNumbers(40000, 10, 14, vX, 11);
+        generateRandomNumbers(40000, -5, -4, vY, 12);
+        EXPECT_TRUE(points[777].x() == vX[777] && points[777].y() == vY[777]);
         double lowest = 3.0, highest = 2.0;
         for (const Point3& p : points)
         {
@@ -77,10 +83,16 @@ TEST(Generators, BoxesThatAreNoneAreRefused)
 {
     std::vector<Point3> points;
     const double infinity = std::numeric_limits<double>::infinity();
-    for (const double maxZ : {0.0, -1.0, std::nan(""), infinity})
-        EXPECT_NE(test::outputOf([&] { generateRandomSurfacePoints(9, 2, 2, 0, 0, 0, 1, 1, maxZ, points, 1); })
-                      .find("WARNING"),
-                  std::string::npos);
+    for (const double max : {0.0, -1.0, std::nan(""), infinity})
+        for (size_t axis = 0; axis < 3; ++axis)
+        {
+            double upper[3] = {1, 1, 1};
+            upper[axis] = max;
+            const auto generate = [&]
+            { generateRandomSurfacePoints(9, 2, 2, 0, 0, 0, upper[0], upper[1], upper[2], points, 1); };
+            EXPECT_NE(test::outputOf(generate).find("WARNING"), std::string::npos) << axis << ' ' << max;
+        }
+    EXPECT_THROW(generateRandomSurfacePoints(9, SIZE_MAX, 2, 0, 0, 0, 1, 1, 1, points, 1), std::length_error);
     EXPECT_TRUE(points.empty());
 }
 

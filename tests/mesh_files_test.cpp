@@ -59,8 +59,8 @@ std::string linesOf(const std::string& color, const std::string& segments, const
     std::string twos, zeros;
     for (int i = 0; i < n; ++i)
         twos += "2 ", zeros += i == 0 ? "1 " : "0 ";
-    return "\n{\nappearance{linewidth 1}\n\n{\nVECT\n" + segments + " 1\n" + twos + "\n" + zeros + "\n" + points + color +
-           "\n}\n}\n";
+    return "\n{\nappearance{linewidth 1}\n\n{\nVECT\n" + segments + " 1\n" + twos + "\n" + zeros + "\n" + points +
+           color + "\n}\n}\n";
 }
 } // namespace
 
@@ -142,6 +142,24 @@ TEST_F(MeshFiles, DebugGeometryByteForByte)
               "\n{\nappearance{linewidth 10}\n\n{\nVECT\n2 2 1\n1 1 \n1 0 \n1 2 3\n0.1 0 0\n1 0 0 0.5\n}\n}\n}");
 }
 
+TEST_F(MeshFiles, DebugGeometryColorsEdgesByDegree)
+{
+    const std::pair<int, std::string> cases[] = {
+        {2, ""}, {3, "\n0.627 0.125 0.941 0.5\n"}, {4, "\n0 0.70 .9 0.5\n"}, {5, "\n1 0.411 0.705 0.5\n"}};
+    for (const auto& [degree, color] : cases)
+    {
+        auto* const mesh = new RMesh(1.0);
+        Point3 *const a = mesh->createVertex({0, 0, 0}), *const b = mesh->createVertex({1, 0, 0});
+        for (int i = 0; i < degree; ++i)
+            mesh->createT(a, b, mesh->createVertex({0, 1.0, 1.0 * i}));
+        ASSERT_TRUE(Mesh(mesh).writeGeomview_ASCII(path("a.list")));
+        for (const auto& [otherDegree, otherColor] : cases)
+            EXPECT_EQ(get("a.list").find(otherColor + "}\n}\n") != std::string::npos,
+                      otherDegree <= 2 || degree == otherDegree)
+                << degree << ' ' << otherDegree;
+    }
+}
+
 TEST_F(MeshFiles, ColorsInTurn)
 {
     std::set<std::string> seen;
@@ -150,6 +168,7 @@ TEST_F(MeshFiles, ColorsInTurn)
     EXPECT_EQ(seen.size(), 23u);
     for (const int hardToSee : {4, 8, 10, 13})
         EXPECT_EQ(seen.count(Visualizer3::getColor(hardToSee)), 0u);
+    EXPECT_EQ(Visualizer3::CLAWNGREEN + Visualizer3::getColor(20), "0.49\t0.99 0.00 0.50.60\t0.98 0.60 0.5");
     EXPECT_EQ(Visualizer3::getColor(26), "0.96 0.87 0.7 0.5");
     EXPECT_EQ(Visualizer3::getColor(27), Visualizer3::CGREEN); // modulo 26, deliberately
     EXPECT_EQ(Visualizer3::getColor(-1), Visualizer3::CWHITE);

@@ -112,6 +112,8 @@ TEST_F(RotxTest, whatIsNoStarIsABug)
     CEdge* const edge = mesh.getEdge(a, b);
     EXPECT_TRUE(test::hasBug("pRefCT->isAlive()", [&] { rotx.sortStar(killed, edge); }));
     EXPECT_TRUE(test::hasBug("pRefCT->getHEDirection2(vcd0,vcd1)==HE_SAME", [&] { rotx.sortStar(other, edge); }));
+    edge->vT.clear();
+    EXPECT_TRUE(test::hasBug("bHasRef", [&] { rotx.sortStar(good, edge); }));
     mesh.createT(a, b, far, 0, 0); // no case joins these; 8 cells off, where three bits would come round
     EXPECT_TRUE(test::hasBug("q_it!=mEncoded2Index.end()", [&] { rotx.sortStar(good, edge); }));
 }
