@@ -14,7 +14,7 @@ BlockBuffer::BlockBuffer(std::istream& in, size_t blockSize) : source(in), block
 bool BlockBuffer::more()
 {
     const size_t rest = available();
-    if (rest == block.size())
+    if (isFull())
         block.resize(2 * block.size());
     else if (rest != 0)
         std::memmove(block.data(), gptr(), rest);
@@ -61,6 +61,14 @@ std::int64_t bytesLeft(std::istream& is)
     is.clear();
     is.seekg(here);
     return left;
+}
+
+bool isReadable(std::istream& is)
+{
+    is.peek();
+    const bool bReadable = !is.bad();
+    is.clear(); // an empty file is readable
+    return bReadable;
 }
 
 } // namespace MIRT_ZAV

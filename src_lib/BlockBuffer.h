@@ -23,6 +23,8 @@ public:
     const char* begin() const { return gptr(); }
     const char* end() const { return egptr(); }
     size_t available() const { return static_cast<size_t>(egptr() - gptr()); }
+    /// Whether more() would have to make the window larger.
+    bool isFull() const { return available() == block.size(); }
 
     /// Moves on within the window, by at most available() bytes.
     void advance(size_t n) { setg(eback(), gptr() + n, egptr()); }
@@ -45,5 +47,9 @@ private:
 /// The number of bytes from the stream's position to its end, or a negative number when the stream can't tell, such as
 /// a pipe. The position stays; error states are cleared.
 std::int64_t bytesLeft(std::istream& is);
+
+/// Whether a file that was just opened gives its bytes: a directory opens, too, and fails on reading. The position
+/// stays.
+bool isReadable(std::istream& is);
 
 } // namespace MIRT_ZAV

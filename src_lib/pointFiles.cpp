@@ -17,7 +17,7 @@ namespace
 {
 constexpr std::int32_t fileType3D = 30;
 constexpr std::int32_t fileType2D = 20;
-constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 24; // points
+constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 20; // points, besides as many as the file holds
 constexpr int digitsOfText = 18;
 
 /// Room for n more points, also when many files are read into one vector.
@@ -104,7 +104,7 @@ bool writeFile(const char* path, std::ios::openmode mode, const Write& write)
 bool readPoints_ASCII(const char* path, std::vector<Point3>& vPoints)
 {
     std::ifstream file(path);
-    if (!file.is_open())
+    if (!file.is_open() || !isReadable(file))
     {
         std::cout << path << " is unreadable" << std::endl;
         return false;
@@ -114,10 +114,20 @@ bool readPoints_ASCII(const char* path, std::vector<Point3>& vPoints)
     double xyz[3];
     while (!in.atEnd())
     {
-        const size_t length = findLine(in);
-        if (parser.parse(in.begin(), in.begin() + length, xyz))
+        bool bPoint = false;
+        if (const std::optional<size_t> length = findLine(in))
+        {
+            bPoint = parser.parse(in.begin(), in.begin() + *length, xyz);
+            skipLine(in, *length);
+        }
+        else
+        {
+            LongLine line(in);
+            bPoint = PointParser::parse(line, xyz);
+            line.finish();
+        }
+        if (bPoint)
             vPoints.emplace_back(xyz[0], xyz[1], xyz[2]);
-        in.advance(std::min(length + 1, in.available()));
     }
     return true;
 }
@@ -125,7 +135,7 @@ bool readPoints_ASCII(const char* path, std::vector<Point3>& vPoints)
 bool readPoints_BIN(const char* path, std::vector<Point3>& vPoints)
 {
     std::ifstream file(path, std::ios::in | std::ios::binary);
-    if (!file.is_open())
+    if (!file.is_open() || !isReadable(file))
     {
         std::cout << path << " can't be read" << std::endl;
         return false;
@@ -141,10 +151,11 @@ bool readPoints_BIN(const char* path, std::vector<Point3>& vPoints)
     BinaryPoints points(file, fileType == fileType3D);
     if (left > 0)
         reserveMore(vPoints, std::min<std::uint64_t>(numPoints, static_cast<std::uint64_t>(left) / points.rowBytes()));
-    const std::uint64_t numMissing = numPoints - points.readComplete(numPoints, vPoints);
+    const std::uint64_t numComplete = points.readComplete(numPoints, vPoints);
+    const std::uint64_t numMissing = numPoints - numComplete;
     if (numMissing == 0)
         return true; // whatever stands behind the points isn't looked at
-    if (numMissing <= toleratedShortfall)
+    if (numMissing <= numComplete + toleratedShortfall)
         points.appendMissing(numMissing, vPoints);
     else
         std::cout << path << " ends " << numMissing << " points too early" << std::endl;

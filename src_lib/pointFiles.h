@@ -16,16 +16,18 @@ namespace MIRT_ZAV
 /// Reads text: one point per line, three numbers separated by white space, in the notation of a C++ stream with the "C"
 /// locale. Further text on a line is ignored, a line without three numbers ("nan" isn't one) is skipped silently.
 /// \param vPoints  the points are appended, without colours
-/// \return whether the file could be opened; if not, a line on standard output says so
+/// \return whether the file could be opened and read; if not, a line on standard output says so
 ZAV_API bool readPoints_ASCII(const char* path, std::vector<Point3>& vPoints);
 
 /// Reads the binary form, little-endian without padding: the file type as a signed 32-bit number (30 for three
 /// coordinates per point, 20 for two), the number of points n as an unsigned 64-bit number, n times x, y and, for type
-/// 30, z as 64-bit floats. Points of type 20 get z 0.0. \param vPoints  the points are appended, without colours
-/// \return whether the file could be opened; if not, a line on standard output says so. Deliberately also true after
-///         another file type, which is told on standard output and gives no points.
-/// A file that is short of its count by up to 2^24 points isn't noticed: the values read last are repeated for the
-/// points that lack, 0.0 if there were none. A shorter one gives its complete points and a line on standard output.
+/// 30, z as 64-bit floats. Points of type 20 get z 0.0.
+/// \param vPoints  the points are appended, without colours
+/// \return whether the file could be opened and read; if not, a line on standard output says so. Deliberately also true
+///         after another file type, which is told on standard output and gives no points.
+/// A file that is short of its count by up to 2^20 points and as many as it holds isn't noticed: the values read last
+/// are repeated for the points that lack, 0.0 if there were none. A shorter one gives its complete points and a line on
+/// standard output.
 ZAV_API bool readPoints_BIN(const char* path, std::vector<Point3>& vPoints);
 
 /// Writes x, y, z of each point in text, with 18 significant digits, which keeps every bit. Colours aren't written.
