@@ -72,10 +72,43 @@ void PlyBuffer::refer(std::uint8_t* bytes, size_t numBytes)
 
 // ---- header ----
 
+namespace
+{
+/// The lines of a header. No file needs longer ones: what claims to be a header and isn't must not fill the memory.
+class HeaderLines
+{
+public:
+    explicit HeaderLines(std::istream& is) : in(is), buffer(longestLine + 1, '\0') {}
+
+    /// False at the end of the stream.
+    bool next(std::string& line)
+    {
+        in.getline(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+        const auto numRead = static_cast<size_t>(in.gcount()); // with the end of line, where there is one
+        if (in.bad() || (in.fail() && numRead == 0))
+            return false;
+        numBytes += numRead;
+        if (in.fail() || numBytes > longestHeader)
+            throw std::runtime_error("header too long");
+        line.assign(buffer, 0, in.eof() ? numRead : numRead - 1);
+        return true;
+    }
+
+private:
+    static constexpr size_t longestLine = size_t(1) << 16;
+    static constexpr size_t longestHeader = size_t(1) << 20;
+
+    std::istream& in;
+    std::string buffer;
+    size_t numBytes = 0;
+};
+} // namespace
+
 bool PlyFile::PlyFileImpl::parse_header(std::istream& is)
 {
+    HeaderLines lines(is);
     std::string text;
-    while (std::getline(is, text))
+    while (lines.next(text))
     {
         std::istringstream line(text);
         line.imbue(std::locale::classic());
@@ -207,10 +240,6 @@ PlyFile::PlyFileImpl::LookupTable PlyFile::PlyFileImpl::make_property_lookup_tab
         {
             const PlyProperty& property = elements[i].properties[j];
             PropertyLookup lookup;
-            const auto it = userData.find(hashOf(elements[i].name + property.name));
-            if (it != userData.end() && it->second.elementIndex == i && it->second.propertyIndex == j)
-                lookup.helper = &it->second;
-            lookup.skip = lookup.helper == nullptr;
             lookup.type = property.propertyType;
             lookup.listType = property.listType;
             lookup.prop_stride = strideOf(property.propertyType);
@@ -219,6 +248,12 @@ PlyFile::PlyFileImpl::LookupTable PlyFile::PlyFileImpl::make_property_lookup_tab
                 throw std::invalid_argument("invalid ply property");
             table[i].push_back(lookup);
         }
+    for (auto& [key, helper] : userData)
+    {
+        PropertyLookup& lookup = table[helper.elementIndex][helper.propertyIndex];
+        lookup.helper = &helper;
+        lookup.skip = false;
+    }
     return table;
 }
 
