@@ -1,5 +1,6 @@
 #include "plyMesh.h"
 
+#include "BlockBuffer.h"
 #include "OrderedIndex.h"
 #include "RMesh.h"
 #include "RTriangle.h"
@@ -242,6 +243,8 @@ void applyColors(std::vector<VtxColor>& colors, std::vector<Point3>& vPoints)
                                             ", numColors=" + toString(colors.size()) + " colors not used");
         return;
     }
+    if (colors.empty())
+        return;
     adaptTo255(colors);
     for (size_t i = 0; i < colors.size(); ++i)
         vPoints[i].setColor(toByte(colors[i].red), toByte(colors[i].green), toByte(colors[i].blue),
@@ -259,7 +262,10 @@ bool readOpenPly(std::istream& in, bool bPointsOnly, std::vector<Point3>& vPoint
         return false;
     requestColors(file, requests);
     if (!bPointsOnly)
+    {
         requests.indices = file.request_properties_from_element("face", {"vertex_indices"}, 3);
+        requests.indices->bGrows = false;
+    }
     file.read(in);
 
     std::vector<Point3> points;
@@ -327,7 +333,7 @@ bool readPly(const std::string& path, bool bPointsOnly, std::vector<Point3>& vPo
     try
     {
         std::ifstream in(path, std::ios::in | std::ios::binary);
-        if (in.is_open())
+        if (in.is_open() && MIRT_ZAV::isReadable(in))
             return readOpenPly(in, bPointsOnly, vPoints);
     }
     catch (const std::exception& e)

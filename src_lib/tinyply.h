@@ -82,15 +82,16 @@ struct PlyData
     std::uint64_t count = 0; ///< rows of the element, also for lists
     PlyBuffer buffer;
     bool isList = false; ///< the entries of all lists follow each other; where one ends isn't kept
+    bool bGrows = true;  ///< false, set before read(): entries beyond what the hint promised are dropped
 };
 
 /// One PLY file, to be read (parse_header, request_properties_from_element, read) or to be written
 /// (add_properties_to_element, write).
 ///
 /// What a header declares is never believed beyond what the stream can hold: read() throws std::runtime_error when the
-/// declared rows need over 16 MiB more than there are, or buffers much longer than the file. A shorter gap is a file
-/// that was cut off: the buffers then end in zeros. Of several elements or properties with one name the first counts,
-/// the others are skipped.
+/// declared rows need over 1 MiB more than twice the bytes there are, or when lists must lack over 2^18 of the expected
+/// entries and one more for each byte. A smaller gap is a file that was cut off: the buffers then end in zeros. Of
+/// several elements or properties with one name the first counts, the others are skipped.
 class PlyFile
 {
 public:
@@ -101,7 +102,7 @@ public:
 
     /// Reads up to and including "end_header", or to the end of the stream. The first line isn't asked to be "ply".
     /// \return false at a line of an unknown kind
-    /// \throws std::runtime_error for a property before the first element
+    /// \throws std::runtime_error for a property before the first element, a line over 64 KiB, a header over 1 MiB
     bool parse_header(std::istream& is);
 
     /// Registers properties of one element for read().

@@ -220,6 +220,7 @@ private:
     bool needsFirstPass() const;
     void allocateBuffers();
     void parse_data(std::istream& is, LookupTable& table, bool firstPass);
+    static std::uint64_t fixedRowBytes(const std::vector<PropertyLookup>& lookups);
     static RowPlan planRows(const std::vector<PropertyLookup>& lookups);
     static void parseFixedRows(BlockBuffer& in, std::uint64_t numRows, const RowPlan& plan);
     static void takeBytes(BlockBuffer& in, std::uint64_t n, PropertyLookup& lookup, bool firstPass);

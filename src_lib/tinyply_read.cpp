@@ -13,12 +13,14 @@ namespace PLY
 {
 namespace
 {
-/// A file may end this much too early and still counts as one that was cut off, not as one with a false header.
-constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 24;
+/// A file may lack this many bytes, and as many as it holds, and still counts as one that was cut off, not as one with
+/// a false header.
+constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 20;
 
-/// Buffers may be this much longer than the file: 12 bytes stand for the one of an empty list that was expected to be a
-/// triangle, 8 for the two of a number in text.
-constexpr std::uint64_t maxExpansion = 16;
+/// Lists may lack this many entries of what was expected of them, and one for each byte that the file holds.
+constexpr std::uint64_t toleratedMissingEntries = std::uint64_t(1) << 18;
+
+constexpr std::uint64_t leastTextBytes = 2; // of a value: a digit and a separator
 
 /// The number of entries of a list, from the value that stands before them.
 std::uint64_t listCountFrom(Type listType, const std::uint8_t* bytes)
@@ -60,13 +62,13 @@ public:
 
     void skipValue()
     {
-        const char* last = MIRT_ZAV::skipBlanks(in.begin(), in.end());
-        while (last != in.end() && !MIRT_ZAV::isBlank(*last))
-            ++last;
-        if (last != in.end() && ok())
-            in.advance(static_cast<size_t>(last - in.begin()));
+        if (!ok())
+            return;
+        skipWhile([](char c) { return MIRT_ZAV::isBlank(c); });
+        if (in.available() == 0)
+            stream.setstate(std::ios::failbit);
         else
-            stream >> skipped;
+            skipWhile([](char c) { return !MIRT_ZAV::isBlank(c); });
     }
 
 private:
@@ -86,10 +88,19 @@ private:
         return value;
     }
 
+    /// To the next other character, or the end. Window by window: a text can be as long as the file.
+    template <class F>
+    void skipWhile(const F& isSkipped)
+    {
+        do
+            in.advance(static_cast<size_t>(std::find_if_not(in.begin(), in.end(), isSkipped) - in.begin()));
+        while (!in.atEnd() && isSkipped(*in.begin()));
+    }
+
     BlockBuffer& in;
     std::istream stream;
-    std::string skipped;
 };
+
 void PlyFile::PlyFileImpl::read(std::istream& is)
 {
     const std::int64_t left = MIRT_ZAV::bytesLeft(is);
@@ -138,16 +149,20 @@ void PlyFile::PlyFileImpl::checkSizes(const LookupTable& table, std::uint64_t nu
     {
         std::uint64_t rowBytes = 0;
         for (const PropertyLookup& lookup : table[i])
-            rowBytes += !isBinary ? 2 : lookup.list_stride != 0 ? lookup.list_stride : lookup.prop_stride;
+            rowBytes += !isBinary ? leastTextBytes : lookup.list_stride != 0 ? lookup.list_stride : lookup.prop_stride;
         least = checkedSum(least, checkedProduct(elements[i].size, rowBytes));
     }
-    if (least > checkedSum(numBytesLeft, toleratedShortfall))
-        throw std::runtime_error("the file is too short for what its header declares");
-
-    std::uint64_t buffers = 0;
+    // What a list needs is its count; what was expected of all lists could be far more than the file has.
+    std::uint64_t mostEntries = toleratedMissingEntries + numBytesLeft;
+    std::uint64_t entries = 0;
     for (const ParsingHelper* const helper : groups())
-        buffers = checkedSum(buffers, checkedProduct(helper->data->count, helper->rowBytes));
-    if (buffers > checkedSum(checkedProduct(numBytesLeft, maxExpansion), toleratedShortfall))
+        if (helper->data->isList && helper->data->count != 0)
+        {
+            const std::uint64_t stride = strideOf(helper->data->t);
+            mostEntries += (numBytesLeft - std::min(least, numBytesLeft)) / (isBinary ? stride : leastTextBytes);
+            entries = checkedSum(entries, checkedProduct(helper->data->count, helper->rowBytes) / stride);
+        }
+    if (least > checkedSum(checkedProduct(numBytesLeft, 2), toleratedShortfall) || entries > mostEntries)
         throw std::runtime_error("the file is too short for what its header declares");
 }
 
@@ -174,7 +189,7 @@ void PlyFile::PlyFileImpl::parse_data(std::istream& is, LookupTable& table, bool
     TextValues values(in);
     for (size_t i = 0; i < numElementsToRead(); ++i)
     {
-        if (table[i].empty())
+        if (table[i].empty() || elements[i].size == 0)
             continue; // rows without properties are no bytes, however many there are
         const bool hasList =
             std::any_of(table[i].begin(), table[i].end(), [](const auto& lookup) { return lookup.list_stride != 0; });
@@ -183,10 +198,18 @@ void PlyFile::PlyFileImpl::parse_data(std::istream& is, LookupTable& table, bool
         else if (hasList)
             parseListRows(in, elements[i].size, table[i], firstPass);
         else if (firstPass)
-            in.skip(elements[i].size * planRows(table[i]).numBytes);
+            in.skip(elements[i].size * fixedRowBytes(table[i]));
         else
             parseFixedRows(in, elements[i].size, planRows(table[i]));
     }
+}
+
+std::uint64_t PlyFile::PlyFileImpl::fixedRowBytes(const std::vector<PropertyLookup>& lookups)
+{
+    std::uint64_t numBytes = 0;
+    for (const PropertyLookup& lookup : lookups)
+        numBytes += lookup.prop_stride;
+    return numBytes;
 }
 
 RowPlan PlyFile::PlyFileImpl::planRows(const std::vector<PropertyLookup>& lookups)
@@ -233,8 +256,13 @@ void PlyFile::PlyFileImpl::parseFixedRows(BlockBuffer& in, std::uint64_t numRows
 
 void PlyFile::PlyFileImpl::ParsingHelper::append(const void* bytes, size_t n)
 {
-    if (cursor->byteOffset + n > data->buffer.sizeInBytes())
-        data->buffer.growTo(cursor->byteOffset + n); // lists longer than the hint
+    const size_t room = data->buffer.sizeInBytes() - cursor->byteOffset;
+    if (n > room && !data->bGrows)
+        n = room;
+    else if (n > room)
+        data->buffer.growTo(cursor->byteOffset + n);
+    if (n == 0)
+        return; // also of a buffer without a place
     std::memcpy(data->buffer.get() + cursor->byteOffset, bytes, n);
     cursor->byteOffset += n;
 }
