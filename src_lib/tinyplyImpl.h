@@ -81,7 +81,7 @@ inline std::uint64_t checkedSum(std::uint64_t a, std::uint64_t b)
 
 inline void swapBytes(std::uint8_t* bytes, size_t numBytes, size_t stride)
 {
-    for (size_t i = 0; i + stride <= numBytes; i += stride)
+    for (size_t i = 0; stride != 0 && i + stride <= numBytes; i += stride) // plain values have a count of no bytes
         std::reverse(bytes + i, bytes + i + stride);
 }
 
