@@ -9,6 +9,7 @@
 #include <iostream>
 #include <istream>
 #include <locale>
+#include <optional>
 #include <set>
 #include <string_view>
 

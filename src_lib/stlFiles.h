@@ -15,13 +15,13 @@ namespace MIRT_ZAV
 /// for in lower case; after an "OUTER LOOP" in upper case the file is read to its end and gives nothing.
 /// \param vPoints  the corners are appended, without colours. Numbers that a line lacks are those of the corner before, or
 ///                 0. Facets of more or fewer than three corners aren't noticed
-/// \return whether the file could be opened and read; if not, a line on standard output says so. Deliberately also true for a binary
-///         STL file, which gives no corners.
+/// \return whether the file could be opened and read; if not, a line on standard output says so. Deliberately also true
+///         for a binary STL file, which gives no corners.
 ZAV_API bool readSTL_ASCII(const char* path, std::vector<Point3>& vPoints);
 
 /// Reads the corners by a simpler rule: every line with "vertex", wherever it stands, is a corner if three numbers
 /// follow that word. \param vPoints  the corners are appended, without colours
-/// \return whether the file could be opened; if not, an error message says so
+/// \return whether the file could be opened and read; if not, an error message says so
 ZAV_API bool readSTLTriCorners(const std::string& path, std::vector<Point3>& vPoints);
 
 } // namespace MIRT_ZAV
