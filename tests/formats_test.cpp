@@ -1,6 +1,7 @@
 // File formats: point files, PLY, and the choice of a format by name.
 #include "RMesh.h"
 #include "capture.h"
+#include "plain_files.h"
 #include "plyMesh.h"
 #include "tinyply.h"
 #include "zav_api_io.h"
@@ -21,11 +22,10 @@
 #include <unistd.h>
 
 using namespace MIRT_ZAV;
+using test::bytesOf, test::Points, test::randomPoints, test::raw;
 
 namespace
 {
-using Points = std::vector<Point3>;
-
 class Formats : public testing::Test
 {
 protected:
@@ -58,21 +58,6 @@ protected:
     std::filesystem::path dir;
 };
 
-template <class T>
-std::string raw(T value, bool bBigEndian = false)
-{
-    std::string bytes(sizeof(T), '\0');
-    std::memcpy(bytes.data(), &value, sizeof(T));
-    if (bBigEndian)
-        std::reverse(bytes.begin(), bytes.end());
-    return bytes;
-}
-
-std::string bytesOf(const Point3& p)
-{
-    return raw(p.x()) + raw(p.y()) + raw(p.z());
-}
-
 std::string floatsOf(const Point3& p)
 {
     return raw(float(p.x())) + raw(float(p.y())) + raw(float(p.z()));
@@ -85,38 +70,12 @@ void expectSame(const Points& actual, const Points& expected)
         ASSERT_EQ(bytesOf(actual[i]), bytesOf(expected[i])) << i << ": " << actual[i] << expected[i];
 }
 
-Points randomPoints(size_t n)
-{
-    std::mt19937_64 random(n);
-    std::uniform_real_distribution<double> mantissa(-10.0, 10.0);
-    std::uniform_int_distribution<int> exponent(-30, 30);
-    Points points;
-    for (size_t i = 0; i < n; ++i)
-        points.emplace_back(std::ldexp(mantissa(random), exponent(random)), mantissa(random), mantissa(random));
-    return points;
-}
-
 Points roundedToFloat(const Points& points)
 {
     Points result;
     for (const Point3& p : points)
         result.emplace_back(float(p.x()), float(p.y()), float(p.z()));
     return result;
-}
-
-/// What a plain string stream makes of each line.
-Points pointsByStream(const std::string& text)
-{
-    Points points;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
-    {
-        std::istringstream in(line);
-        double x, y, z;
-        if (in >> x >> y >> z)
-            points.emplace_back(x, y, z);
-    }
-    return points;
 }
 
 const char* const pointHeader = "element vertex 2\nproperty float x\nproperty float y\nproperty float z\nend_header\n";
@@ -176,38 +135,6 @@ TEST_F(Formats, BinaryPointsByteForByte)
                                                           " can't be written\n");
 }
 
-TEST_F(Formats, BinaryPointsCutOff)
-{
-    // The file ends within y of the second point: x counts, the first half of y too, all else is repeated.
-    const std::string halfY = raw(7.25).substr(0, 4);
-    const std::string header = raw(30) + raw(std::uint64_t(4));
-    Points points;
-    ASSERT_TRUE(readPoints_BIN(put("a.bin", header + bytesOf({1, 2, 3}) + raw(9.0) + halfY).c_str(), points));
-    double y = 2.0;
-    std::memcpy(&y, halfY.data(), 4);
-    expectSame(points, {{1, 2, 3}, {9, y, 3}, {9, y, 3}, {9, y, 3}});
-
-    // Nor does the rest of a count matter, nor do bytes behind the points, however many.
-    for (size_t length = 0; length < 12; ++length)
-        EXPECT_TRUE(readPoints_BIN(put("a.bin", header.substr(0, length)).c_str(), points));
-    EXPECT_EQ(points.size(), 4u);
-    for (const size_t numBehind : {5, 1000, 300000})
-    {
-        const std::string body = raw(30) + raw(std::uint64_t(1)) + bytesOf({7, 8, 9});
-        points.clear();
-        EXPECT_TRUE(readPoints_BIN(put("a.bin", body + std::string(numBehind, 'x')).c_str(), points));
-        expectSame(points, {{7, 8, 9}});
-    }
-
-    // A count that no cut explains isn't followed.
-    points.clear();
-    const std::string giant = raw(30) + raw(~std::uint64_t(0)) + bytesOf({1, 2, 3}) + bytesOf({4, 5, 6});
-    EXPECT_NE(test::outputOf([&] { EXPECT_TRUE(readPoints_BIN(put("a.bin", giant).c_str(), points)); })
-                  .find("points too early"),
-              std::string::npos);
-    expectSame(points, {{1, 2, 3}, {4, 5, 6}});
-}
-
 TEST_F(Formats, TextPointsAreThoseOfAStream)
 {
     std::mt19937 random(7);
@@ -234,7 +161,7 @@ TEST_F(Formats, TextPointsAreThoseOfAStream)
         }
         (text += '\n') += line.str();
     }
-    const Points expected = pointsByStream(text);
+    const Points expected = test::plainTextPoints(text);
     ASSERT_GT(expected.size(), 18000u);
     Points points;
     ASSERT_TRUE(readPoints_ASCII(put("a.xyz", text).c_str(), points));
@@ -315,59 +242,14 @@ TEST_F(Formats, PlyMeshFiles)
               std::string::npos);
 }
 
-/// A file with everything that readers stumble over, in the three encodings: strangers before, between and behind the
-/// coordinates, lists among the vertices, wide values.
-std::string richFile(const std::string& encoding, size_t n, Points& vertices, Points& corners)
-{
-    const bool bAscii = encoding == "ascii";
-    const bool bBig = encoding == "binary_big_endian";
-    std::string file = "PLY\r\n\nformat " + encoding +
-                       " 1.0\ncomment\ncomment some words\nobj_info\nelement empty 0\n"
-                       "property strange thing\nelement camera 2\nproperty int16 id\nelement vertex " +
-                       std::to_string(n) +
-                       "\nproperty float nx\nproperty float64 x\nproperty double y\nproperty uchar red\n"
-                       "property list int int16 links\nproperty uint8 green\nproperty uint8 blue\nproperty double z\n"
-                       "property short quality\nproperty uchar scalar_Intensity\nelement face " +
-                       std::to_string(n) +
-                       "\nproperty list ushort int vertex_indices\nproperty char flag\nend_header\n";
-    const auto put = [&](auto value)
-    {
-        std::ostringstream text;
-        text << std::setprecision(17) << +value << (n % 2 == 0 ? " " : "\n");
-        file += bAscii ? text.str() : raw(value, bBig);
-    };
-    const auto putAll = [&put](auto... values) { (put(values), ...); };
-    std::mt19937 random(5);
-    putAll(std::int16_t(-3), std::int16_t(4));
-    vertices = randomPoints(n);
-    for (Point3& p : vertices)
-    {
-        p.setColor(random() % 256, 2, random() % 256, 200);
-        const int numLinks = int(random() % 4);
-        putAll(0.5f, p.x(), p.y(), p.r, numLinks);
-        for (int j = 0; j < numLinks; ++j)
-            put(std::int16_t(-j));
-        putAll(p.g, p.b, p.z(), std::int16_t(-1), p.a);
-    }
-    corners.clear();
-    for (size_t i = 0; i < n; ++i)
-    {
-        const std::array<int, 3> face = {int(random() % n), int(random() % n), int(random() % n)};
-        putAll(std::uint16_t(3), face[0], face[1], face[2], std::int8_t(-1));
-        for (const int index : face)
-            corners.push_back(vertices[size_t(index)]);
-    }
-    return file;
-}
-
 TEST_F(Formats, PlyReadsAllEncodings)
 {
-    for (const std::string encoding : {"ascii", "binary_little_endian", "binary_big_endian"})
+    for (const char* encoding : test::plyEncodings)
         for (const size_t n : {1u, 1000u, 20001u})
         {
             SCOPED_TRACE(encoding);
             Points vertices, corners, read = {{1, 2, 3}};
-            const std::string file = richFile(encoding, n, vertices, corners);
+            const std::string file = test::richPly(encoding, n, vertices, corners);
             ASSERT_TRUE(readPlyText(file, read));
             expectSame(read, vertices);
             for (size_t i = 0; i < n; ++i)
@@ -455,75 +337,6 @@ TEST_F(Formats, PlyFacesOfOtherWidthsAndValuesThatAStreamRefuses)
     EXPECT_NE(testing::internal::GetCapturedStderr().find("tinyply exception: "), std::string::npos);
 }
 
-TEST_F(Formats, PlyFilesThatEndTooEarly)
-{
-    Points points;
-    const std::string little = std::string("ply\nformat binary_little_endian 1.0\n") + pointHeader;
-    // What the file holds counts, zeros follow.
-    ASSERT_TRUE(readPlyText(little + raw(1.0f) + raw(2.0f) + raw(3.0f) + raw(4.0f), points));
-    expectSame(points, {{1, 2, 3}, {4, 0, 0}});
-    // Sizes that no cut explains.
-    testing::internal::CaptureStderr();
-    const std::string told = test::outputOf(
-        [&]
-        {
-            for (const std::string count : {"123456789012", "18446744073709551615", "-1", "99999999999999999999999"})
-                for (const std::string format : {"ascii", "binary_little_endian"})
-                    for (const std::string face : {"", "element face 1\nproperty list uchar int vertex_indices\n"})
-                        EXPECT_FALSE(readPlyText("ply\nformat " + format + " 1.0\nelement vertex " + count +
-                                                     "\nproperty float x\nproperty float y\nproperty float z\n" + face +
-                                                     "end_header\n1 2 3",
-                                                 points))
-                            << count;
-        });
-    EXPECT_NE(told.find("readPly, ERROR: " + path("in.ply") + " not read"), std::string::npos);
-    testing::internal::GetCapturedStderr();
-
-    // Rows without a byte and lists that claim to be endless.
-    ASSERT_TRUE(readPlyText("ply\nformat binary_little_endian 1.0\nelement nothing 18446744073709551615\n" +
-                                std::string(pointHeader) + std::string(24, '\0'),
-                            points));
-    const std::string endless =
-        "ply\nformat binary_little_endian 1.0\nelement a 2\nproperty list uint double l\n" + std::string(pointHeader);
-    ASSERT_TRUE(readPlyText(endless + raw(0xffffffffu) + "rest", points));
-    expectSame(points, Points(2));
-}
-
-TEST_F(Formats, PlySurvivesMutations)
-{
-    testing::internal::CaptureStderr();
-    testing::internal::CaptureStdout();
-    std::mt19937 random(11);
-    const std::vector<std::string> words = {"vertex", "face",     "x",        "list",         "uchar",
-                                            "int",    "99999999", "element",  "\n",           " ",
-                                            "-1",     "double",   "property", "end_header\n", "3"};
-    int numRead = 0;
-    for (const std::string encoding : {"ascii", "binary_little_endian", "binary_big_endian"})
-    {
-        Points points, corners;
-        const std::string valid = richFile(encoding, 12, points, corners);
-        for (int i = 0; i < 1500; ++i)
-        {
-            std::string file = valid;
-            for (unsigned j = 1 + random() % 4; j > 0; --j)
-            {
-                const size_t at = random() % file.size();
-                const unsigned kind = random() % 12;
-                if (kind < 4)
-                    file[at] = static_cast<char>(random());
-                else if (kind < 11)
-                    file.replace(at, random() % 20, kind < 9 ? words[random() % words.size()] : "");
-                else
-                    file.resize(at + 1);
-            }
-            numRead += readPlyText(file, points, i % 2 == 0);
-        }
-    }
-    testing::internal::GetCapturedStdout();
-    testing::internal::GetCapturedStderr();
-    EXPECT_GT(numRead, 100); // else the mutations test nothing but the header
-}
-
 TEST(Ply, WrongHeadersAndRequestsAreRefused)
 {
     std::istringstream bad("what is this\nend_header\n"), orphan("property int x\n"),
@@ -551,6 +364,22 @@ TEST(Ply, EqualNamesMeanTheFirstOne)
     file.read(in);
     ASSERT_EQ(data->buffer.sizeInBytes(), 8u);
     EXPECT_EQ(std::memcmp(data->buffer.get(), (raw(1) + raw(3)).data(), 8), 0);
+}
+
+TEST(Ply, WhatWasReadIsWrittenAgain)
+{
+    for (const std::string encoding : {"binary_little_endian", "binary_big_endian"})
+    {
+        std::istringstream in(test::smallPly(encoding));
+        std::ostringstream out;
+        PLY::PlyFile file;
+        file.parse_header(in);
+        file.request_properties_from_element("vertex", {"x", "y", "z"}, 0);
+        file.request_properties_from_element("face", {"vertex_indices"}, 3);
+        file.read(in);
+        file.write(out, true);
+        EXPECT_EQ(out.str(), test::smallPly(encoding));
+    }
 }
 
 TEST(Ply, ListsAndGroupsRoundTrip)
