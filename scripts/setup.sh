@@ -1,5 +1,5 @@
 # Shared set-up of the scripts; sourced, not run. Goes to the project's root and offers:
-#   need PROGRAM_OR_HEADER=PACKAGE ...   installs the packages of what is missing; nothing and no network if all is there
+#   need PROBE=PACKAGE ...   installs the packages of what is missing (see is_there); no network if all is there
 #   configure_and_build PRESET [cmake options]
 # shellcheck shell=bash
 
@@ -11,10 +11,12 @@ die() {
     exit 1
 }
 
-# A probe with a slash is a header below one of the usual include directories, any other one a program.
+# A probe with a slash is a header below one of the usual include directories, one that ends in .a a library of clang's
+# run time, any other one a program.
 is_there() {
     case $1 in
     */*) [ -e "/usr/include/$1" ] || [ -e "/usr/local/include/$1" ] ;;
+    *.a) [ -e "$(clang++ -print-file-name="$1" 2>/dev/null)" ] ;;
     *) command -v "$1" >/dev/null 2>&1 ;;
     esac
 }

@@ -12,13 +12,19 @@
 namespace MIRT_ZAV
 {
 
+#ifdef ZAV_SMALL_WINDOWS // for the fuzz targets, so that short inputs meet its borders
+constexpr size_t windowBytes = 64;
+#else
+constexpr size_t windowBytes = size_t(1) << 18;
+#endif
+
 /// A window on a stream. Pointers into it are valid until more(), require() or skip(), or a read through an istream.
 class BlockBuffer : public std::streambuf
 {
 public:
     /// \param in         read from its current position on; must outlive the buffer
     /// \param blockSize  bytes read at a time; the window grows beyond it only when require() or more() need that
-    explicit BlockBuffer(std::istream& in, size_t blockSize = size_t(1) << 18);
+    explicit BlockBuffer(std::istream& in, size_t blockSize = windowBytes);
 
     const char* begin() const { return gptr(); }
     const char* end() const { return egptr(); }

@@ -1,0 +1,41 @@
+// readPly, points and corners: as many as the header says, and the same ones again.
+#include "fuzzing.h"
+#include "pointFiles.h"
+#include "tinyply.h"
+
+#include <fstream>
+
+namespace
+{
+/// Rows of the first element of the name; 0 without one.
+std::uint64_t numRows(const PLY::PlyFile& file, const std::string& name)
+{
+    for (const PLY::PlyElement& element : file.getElements())
+        if (element.name == name)
+            return element.size;
+    return 0;
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
+{
+    const std::string path = fuzzing::fileOf(fuzzing::bytesOf(data, size));
+    for (const bool bPointsOnly : {true, false})
+    {
+        fuzzing::Points points, again(1);
+        if (!MIRT_ZAV::readPly(path.c_str(), bPointsOnly, points))
+            continue;
+        PLY::PlyFile file;
+        std::ifstream in(path, std::ios::binary);
+        fuzzing::require(file.parse_header(in), "what is read has a header");
+        fuzzing::require(points.size() == (bPointsOnly ? numRows(file, "vertex") : 3 * numRows(file, "face")),
+                         "the number of points is that of the header");
+        fuzzing::require(MIRT_ZAV::readPly(path.c_str(), bPointsOnly, again), "it can be read again");
+        fuzzing::requireSame(again, points, "the points are the same again");
+        for (size_t i = 0; i < points.size(); ++i)
+            fuzzing::require(points[i].hasColor() == again[i].hasColor() &&
+                                 std::memcmp(&points[i].r, &again[i].r, 4) == 0,
+                             "the colours are the same again");
+    }
+    return 0;
+}

@@ -1,0 +1,26 @@
+// Binary points: the rows must give what a plain reader gives, also where the count lies.
+#include "fuzzing.h"
+#include "pointFiles.h"
+
+namespace
+{
+/// Whether the count makes the reader fill up the file with many points: nothing new, but slow.
+bool fills(const std::string& bytes)
+{
+    std::uint64_t count = 0;
+    if (bytes.size() >= 12)
+        std::memcpy(&count, bytes.data() + 4, sizeof(count));
+    return count > 5000 && count < std::uint64_t(1) << 20;
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
+{
+    const std::string bytes = fuzzing::bytesOf(data, size);
+    if (fills(bytes))
+        return 0;
+    fuzzing::Points points;
+    fuzzing::require(MIRT_ZAV::readPoints_BIN(fuzzing::fileOf(bytes).c_str(), points), "the file could be read");
+    fuzzing::requireSame(points, test::plainBinaryPoints(bytes), "the points of a plain reader");
+    return 0;
+}

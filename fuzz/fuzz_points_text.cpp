@@ -1,0 +1,12 @@
+// Text points: the lines must give what a plain string stream gives.
+#include "fuzzing.h"
+#include "pointFiles.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
+{
+    const std::string text = fuzzing::bytesOf(data, size);
+    fuzzing::Points points;
+    fuzzing::require(MIRT_ZAV::readPoints_ASCII(fuzzing::fileOf(text).c_str(), points), "the file could be read");
+    fuzzing::requireSame(points, test::plainTextPoints(text), "the points of a stream");
+    return 0;
+}

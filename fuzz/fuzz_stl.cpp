@@ -1,0 +1,16 @@
+// Text STL: the corners must be those of a plain reader, line by line.
+#include "fuzzing.h"
+#include "stlFiles.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
+{
+    const std::string text = fuzzing::bytesOf(data, size);
+    const std::string path = fuzzing::fileOf(text);
+    fuzzing::Points corners;
+    fuzzing::require(MIRT_ZAV::readSTL_ASCII(path.c_str(), corners), "the file could be read");
+    fuzzing::requireSame(corners, test::plainStlCorners(text), "the corners of a plain reader");
+    corners.clear();
+    fuzzing::require(MIRT_ZAV::readSTLTriCorners(path, corners), "the file could be read");
+    fuzzing::requireSame(corners, test::plainTriCorners(text), "the corners by the simple rule");
+    return 0;
+}

@@ -1,0 +1,44 @@
+// What the fuzz targets share.
+#pragma once
+
+#include "plain_files.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+namespace fuzzing
+{
+using test::Points;
+
+/// Ends the run; the fuzzer keeps the input that led here.
+inline void require(bool bHolds, const char* what)
+{
+    if (bHolds)
+        return;
+    std::fprintf(stderr, "== DOES NOT HOLD: %s\n", what);
+    std::abort();
+}
+
+inline void requireSame(const Points& actual, const Points& expected, const char* what)
+{
+    require(test::bytesOf(actual) == test::bytesOf(expected), what);
+}
+
+/// The input as a file. What the library tells about it isn't printed.
+inline std::string fileOf(const std::string& bytes)
+{
+    static test::MemoryFile file;
+    std::cout.rdbuf(nullptr);
+    std::cerr.rdbuf(nullptr);
+    const std::string path = file.put(bytes);
+    require(!path.empty(), "the input can be written");
+    return path;
+}
+
+inline std::string bytesOf(const std::uint8_t* data, size_t size)
+{
+    return {reinterpret_cast<const char*>(data), size};
+}
+
+} // namespace fuzzing
