@@ -111,14 +111,10 @@ std::string faces(const std::string& count, const std::string& type = "uchar int
 
 TEST(HostileFiles, CutAtEveryByte)
 {
-    const std::pair<const Reader*, std::string> files[] = {{&text, smallText() + '\n'},
-                                                           {&binary, smallBinary(true)},
-                                                           {&binary, smallBinary(false)},
-                                                           {&stl, smallStl()},
-                                                           {&corners, smallStl()}};
-    for (const auto& [reader, whole] : files)
+    for (const std::string& whole : {smallText(), smallBinary(true), smallBinary(false), smallStl()})
         for (size_t n = 0; n <= whole.size(); ++n)
-            expectPlain(*reader, whole.substr(0, n));
+            for (const Reader* const reader : {&text, &binary, &stl, &corners})
+                expectPlain(*reader, whole.substr(0, n));
 
     for (const char* encoding : plyEncodings)
         for (const std::string& whole : {smallPly(encoding), richPly(encoding, 3, ignored, ignored)})
@@ -229,13 +225,8 @@ TEST(HostileFiles, FilesOfAnotherKind)
         }
         EXPECT_TRUE(read(*reader, "").points.empty());
     }
-    for (const std::string& bytes :
-         {smallText(), smallStl(), smallBinary(true), richPly(plyEncodings[2], 9, ignored, ignored)})
-    {
-        for (const Reader* const reader : {&text, &binary, &stl, &corners})
-            expectPlain(*reader, bytes);
-        EXPECT_EQ(read(plyPoints, bytes).bRead, bytes.substr(0, 3) == "PLY");
-    }
+    for (const std::string& bytes : {smallText(), smallStl(), smallBinary(true)})
+        EXPECT_FALSE(read(plyPoints, bytes).bRead);
 }
 
 TEST(HostileFiles, EndlessLines)
@@ -254,15 +245,12 @@ TEST(HostileFiles, EndlessLines)
         EXPECT_EQ(bytesOf(outcome.points), bytesOf(expected)) << before << part;
     };
     const Points one = {{1, 2, 3}};
-    expect(text, "", " ", "1 2 3\n", one);
-    expect(text, "1 2 3", " x", "\n1 2 3\n", {one[0], one[0]});
     expect(text, "1 2 ", "7", "\n1 2 3\n", one); // too large for a number
     expect(stl, "outer loop\nvertex 1 2 3", " vertex", "endloop\nvertex 4 5 6", {});
     expect(corners, "1 2 ", "v", "vertex 1 2 3 4\nvertex 1 2 3", {one[0], one[0]});
     expect(stl, "outer loop\n", "vertex", " 1 2 3\nendloop\nvertex 4 5 6", one);
     for (const std::string line : {"comment ", "ply\n", "comment\n", " "})
         expect(plyPoints, "ply\n" + line, line, "", {}, false);
-    expect(plyPoints, header(ascii, vertices("1")) + "1 2 0.", "0", "1e2\n", {{1, 2, 0}});
     expect(plyPoints, header(ascii, "element a 1\nproperty int skipped\n" + vertices("1")), "x", " 1 2 3", one);
     expect(plyCorners, header(ascii, vertices("1") + faces("1", "int int")) + "1 2 3 50000000 ", "0 ", "", {3, one[0]});
 }

@@ -32,21 +32,18 @@ public:
     MemoryFile& operator=(const MemoryFile&) = delete;
 
     std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
+    /// The path; empty after a failure.
     std::string put(const std::string& bytes)
     {
-        numBytes = 0;
-        return ftruncate(descriptor, 0) == 0 ? append(bytes) : "";
+        return ftruncate(descriptor, 0) == 0 && lseek(descriptor, 0, SEEK_SET) == 0 ? append(bytes) : "";
     }
     std::string append(const std::string& bytes)
     {
-        const ssize_t written = pwrite(descriptor, bytes.data(), bytes.size(), off_t(numBytes));
-        numBytes += bytes.size();
-        return written == ssize_t(bytes.size()) ? path() : "";
+        return write(descriptor, bytes.data(), bytes.size()) == ssize_t(bytes.size()) ? path() : "";
     }
 
 private:
     const int descriptor;
-    size_t numBytes = 0;
 };
 
 template <class T>
