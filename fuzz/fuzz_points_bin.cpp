@@ -10,7 +10,7 @@ bool fills(const std::string& bytes)
     std::uint64_t count = 0;
     if (bytes.size() >= 12)
         std::memcpy(&count, bytes.data() + 4, sizeof(count));
-    return count > 5000 && count < std::uint64_t(1) << 20;
+    return count > 5000 && count < (std::uint64_t(1) << 20) + 1000;
 }
 } // namespace
 
