@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
             continue;
         PLY::PlyFile file;
         std::ifstream in(path, std::ios::binary);
-        fuzzing::require(file.parse_header(in), "what is read has a header");
+        file.parse_header(in);
         fuzzing::require(points.size() == (bPointsOnly ? numRows(file, "vertex") : 3 * numRows(file, "face")),
                          "the number of points is that of the header");
         fuzzing::require(MIRT_ZAV::readPly(path.c_str(), bPointsOnly, again), "it can be read again");

@@ -229,10 +229,11 @@ std::vector<VtxColor> colorsOf(const Requests& requests)
     return colors;
 }
 
-/// The whole part of a channel, of which a byte keeps the low 8 bits; 0 for what isn't a number in range.
+/// The whole part of a channel, of which a byte keeps the low 8 bits; 0 for what isn't a number or fits no integer.
 unsigned char toByte(float channel)
 {
-    return std::fabs(channel) < 2147483648.0f ? static_cast<unsigned char>(static_cast<std::int32_t>(channel)) : 0;
+    return std::fabs(channel) < 9223372036854775808.0f ? static_cast<unsigned char>(static_cast<std::int64_t>(channel))
+                                                       : 0;
 }
 
 void applyColors(std::vector<VtxColor>& colors, std::vector<Point3>& vPoints)
@@ -243,8 +244,6 @@ void applyColors(std::vector<VtxColor>& colors, std::vector<Point3>& vPoints)
                                             ", numColors=" + toString(colors.size()) + " colors not used");
         return;
     }
-    if (colors.empty())
-        return;
     adaptTo255(colors);
     for (size_t i = 0; i < colors.size(); ++i)
         vPoints[i].setColor(toByte(colors[i].red), toByte(colors[i].green), toByte(colors[i].blue),
@@ -254,8 +253,7 @@ void applyColors(std::vector<VtxColor>& colors, std::vector<Point3>& vPoints)
 bool readOpenPly(std::istream& in, bool bPointsOnly, std::vector<Point3>& vPoints)
 {
     PlyFile file;
-    if (!file.parse_header(in))
-        throw std::runtime_error("unknown line in the header");
+    file.parse_header(in); // at an unknown line the header just ends
     Requests requests;
     requests.coordinates = requestOptional(file, {"x", "y", "z"});
     if (requests.coordinates == nullptr)

@@ -35,8 +35,7 @@ bool writePly(std::vector<MIRT_ZAV::Point3*>& vPoints, const std::string& path, 
 
 /// Reads points, or the corners of faces, from a PLY file in any of its three encodings.
 /// \param bPointsOnly  true: the vertices, with their colours if the file has any. False: three corners per face in
-/// file
-///                     order, not shared between faces and uncoloured. Faces are taken to be triangles: lists of
+///                     file order, not shared between faces and uncoloured. Faces are taken to be triangles: lists of
 ///                     another width aren't split, their indices run on as one sequence, of which three per face are
 ///                     taken, and zeros where they are short of that.
 /// \param vPoints      replaced; unchanged when the coordinates can't be read
@@ -47,8 +46,8 @@ bool writePly(std::vector<MIRT_ZAV::Point3*>& vPoints, const std::string& path, 
 bool readPly(const std::string& path, bool bPointsOnly, std::vector<MIRT_ZAV::Point3>& vPoints);
 
 /// Brings colours into the range of a byte: unit floats are multiplied by 255, colours that exceed 255 are scaled down
-/// to it. The fourth channel takes part in the scaling but has no scale of its own, so it can stay above 255. \param
-/// vColors  not empty
+/// to it. The fourth channel takes part in the scaling but has no scale of its own, so it can stay above 255.
+/// \param vColors  not empty
 void adaptTo255(std::vector<VtxColor>& vColors);
 
 } // namespace PLY

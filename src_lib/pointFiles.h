@@ -49,8 +49,9 @@ ZAV_API bool writePointsPly(const std::string& path, std::vector<Point3>& vPoint
 ///                     Lists of another width aren't split, their indices run on as one sequence, of which three per
 ///                     face are taken, and zeros where they are short of that.
 /// \param vPoints      replaced; unchanged when the coordinates can't be read
-/// \return false when the file can't be read: unreadable, no PLY, coordinates missing or of other types than float,
-///         double and int, indices out of range. A file that was cut off is no failure: the points that lack are zeros.
+/// \return false when the file can't be read: unreadable, no PLY, coordinates missing, of several types, or of other
+///         types than float, double and int, indices out of range or no integers; also for colours without a vertex. A
+///         file that was cut off is no failure: the points that lack are zeros.
 /// Colours may be of type uchar, or float in the range 0 to 1 or above; others are told and left out. The fourth byte
 /// comes from "alpha", else from "scalar_Intensity".
 ZAV_API bool readPly(const char* path, bool bPointsOnly, std::vector<Point3>& vPoints);

@@ -107,8 +107,7 @@ public:
 
     /// Registers properties of one element for read().
     /// \param propertyKeys  all of them must exist, be of one type and be lists all or none; their values land
-    /// interleaved
-    ///                      in the order of the file, whatever the order here
+    ///                      interleaved in the order of the file, whatever the order here
     /// \param listSizeHint  expected entries per list, which spares a counting pass; 0 when unknown. Longer lists are
     ///                      read in full; shorter ones leave zeros at the end.
     /// \return shared with the reader, filled by read()
@@ -126,8 +125,10 @@ public:
     /// Registers data to be written.
     /// \param count      rows; the same in all calls for one element
     /// \param data       not copied: must live until write(). Row by row the values of all the keys, of a list
-    /// listCount. \param listType   type of the lists' count; INVALID for plain values \param listCount  entries of
-    /// each list \throws std::invalid_argument for a key that was there before or arguments that don't fit together
+    ///                   listCount
+    /// \param listType   type of the lists' count; INVALID for plain values
+    /// \param listCount  entries of each list
+    /// \throws std::invalid_argument  for a key that was there before or arguments that don't fit together
     void add_properties_to_element(const std::string& elementKey, const std::vector<std::string>& propertyKeys,
                                    Type type, size_t count, std::uint8_t* data, Type listType, size_t listCount);
 

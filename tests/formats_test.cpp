@@ -288,7 +288,7 @@ TEST_F(Formats, PlyColorsAndTypes)
         {"iiiuuuf", rgb + " scalar_Intensity", "9 8 7 300", {1, 9, 8, 7, 44}},
         {"iiiuuuuu", rgb + " scalar_Intensity alpha", "9 8 7 5 6", {1, 9, 8, 7, 6}},
         {"iiiuu", "red blue", "9 8", {0, 0, 0, 0, 0}},
-        {"iiifff", rgb, "-1e30 255 1", {1, 0, 255, 1, 0}}, // no byte holds the first value
+        {"iiifff", rgb, "-1e30 -1 255", {1, 0, 255, 255, 0}}, // no integer holds the first value
         {"iiiSSS", rgb, "1 1 1", {0, 0, 0, 0, 0}},
     };
     testing::internal::CaptureStdout();

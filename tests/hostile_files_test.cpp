@@ -194,11 +194,16 @@ TEST(HostileFiles, ListsAndTypesThatLie)
         const std::string elements = vertices("2") + faces("1", lists[i]);
         EXPECT_FALSE(read(plyCorners, header(little, elements) + zeros + lists[i + 1] + zeros).bRead) << lists[i];
     }
-    // An element without rows may have anything; colours for nobody are no bug.
-    for (const char* more :
-         {"property uchar red\nproperty uchar green\nproperty uchar blue\n", "property list strange thing l\n"})
-        for (const Reader* const reader : {&plyPoints, &plyCorners})
-            expectPoints(*reader, header(little, vertices("0", more) + faces("0")), {});
+    // An element without rows may have anything, but colours for nobody end in false.
+    for (const Reader* const reader : {&plyPoints, &plyCorners})
+    {
+        expectPoints(*reader, header(little, vertices("0", "property list strange thing l\n") + faces("0")), {});
+        const std::string colors = "property uchar red\nproperty uchar green\nproperty uchar blue\n";
+        EXPECT_FALSE(read(*reader, header(little, vertices("0", colors) + faces("0"))).bRead);
+    }
+    // An unknown line ends the header; what was declared before it is read.
+    expectPoints(plyPoints, "ply\n" + vertices("1") + "what is this\n1 2 3", {{1, 2, 3}});
+    EXPECT_FALSE(read(plyPoints, "ply\nelement vertex 1\nwhat is this\n" + vertices("1")).bRead);
     // Of equal names the first one is meant, the others are read over.
     const std::string others = "property float x\nelement vertexx 1\nproperty char y\n";
     expectPoints(plyPoints, header(ascii, vertices("1", others) + vertices("9")) + "1 2 3 4 5 6", {{1, 2, 3}});
