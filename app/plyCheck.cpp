@@ -81,7 +81,9 @@ public:
         if (size != 0 && n > left / size)
             return false;
         left -= n * size;
-        return static_cast<bool>(in.seekg(static_cast<std::streamoff>(n * size), std::ios::cur));
+        const auto numBytes = static_cast<std::streamoff>(n * size);
+        constexpr std::streamoff shortWay = 10000; // a seek throws away what the stream has read ahead
+        return static_cast<bool>(numBytes < shortWay ? in.ignore(numBytes) : in.seekg(numBytes, std::ios::cur));
     }
 
     bool readCount(const PlyHeader::Property& list, std::uint64_t& count) override
