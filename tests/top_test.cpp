@@ -282,34 +282,6 @@ TEST_F(TopTest, ThickBodiesAreNotSplitUnlessTheyAreSmall)
     }
 }
 
-TEST_F(TopTest, OrientationSpreadsOverEverything)
-{
-    constexpr VCD n = 12; // a torus of squares, with one triangle missing and a flap
-    for (VCD i = 0; i < n * n; ++i)
-    {
-        const VCD down = (i + n) % (n * n), right = i / n * n + (i + 1) % n, both = (right + n) % (n * n);
-        create({{i, down, both}, {i, both, right}});
-    }
-    create({{70, 71, n * n}});
-    mesh.vT[40]->kill(&mesh);
-    std::mt19937 random(11);
-    for (CTriangle* const t : mesh.vT)
-    {
-        t->bVisited = true; // left behind by others
-        if (random() % 2 == 0)
-            t->flipNNV();
-    }
-    const VCD second = mesh.vT[0]->c1;
-    std::vector<CPatch*> patches;
-    top.createPatchesOrient(mesh.vT, patches);
-    EXPECT_TRUE(isConsistent(mesh));
-    EXPECT_EQ(mesh.vT[0]->c1, second) << "the first triangle decides";
-    ASSERT_EQ(patches.size(), 2u);
-    EXPECT_EQ(patches[0]->getSize() + patches[1]->getSize(), numAliveInMesh());
-    for (CPatch* const patch : patches)
-        delete patch;
-}
-
 TEST_F(TopTest, TinyRegionsAtLongBordersDie)
 {
     const std::tuple<size_t, size_t, size_t, bool> cases[] = {
@@ -411,16 +383,10 @@ TEST_F(TopTest, EarsAndLooseTrianglesAtBorders)
 
     mesh.reset();
     create({{a, b, p}});
-    std::vector<CEdge*> borders;
-    top.getBordersKillDeg1nn(borders);
-    EXPECT_EQ(borders.size(), 3u);
-    for (CEdge* const e : borders) // out of date after the first
-        top.integrateCCD(e);
-    EXPECT_EQ(numAliveInMesh(), 0u);
-    create({{a, b, p}});
     glue(a, b);
     glue(a, p);
-    top.getBordersKillDeg1nn(borders = {});
+    std::vector<CEdge*> borders;
+    top.getBordersKillDeg1nn(borders);
     EXPECT_TRUE(borders.empty() && numAliveInMesh() == 8) << "between non-manifold edges";
 }
 
