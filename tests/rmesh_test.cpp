@@ -249,23 +249,6 @@ TEST(RMesh, CachedNormalsOutliveMovesButNotCollapses)
     EXPECT_TRUE(t.nnv.isZero());
 }
 
-TEST(RMesh, DeviationOfAReplacedCorner)
-{
-    Twins twins;
-    for (const Point3& p : {Point3(0, 0, 0), Point3(1, 0, 0), Point3(0, 1, 0), Point3(0.5, 0.5, 0)})
-        twins.createVertex(p);
-    twins.createT(0, 1, 2);
-    twins.createT(3, 1, 2);
-    const RTriangle &t = *twins.mesh.vRT[0], &flat = *twins.mesh.vRT[1];
-    EXPECT_NEAR(t.getDevIfRepl(0, {1, 1, 0}, true), 180.0, 1e-9);
-    EXPECT_NEAR(t.getDevIfRepl(2, {0, 0, 3}, true), 90.0, 1e-5);
-    for (const Point3* const p : twins.vtx)
-        EXPECT_EQ(t.getDevIfRepl(0, *p, true), p == twins.vtx[3] ? 360.0 : 0.0); // no normal; coincident
-    EXPECT_EQ(t.getDevIfRepl(0, {1, 0, 0}, false), 360.0);
-    EXPECT_EQ(flat.getDevIfRepl(0, {0, 0, 0}, true), -1.0);
-    EXPECT_EQ(flat.getDevIfRepl(0, {2, -1, 0}, true), 360.0);
-}
-
 TEST(RMesh, TakesOverACoarseMesh)
 {
     // A point in most cells of a lattice; two points coincide up to the sign of zero.
@@ -323,25 +306,6 @@ TEST(RMesh, TakesOverACoarseMesh)
     ASSERT_EQ(mesh.vZeroVtx.size(), vFill.size());
     for (size_t i = 0; i < vFill.size(); ++i)
         EXPECT_EQ(mesh.mmVtxT.indexOf(mesh.vZeroVtx[i]), rankOf(vFill[i]));
-}
-
-TEST(Mesh, IndexedFormGivesTheTrianglesBack)
-{
-    auto pRMesh = new RMesh(1.0);
-    const Mesh mesh(pRMesh);
-    std::vector<Point3*> p;
-    for (int i = 0; i < 8; ++i)
-        p.push_back(pRMesh->createVertex({1.0 * i, 0, 0}));
-    pRMesh->createT(p[6], p[2], p[4]);
-    pRMesh->createT(p[5], p[6], p[7])->kill(pRMesh);
-    pRMesh->createT(p[4], p[2], p[1]);
-    std::vector<Point3*> points;
-    std::vector<int> indices;
-    mesh.getVertexIndexData(points, indices);
-    EXPECT_EQ(points, (std::vector<Point3*>{p[1], p[2], p[4], p[6]}));
-    EXPECT_EQ(indices, (std::vector<int>{3, 1, 2, 2, 1, 0}));
-    const std::string text = test::outputOf([&mesh] { mesh.printStatistics("after all"); });
-    EXPECT_EQ(text.rfind("after all\nvertices: 4", 0), 0u);
 }
 
 TEST(Mesh, PlyFormsAreCrossed)
