@@ -270,25 +270,6 @@ TEST_F(Flips, SameMeshAsAPlainLoopForAnyNumberOfThreads)
     EXPECT_EQ(getThreadProgress()->getName(), "EdgeFlips"); // a run under way goes on
 }
 
-TEST_F(Flips, OneVertexMovesTowardsItsNeighboursByATenthOfACell)
-{
-    Shape grid = makeGrid(3, 3, 0.0, random);
-    const auto moveFrom = [&](double x)
-    {
-        grid.points[4].set(x, 1.0, 0.0);
-        const RMeshPtr mesh = makeMesh(grid, v);
-        bool bMoved = false;
-        outputOf([&] { bMoved = mesh->laplacianForOne(v[4]); });
-        return bMoved ? v[4]->x() : -1.0;
-    };
-    EXPECT_NEAR(moveFrom(1.2), 1.1, 1e-12);
-    EXPECT_NEAR(moveFrom(1.05), 1.0, 1e-12);
-    const double shifted = moveFrom(1.0); // at the mean, where it is listed itself
-    EXPECT_GT(shifted, 1.0);
-    EXPECT_LT(shifted, 1.1 + 1e-12);
-    EXPECT_EQ(moveFrom(2.05), -1.0); // outside: triangles would turn over on the way back
-}
-
 TEST_F(Flips, AnnealingCoolsDownInRoundsBetweenPlainFlips)
 {
     const MeshPtr mesh = makeKindOfMesh(1);
