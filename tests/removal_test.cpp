@@ -159,33 +159,6 @@ TEST(Tables, HaveTheKnownSums)
     EXPECT_EQ(hash, 16168850286844077946u); // of tables that agreed with floods over every pattern
 }
 
-TEST(Decider, KillsAndLists)
-{
-    const RCD r = at(64, 64, 64);
-    std::vector<RCD> cells = box(at(63, 63, 63), at(66, 64, 64)), area, border, alive, neigs, expected = cells;
-    std::erase(expected, r);
-    RemoveDeciderFast decider(cells, &unitCalc());
-    decider.detectAreaAndBorder(area, border);
-    EXPECT_TRUE(area.empty() && border == cells) << "in order while nothing is killed";
-    decider.kill(r);
-    decider.kill(r);
-    EXPECT_EQ(decider.getNumKilled(), 2);
-    EXPECT_TRUE(decider.isDoomed(r) && decider.isBorder(r) && decider.getBitmap_altVersion(r) == 0);
-    decider.getAliveRCD(alive);
-    EXPECT_EQ(alive, expected);
-    border.clear();
-    decider.detectAreaAndBorder(area, border);
-    EXPECT_FALSE(std::is_sorted(border.begin(), border.end())) << "by blocks now";
-    border.insert(border.end(), area.begin(), area.end());
-    EXPECT_EQ(sortedCopy(border), expected);
-    decider.getNeigs(r, neigs);
-    EXPECT_EQ(neigs.size(), 11u);
-    decider.unkill(r);
-    EXPECT_EQ(decider.getNumKilled(), 1);
-    EXPECT_TRUE(decider.isAlive(r) && decider.isSet(r));
-    test::outputOf([&] { EXPECT_FALSE(decider.isSet(at(1000, 0, 0))); });
-}
-
 TEST(Decider, Weights)
 {
     Calc calc(-8.0, 0.0, 0.0, 1048576.0, 1048576.0, 1048576.0, 21); // cells of side 0.5
@@ -275,15 +248,6 @@ TEST(SmallBorderPieces, GoUpToALimitAndUnlessTheBorderSpreads)
         cells.insert(cells.end(), more.begin(), more.end());
     EXPECT_EQ(RemoveDeciderFast(cells, &unitCalc()).prePruneSmallBorderCCs(removed), strip.size());
     EXPECT_EQ(sortedCopy(removed), strip);
-
-    // In prunePrioq they count as removed.
-    RCDPoints points;
-    for (const RCD r : strip)
-        points.emplace_back(r, unitCalc().getCenter(r));
-    cells = strip;
-    removed.clear();
-    EXPECT_EQ(RemoveDeciderFast(cells, &unitCalc()).prunePrioq(points, cells, kept, removed, false, true), 40u);
-    EXPECT_TRUE(removed == cells && kept.empty());
 }
 
 TEST(ListDecider, LooksAtTheBlockAroundACell)
@@ -312,12 +276,4 @@ TEST(ListDecider, LooksAtTheBlockAroundACell)
         std::vector<CCD> cells = getBlock(missing);
         EXPECT_EQ(RemoveDecider(cells, &unitCalc()).isRemovable(centre), bRemovable) << *missing.begin();
     }
-    std::vector<CCD> cells = getBlock({22, 5});
-    RemoveDecider decider(cells, &unitCalc());
-    EXPECT_TRUE(std::is_sorted(cells.begin(), cells.end()));
-    EXPECT_EQ(decider.setNewCCD(centre), 25u);
-    EXPECT_EQ(decider.getNumDirectVisible(), 2); // the edge at position 5 counts in place of the face at 4
-    decider.registerDoomed(centre);
-    EXPECT_TRUE(decider.isDoomed(centre));
-    EXPECT_EQ(decider.setNewCCD(centre), 24u);
 }
