@@ -5,14 +5,12 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <iterator>
 #include <limits>
 #include <random>
 #include <set>
 
 using namespace MIRT_ZAV;
-using test::hasBug;
 
 namespace
 {
@@ -137,23 +135,6 @@ TEST(Codes, AgreeWithTheirDefinition)
     }
 }
 
-TEST(Codes, EndAtTheLattice)
-{
-    const Calc calc = unitCalc(3);
-    EXPECT_EQ(calc.numberToSparse(5 + 8 + 1024, 4), 0x104u); // bits above the number of levels are ignored
-    EXPECT_EQ(calc.sparseToNumber(naiveCCD({13, 0, 0}), 4), 5u);
-    EXPECT_EQ(calc.rcd2ccd(naiveRCD({9, 2, 3})), naiveCCD({1, 2, 3}));
-    EXPECT_EQ(calc.ccd2rcd(naiveCCD({9, 2, 3})), naiveRCD({1, 2, 3}));
-    RCD a[27];
-    for (const RCD r : {naiveRCD({0, 1, 1}), naiveRCD({1, 0, 1}), naiveRCD({1, 1, 0})})
-        EXPECT_TRUE(hasBug("x>0 && y>0 && z>0", [&] { Calc::completeArray26_RCD(r, a); }) &&
-                    hasBug("x>0 && y>0 && z>0", [&] { Calc::completeArray27_RCD(r, a); }));
-    Calc::completeArray26_RCD(naiveRCD({0x1fffff, 0x1fffff, 0x1fffff}), a); // no bug at the upper end
-    CCD c = naiveCCD({2, 7, 2});
-    test::outputOf([&] { EXPECT_FALSE(calc.manipOneAxis(c, true, 2)); });
-    EXPECT_EQ(c, ~CCD(0));
-}
-
 TEST(Points, CellsAreHalfOpenBoxes)
 {
     const Calc calc(10, 20, 30, 16, 8, 4, 3); // steps 2, 1, 0.5
@@ -208,26 +189,6 @@ TEST(Points, EveryDoubleHasACode)
         EXPECT_EQ(calc.getCCD(&p) >> (x < 0 ? 0 : 63), 0u);
         EXPECT_EQ(calc.getRCD(&p) >> 63, 0u);
     }
-}
-
-TEST(Differences, CountAndNameAxes)
-{
-    const Cell cell{5, 6, 7};
-    const CCD a = naiveCCD(cell), x = naiveCCD({6, 6, 7});
-    for (unsigned axes = 0; axes < 8; ++axes)
-    {
-        const Cell other = shifted(cell, axes & 4 ? 9 : 0, axes & 2 ? -3 : 0, axes & 1 ? 1 : 0);
-        const RCD r = naiveRCD(cell), s = naiveRCD(other);
-        const CCD b = naiveCCD(other);
-        const int number = std::popcount(axes), different = axes == 4 ? 0 : axes == 2 ? 1 : axes == 1 ? 2 : -1;
-        EXPECT_TRUE(Calc::getNumDifferent_CCD(a, b) == number && Calc::getNumDifferent_RCD(r, s) == number);
-        EXPECT_EQ(Calc::getUniqueDifferentComponent(a, b), different);
-        EXPECT_EQ(Calc::getUniqueDifferentComponent_RCD(r, s), different);
-        EXPECT_EQ(Calc::getUniqueSameComponent(a, b), axes == 3 ? 0 : axes == 5 ? 1 : axes == 6 ? 2 : -1);
-        EXPECT_TRUE(axes == 0 || Calc::getNeigType(a, b) == 1 + number);
-    }
-    EXPECT_EQ(Calc::getUniqueSameComponent(a, x, naiveCCD({6, 6, 8})), 1);
-    EXPECT_EQ(Calc::getUniqueSameComponent(a, x, naiveCCD({7, 6, 7})), -1);
 }
 
 TEST(CellSets, NeighboursAndVertices)
