@@ -14,7 +14,6 @@
 #include <cfloat>
 #include <map>
 #include <set>
-#include <tuple>
 
 using namespace MIRT_ZAV;
 using namespace test;
@@ -156,11 +155,6 @@ int reducePlainly(RMesh& mesh, double maxLen2, double maxAngle, Counts& counts)
     return numKilled;
 }
 
-int reduceAlone(RMesh* pRMesh, double maxLength, double maxAngleDeg, MeshPtr& mesh)
-{
-    mesh = std::make_shared<Mesh>(pRMesh);
-    return reduce(mesh, maxLength, maxAngleDeg);
-}
 } // namespace
 
 TEST(Reduce, PenaltyAgreesWithItsDefinition)
@@ -230,8 +224,8 @@ TEST(Reduce, KeepsThePlaneAndItsCorners)
     std::mt19937 random(4);
     std::vector<Point3*> v;
     const Shape flat = makeGrid(40, 30, 0.0, random);
-    MeshPtr mesh;
-    reduceAlone(makeMesh(flat, v).release(), 5.0, 0.0, mesh);
+    const MeshPtr mesh = std::make_shared<Mesh>(makeMesh(flat, v).release());
+    reduce(mesh, 5.0, 0.0);
     EXPECT_LT(mesh->getNumT(), flat.triangles.size() / 5);
     double area = 0.0;
     for (const RTriangle* const pRT : mesh->getRMesh()->vRT)
@@ -239,26 +233,4 @@ TEST(Reduce, KeepsThePlaneAndItsCorners)
             area += crossProduct(*pRT->pVtx[1] - *pRT->pVtx[0], *pRT->pVtx[2] - *pRT->pVtx[0]).z() / 2;
     EXPECT_NEAR(area, 39.0 * 29.0, 1e-6); // nothing turned over, the corners stay
     EXPECT_GT(mesh->getAverageEdgeLength(), 2.0);
-}
-
-TEST(Reduce, WhereNothingIsAllowed)
-{
-    getThreadProgress()->reset();
-    progressForFlips(); // a run under way goes on
-    std::mt19937 random(1);
-    const Shape tetrahedron = {{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}},
-                               {{0, 2, 1}, {0, 1, 3}, {1, 2, 3}, {2, 0, 3}}};
-    const Shape triangle = {{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}};
-    const Shape grid = makeGrid(9, 9, 0.0, random);
-    const std::tuple<Shape, double, double> cases[] = {
-        {tetrahedron, 10.0, 180.0}, {triangle, 9.0, 180.0}, {grid, 0.0, 90.0}, {grid, 9.0, -1.0}, {Shape(), 9.0, 90.0}};
-    for (const auto& [shape, maxLength, maxAngle] : cases)
-    {
-        std::vector<Point3*> v;
-        MeshPtr mesh;
-        EXPECT_EQ(reduceAlone(makeMesh(shape, v).release(), maxLength, maxAngle, mesh), 0);
-        EXPECT_EQ(mesh->getNumT(), shape.triangles.size());
-    }
-    EXPECT_EQ(getThreadProgress()->getName(), "EdgeFlips");
-    getThreadProgress()->reset();
 }
