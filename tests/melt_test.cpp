@@ -1,12 +1,7 @@
 // From triangle soups to clouds and new meshes, and text STL files.
-#include "CMesh.h"
-#include "CloudMgr.h"
 #include "Mesh.h"
 #include "Progress.h"
 #include "RMesh.h"
-#include "RTop.h"
-#include "Top.h"
-#include "Voro.h"
 #include "capture.h"
 #include "freeFunctions.h"
 #include "stlFiles.h"
@@ -16,11 +11,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cfloat>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <random>
 #include <set>
 #include <unistd.h>
@@ -57,20 +50,14 @@ std::vector<Point3> getRandomSoup(std::mt19937& random, int numTriangles)
 
 using Corners = std::vector<std::array<double, 3>>;
 
-template <class Source>
-Corners getCorners(const Source& source)
+Corners getCorners(const MeshPtr& mesh)
 {
     std::vector<Point3*> points;
-    source(points);
+    mesh->getTriangles(points);
     Corners corners;
     for (const Point3* const p : points)
         corners.push_back({p->x(), p->y(), p->z()});
     return corners;
-}
-
-Corners getCorners(const MeshPtr& mesh)
-{
-    return getCorners([&](std::vector<Point3*>& points) { mesh->getTriangles(points); });
 }
 
 size_t countEdges(const MeshPtr& mesh, int degree)
@@ -110,66 +97,27 @@ TEST(Melt, ACubeBecomesAnEvenCloudAndAClosedMeshWithItsCorners)
     EXPECT_EQ(places.size() + mesh->getNumT() - countEdges(mesh, 2), 2u);
 }
 
-/// Melting stage by stage.
-Corners meltInStages(std::vector<Point3>& soup, double spacing, double featureAngle)
-{
-    progressForMelt();
-    CloudMgr mgr;
-    mgr.setInputPoints(soup, spacing, -1.0, true, featureAngle, nullptr, -1);
-    std::vector<Bundle*> bundles;
-    std::map<CCD, Bundle*> cells;
-    std::vector<CCD> fill;
-    Calc* pCalc = nullptr;
-    mgr.getBundles(bundles, pCalc, fill);
-    for (Bundle* const b : bundles)
-        cells[b->ccd] = b;
-    Voro voro(pCalc, cells, fill, TM_FAT);
-    voro.fatExtractTriangles();
-    CMesh* const pCMesh = voro.getCMesh();
-    Top top(pCMesh, pCalc);
-    top.unifyDiagonals();
-    top.cbsComplete(&voro);
-    top.cbsComplete(&voro);
-    std::vector<CEdge*> borders;
-    top.getBordersKillDeg1nn(borders);
-    for (CEdge* const e : borders)
-        top.integrateCCD(e);
-    top.killTinyBorderPatches(8);
-    while (top.patchPairSolving(true))
-        continue;
-    top.killTinyBorderPatches(8);
-    pCMesh->averageBundles();
-    pCMesh->treatDegenerateT();
-    top.oneCoordTriplePerCCD();
-    RMesh rMesh(pCMesh);
-    RTop(&rMesh).finalizeBase();
-    getThreadProgress()->reset();
-    return getCorners([&](std::vector<Point3*>& points) { rMesh.getTriangleCorners(points); });
-}
-
-TEST(Melt, TheStagesComeInTheirOrderOnAnyNumberOfCpus)
+TEST(Melt, SameMeshForAnyNumberOfCpus)
 {
     std::mt19937 random(17);
-    size_t numTold = 0;
-    for (int run = 0; run < 12; ++run)
+    for (int run = 0; run < 6; ++run)
     {
         std::vector<Point3> soup = getRandomSoup(random, 40);
-        const auto meltTwice = [&]
+        const auto meltWith = [&](int numCPU)
         {
             destroySingletons();
-            const CpuCount one(1);
+            const CpuCount cpus(numCPU);
             std::srand(3);
-            const Corners expected = meltInStages(soup, 0.15, 20.0);
-            destroySingletons();
-            const CpuCount cpus(std::array{1, 2, 5}[size_t(run % 3)]);
-            std::srand(3);
-            EXPECT_EQ(getCorners(melt(soup, 0.15, 20.0)), expected) << run;
-            numTold += expected.size();
+            MeshPtr mesh;
+            outputOf([&] { mesh = melt(soup, 0.15, 20.0); });
+            return getCorners(mesh);
         };
-        outputOf(meltTwice);
+        const Corners serial = meltWith(1);
+        EXPECT_GT(serial.size(), 1000u);
+        for (const int numCPU : {2, 5})
+            EXPECT_EQ(meltWith(numCPU), serial) << run;
     }
     destroySingletons();
-    EXPECT_GT(numTold, 1000u);
 }
 
 TEST(Melt, TornSoupsEndInAResult)
@@ -213,12 +161,6 @@ TEST(Melt, WhatCanNotBeDoneIsTold)
         EXPECT_TRUE(hasBug("usedSpacing>0", [&] { toCloud(cube, spacing, 30.0, cloud); })) << spacing;
     cube.pop_back();
     EXPECT_TRUE(hasBug("vTriangleCorners.size()%3==0", [&] { toCloud(cube, 0.1, 30.0, cloud); }));
-    for (const double value : {HUGE_VAL, double(NAN), 1e300, -DBL_MAX})
-    {
-        cube = getCube(1.0);
-        cube[0].set(0.0, value, 0.0);
-        bugReportOf([&] { toCloud(cube, 0.1, 30.0, cloud); }); // or a result
-    }
     cube = getCube(1.0);
     cloud.clear();
     toCloud(cube, 0.25, 30.0, cloud); // as if nothing had happened
