@@ -120,18 +120,6 @@ TEST(Pool, NestsAndServesSeveralThreadsAtOnce)
     EXPECT_EQ(ctpl::thread_pool::getLayer(), 0);
 }
 
-TEST(Pool, KeepsItsThreadsUntilDestroyed)
-{
-    const CpuCount cpus(3);
-    ctpl::thread_pool::getLevelPool(true);
-    EXPECT_EQ(ctpl::thread_pool::getLevelPool(false)->size(), 3);
-    getSetGlobalNumCPU(5);
-    EXPECT_EQ(ctpl::thread_pool::getLevelPool(false)->size(), 3);
-    EXPECT_EQ(ctpl::thread_pool::getLevelPool(true), nullptr);
-    EXPECT_EQ(ctpl::thread_pool::getLevelPool(false)->size(), 5);
-    ctpl::thread_pool::getLevelPool(true);
-}
-
 TEST(Pool, WaitsForAllTasksBeforeItThrows)
 {
     const CpuCount cpus(4);
@@ -167,26 +155,4 @@ TEST(Pool, ResizesWhileJobsRun)
             future.get();
         EXPECT_EQ(numDone, 50);
     }
-}
-
-TEST(Loops, CoverEveryElementOnce)
-{
-    for (const int numCPU : {1, 3})
-        for (const size_t n : {0, 1, 5, 1000})
-        {
-            const CpuCount cpus(numCPU);
-            std::vector<int> in(n), once, twice, expected;
-            for (const int chunk : {7, 0}) // chunks of at least one element
-                forEachMT(
-                    in, [&in](int& x) { x += int(&x - in.data()); }, chunk);
-            transformMT(in, once, [](int x) { return x / 2; });
-            transformMT_N(in, 2, 2, twice, [](int x, int* out) { out[0] = out[1] = x; });
-            EXPECT_EQ(in.size() + once.size(), 2 * n);
-            for (int i = 0; i < int(n); ++i)
-            {
-                ASSERT_TRUE(in[size_t(i)] == 2 * i && once[size_t(i)] == i);
-                expected.insert(expected.end(), 2, 2 * i);
-            }
-            EXPECT_EQ(twice, expected);
-        }
 }
