@@ -9,7 +9,6 @@
 #include <map>
 #include <random>
 #include <sys/resource.h>
-#include <tuple>
 
 using namespace MIRT_TOOLS;
 using MIRT_ZAV::Point3;
@@ -28,25 +27,6 @@ void limitAddressSpace(size_t numBytes)
     setrlimit(RLIMIT_AS, &limit);
 }
 } // namespace
-
-TEST(SimplePool, Grows)
-{
-    const std::tuple<int, int, int, std::vector<int>> cases[] = {
-        {1000, -1, 3125000, {1000, 500, 1000, 2000}}, // by itself
-        {4, -1, 5, {4, 2, 4, 5, 5}},                  // up to a limit
-        {1, -1, 3125000, {1, 1, 2}},                  // half of 1 is 0: the same size again
-        {0, -1, 3125000, {0, 1}},
-        {0, 0, 3125000, {0, 1, 1}}, // a step of 0 is one all the same
-        {0, 100, 3125000, {0, 100}}};
-    for (const auto& [first, growth, maxContainer, sizes] : cases)
-    {
-        SimplePool<Point3> pool;
-        pool.init(first, growth, maxContainer);
-        while (pool.vContainers.size() < sizes.size())
-            pool.take();
-        EXPECT_EQ(pool.vSizes, sizes);
-    }
-}
 
 TEST(SimplePool, LaterObjectsLieHigher)
 {
@@ -174,19 +154,4 @@ TEST(OrderedIndex, BehavesLikeAMap)
     compareWithMap<OrderedIndex<unsigned, int>>(40, 20000);
     compareWithMap<OrderedIndex<unsigned, int>>(5000, 100000);
     compareWithMap<OrderedIndex<unsigned, int, PoorHash>>(60, 20000);
-}
-
-TEST(VectorHelpers, SetAlgebra)
-{
-    using namespace MIRT_ZAV;
-    std::vector<std::pair<int, int>> pairs = {{2, 5}, {1, 4}, {2, 5}, {1, 4}};
-    oneInstanceFirstComponent(pairs);
-    EXPECT_EQ(pairs, (std::vector<std::pair<int, int>>{{1, 4}, {2, 5}}));
-    std::set<int> once;
-    filterN(std::vector<int>{1, 1, 2, 3, 3, 4}, 1, once);
-    EXPECT_EQ(once, (std::set<int>{2, 4}));
-    std::vector<int> a = {1, 2, 3, 4, 7, 9};
-    removeVec(a, {0, 2, 3, 5});
-    keepVec(a, {0, 1, 4, 5, 9, 10});
-    EXPECT_EQ(a, (std::vector<int>{1, 4, 9}));
 }
