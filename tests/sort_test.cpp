@@ -84,13 +84,6 @@ TEST(RadixSort, IsStable)
     }
 }
 
-TEST(RadixSort, LeavesNotANumberAlone)
-{
-    std::vector<double> v(5000, 1.0);
-    v[17] = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_FALSE(radix::sort(v.begin(), v.end(), std::less<>()));
-}
-
 TEST(Pool, NestsAndServesSeveralThreadsAtOnce)
 {
     const CpuCount cpus(2);
