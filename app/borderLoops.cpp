@@ -23,7 +23,7 @@ public:
         std::sort(ends.begin(), ends.end());
         for (std::size_t i = 0; i < ends.size(); ++i)
             if (i == 0 || ends[i].first != ends[i - 1].first)
-                vertices.push_back({ends[i].first, i, nowhere});
+                vertices.push_back({ends[i].first, i, i, nowhere});
     }
 
     std::vector<BorderLoop> findAll()
@@ -41,19 +41,15 @@ private:
     struct Vertex
     {
         std::uint32_t number;
-        std::size_t nextEnd; // the first one in ends that may be unused
+        std::size_t firstEnd; // in ends
+        std::size_t nextEnd;  // the first one that may be unused
         std::size_t placeInPath;
     };
 
     std::size_t getDegree(std::size_t v) const
     {
-        const std::size_t end = v + 1 < vertices.size() ? getFirstEnd(v + 1) : ends.size();
-        return end - getFirstEnd(v);
-    }
-    std::size_t getFirstEnd(std::size_t v) const
-    {
-        return static_cast<std::size_t>(
-            std::lower_bound(ends.begin(), ends.end(), std::pair(vertices[v].number, std::size_t(0))) - ends.begin());
+        const std::size_t end = v + 1 < vertices.size() ? vertices[v + 1].firstEnd : ends.size();
+        return end - vertices[v].firstEnd;
     }
     std::size_t find(std::uint32_t number) const
     {

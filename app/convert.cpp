@@ -2,7 +2,7 @@
 #include "commands.h"
 #include "console.h"
 #include "files.h"
-#include "plyCheck.h"
+#include "plyHeader.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,7 +1,7 @@
 #include "files.h"
 
 #include "console.h"
-#include "plyCheck.h"
+#include "plyHeader.h"
 
 #include <zav_api.h>
 
@@ -25,14 +25,13 @@ void refuseCutShort(bool bComplete, const std::string& path)
         throw Failure(path + " is cut short; get a complete copy");
 }
 
-/// Binary files have a count of facets behind 80 bytes of any text, and 50 bytes for each facet.
+/// Binary files begin with 80 bytes of any text and a count, which has a zero byte.
 void refuseBinaryStl(const std::string& path)
 {
     std::ifstream in = openInput(path);
-    std::uint32_t numFacets = 0;
-    in.seekg(80);
-    in.read(reinterpret_cast<char*>(&numFacets), sizeof(numFacets));
-    if (in && getFileSize(path) == 84 + 50 * static_cast<std::uint64_t>(numFacets))
+    std::string begin(84, ' ');
+    in.read(begin.data(), static_cast<std::streamsize>(begin.size()));
+    if (begin.find('\0') != std::string::npos)
         throw Failure(path + " is a binary STL file; convert it to the text form, or to PLY");
 }
 
@@ -139,6 +138,24 @@ private:
     size_t numChannels = 0; // of the colours
 };
 
+/// The library takes zeros for what a PLY file lacks, and warns.
+void refuseDefects(LibraryMessages& messages, const std::string& path)
+{
+    for (const std::string& problem : messages.getProblems())
+    {
+        if (problem.find("zeros follow") != std::string::npos)
+            throw Failure(path + " is cut short, or has a word in place of a number; get a complete copy or mend it");
+        if (problem.find("aren't triangles") != std::string::npos)
+            throw Failure(path + " has faces that aren't triangles; split them first");
+    }
+}
+
+std::string getReason(LibraryMessages& messages)
+{
+    const std::vector<std::string> problems = messages.getProblems();
+    return problems.empty() ? "" : " (" + problems.front() + ")";
+}
+
 /// The library trusts the number of points in the header.
 void checkBinaryPoints(const std::string& path)
 {
@@ -197,7 +214,8 @@ void checkMeshOutput(const std::string& path)
 
 std::ifstream openInput(const std::string& path)
 {
-    if (fs::is_directory(path))
+    std::error_code ignored;
+    if (fs::is_directory(path, ignored))
         throw Failure(path + " is a directory; give the name of a file");
     errno = 0;
     std::ifstream in(path, std::ios::binary);
@@ -222,7 +240,8 @@ Cloud readCloud(const std::string& path, bool bQuiet)
     switch (getType(path))
     {
     case FileType::ply:
-        checkPlyBody(path, readPlyHeader(path), "vertex");
+        if (readPlyHeader(path).getCount("vertex") == 0)
+            throw Failure(path + " holds no points; check that it is the file you meant");
         break;
     case FileType::binary:
         checkBinaryPoints(path);
@@ -240,10 +259,16 @@ Cloud readCloud(const std::string& path, bool bQuiet)
 
     Cloud cloud;
     std::string name = path;
-    const bool bRead = callLibrary(bQuiet, "check that " + path + " is complete",
-                                   [&] { return MIRT_ZAV::readPoints_auto(name, cloud.points); });
-    if (!bRead)
-        throw Failure(path + " can't be understood; check that it holds points in the form its name says");
+    {
+        LibraryMessages messages;
+        const bool bRead = MIRT_ZAV::readPoints_auto(name, cloud.points);
+        refuseDefects(messages, path);
+        if (!bRead)
+            throw Failure(path + " can't be understood" + getReason(messages) +
+                          "; check that it holds points in the form its name says");
+        if (!bQuiet)
+            tellProblems(messages);
+    }
     const auto firstBad = std::remove_if(cloud.points.begin(), cloud.points.end(),
                                          [](const MIRT_ZAV::Point3& point) { return !point.isFinite(); });
     cloud.numNotFinite = static_cast<size_t>(cloud.points.end() - firstBad);
@@ -262,15 +287,14 @@ void tellNotFinite(const Cloud& cloud)
 
 std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path)
 {
-    checkPlyBody(path, readPlyHeader(path), "face");
+    readPlyHeader(path);
     std::vector<MIRT_ZAV::Point3> corners;
-    LibraryMessages messages; // told only in a failure: they are mostly of colours, which don't fit corners
-    if (!MIRT_ZAV::readPly(path.c_str(), false, corners))
-    {
-        const std::vector<std::string> problems = messages.getProblems();
-        throw Failure(path + " can't be understood" + (problems.empty() ? "" : " (" + problems.front() + ")") +
-                      "; its faces have to be triangles listed as vertex_indices");
-    }
+    LibraryMessages messages; // mostly of colours, which don't fit corners: told only in a failure
+    const bool bRead = MIRT_ZAV::readPly(path.c_str(), false, corners);
+    refuseDefects(messages, path);
+    if (!bRead)
+        throw Failure(path + " can't be understood" + getReason(messages) +
+                      "; its faces have to be triangles that name their vertices in vertex_indices");
     return corners;
 }
 
@@ -285,7 +309,9 @@ Triangles readTriangles(const std::string& path, bool bQuiet)
                     [&] { return MIRT_ZAV::readSTL_ASCII(path.c_str(), triangles.corners); });
         refuseCutShort(endsSolid(path), path);
         if (triangles.corners.size() % 3 != 0)
-            throw Failure(path + " has a facet of more or fewer than three corners; get a complete copy");
+            throw Failure(
+                path +
+                " has a facet of more or fewer than three corners; split it into triangles, or get a complete copy");
         break;
     case FileType::ply:
         triangles.corners = readCorners(path);
@@ -317,7 +343,8 @@ SafeOutput::SafeOutput(const std::string& pathArg) : given(pathArg), path(pathAr
     if (fs::exists(path, ignored) && !fs::is_regular_file(path, ignored))
         throw Failure(given + (fs::is_directory(path, ignored) ? " is a directory" : " is no ordinary file") +
                       "; give the name of a file");
-    temporary = path + ".part" + std::to_string(getpid()) + fs::path(given).extension().string();
+    const size_t dot = given.rfind('.'); // also of a name that is nothing but its ending
+    temporary = path + ".part" + std::to_string(getpid()) + (dot == std::string::npos ? "" : given.substr(dot));
     errno = 0;
     if (!std::ofstream(temporary))
         throw Failure(given + " can't be written (" + std::strerror(errno) + "); choose another place");
@@ -356,9 +383,9 @@ void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coor
 
 void refuseSameFile(const std::string& input, const std::string& output)
 {
-    std::error_code ignored;
-    if (fs::equivalent(input, output, ignored) ||
-        fs::weakly_canonical(input, ignored) == fs::weakly_canonical(output, ignored))
+    std::error_code ignored, problem;
+    const fs::path from = fs::weakly_canonical(input, problem), to = fs::weakly_canonical(output, problem);
+    if (fs::equivalent(input, output, ignored) || (!problem && from == to && !from.empty()))
         throw WrongUsage("input and output are the same file; give the output another name");
 }
 

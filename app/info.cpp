@@ -3,7 +3,7 @@
 #include "console.h"
 #include "files.h"
 #include "meshStatistics.h"
-#include "plyCheck.h"
+#include "plyHeader.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -97,6 +97,7 @@ Command addInfo(CLI::App& app)
     auto maxListed = std::make_shared<size_t>(20);
     command->add_option("FILE", *path, "Point file (.ply .xyz .txt .asc .bin) or mesh file (.ply .stl)")->required();
     command->add_option("--loops", *maxListed, "Number of border loops to list, the longest first")
+        ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     command->footer(R"(For points: their number, how many aren't finite, whether they have colours, the bounding box.
 For a PLY file with faces or a text STL file: vertices, triangles, edges by the number of their triangles, components,

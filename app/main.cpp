@@ -69,7 +69,9 @@ int run(int argc, char** argv)
     for (const Command& command : commands)
         if (command.options->parsed())
             command.run();
-    return std::fflush(stdout) == 0 ? 0 : exitFailure;
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+        throw Failure("standard output can't be written; check where it goes");
+    return 0;
 }
 } // namespace
 

@@ -3,7 +3,9 @@
 
 int main(int argc, char** argv)
 {
-    std::string input = argc == 3 ? argv[1] : "no input.xyz";
+    if (argc != 3)
+        return 2;
+    std::string input = argv[1];
     std::vector<MIRT_ZAV::Point3> points;
     if (!MIRT_ZAV::readPoints_auto(input, points))
         return 1; // the library has said why

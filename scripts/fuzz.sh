@@ -12,19 +12,20 @@ case ${1-} in
     ;;
 esac
 seconds=${1:-60}
-[[ $seconds =~ ^[0-9]+$ && $# -le 2 ]] || { echo "usage: scripts/fuzz.sh [SECONDS [TARGET]]" >&2; exit 2; }
+[[ $seconds =~ ^[1-9][0-9]*$ && $# -le 2 ]] || { echo "usage: scripts/fuzz.sh [SECONDS [TARGET]]" >&2; exit 2; }
 
 # shellcheck source=scripts/setup.sh
 . "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
-need cmake=cmake ninja=ninja-build clang++=clang libclang_rt.fuzzer-x86_64.a=libclang-rt-dev
-configure_and_build fuzz
-
 targets=()
 for source in fuzz/fuzz_*.cpp; do
     name=$(basename "$source" .cpp)
     [ "${2-$name}" != "$name" ] || targets+=("$name")
 done
 [ ${#targets[@]} -gt 0 ] || die "There is no target $2."
+
+need_to_build
+need clang++=clang libclang_rt.fuzzer-x86_64.a=libclang-rt-dev llvm-symbolizer=llvm
+configure_and_build fuzz
 build/fuzz/fuzz/make_seeds build/fuzz/seeds
 
 run_target() {
@@ -47,9 +48,9 @@ finish_one() {
     log=build/fuzz/$name.log
     if ! wait "$1"; then
         failed+=("$name")
-        grep -vE '^#[0-9]+\s' "$log" | tail -60 >&2
+        grep -vE '^#[0-9]+\s' "$log" | tail -60 >&2 || true
     fi
-    executions=$(sed -n 's/^stat::number_of_executed_units: //p' "$log")
+    executions=$(sed -n 's/^stat::number_of_executed_units: //p' "$log" || true)
     edges=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -c6- || true)
     printf '%-18s %12s executions %6s edges\n' "$name" "${executions:-?}" "${edges:-?}"
 }
@@ -64,7 +65,8 @@ while [ ${#running[@]} -gt 0 ]; do finish_one "$(oldest)"; done
 
 if [ ${#failed[@]} -gt 0 ]; then
     for name in "${failed[@]}"; do
-        echo "FOUND by $name: $(sed -n 's/.*Test unit written to //p' "build/fuzz/$name.log" | tail -1)"
+        reproducer=$(sed -n 's/.*Test unit written to //p' "build/fuzz/$name.log" | tail -1)
+        echo "FOUND by $name: ${reproducer:-no input was kept, see build/fuzz/$name.log}"
     done
     exit 1
 fi

@@ -8,7 +8,7 @@
 namespace MIRT_ZAV
 {
 
-/// The only exception that the library throws on purpose: a condition failed, by a bug or by incorrect usage. Which one
+/// What the library throws when a condition failed, by a bug or by incorrect usage. Which one
 /// has been printed on standard output before.
 class ZAV_API ZavBugException : public std::exception
 {

@@ -115,7 +115,9 @@ void generateRandomSurfacePoints(size_t count, size_t numX, size_t numY, double 
     const double extentX = maxX - minX;
     const double extentY = maxY - minY;
     const double extentZ = maxZ - minZ;
-    if (!(extentX > 0.0 && extentY > 0.0 && extentZ > 0.0) || !std::isfinite(extentX + extentY + extentZ))
+    const double frequency = 30.0 / (extentX + extentY);
+    if (!(extentX > 0.0 && extentY > 0.0 && extentZ > 0.0) || !std::isfinite(extentX + extentY + extentZ) ||
+        !std::isfinite(frequency))
     {
         warning(ZAV_LOCATION, "the box must be finite and have positive extents");
         return;
@@ -124,7 +126,6 @@ void generateRandomSurfacePoints(size_t count, size_t numX, size_t numY, double 
     generateRandomNumbers(count, minX, maxX, vX, seed);
     generateRandomNumbers(count, minY, maxY, vY, nextSeed(seed));
     const WeightGrid weights(numX, numY, nextSeed(nextSeed(seed)));
-    const double frequency = 30.0 / (extentX + extentY);
     vPoints.reserve(vPoints.size() + count);
     for (size_t i = 0; i < count; ++i)
     {

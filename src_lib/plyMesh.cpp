@@ -250,7 +250,17 @@ void applyColors(std::vector<VtxColor>& colors, std::vector<Point3>& vPoints)
                             toByte(colors[i].alpha));
 }
 
-bool readOpenPly(std::istream& in, bool bPointsOnly, std::vector<Point3>& vPoints)
+/// What the file has instead of values or triangles is read all the same.
+void tellDefects(const PlyFile& file, const Requests& requests, const std::string& path)
+{
+    if (!file.isComplete())
+        MIRT_ZAV::warning(ZAV_LOCATION, path + " ends too early, or has a word in place of a number: zeros follow");
+    if (requests.indices != nullptr && !requests.indices->bEven)
+        MIRT_ZAV::warning(ZAV_LOCATION,
+                          path + " has faces that aren't triangles: their indices run on as one sequence");
+}
+
+bool readOpenPly(std::istream& in, const std::string& path, bool bPointsOnly, std::vector<Point3>& vPoints)
 {
     PlyFile file;
     file.parse_header(in); // at an unknown line the header just ends
@@ -265,6 +275,7 @@ bool readOpenPly(std::istream& in, bool bPointsOnly, std::vector<Point3>& vPoint
         requests.indices->bGrows = false;
     }
     file.read(in);
+    tellDefects(file, requests, path);
 
     std::vector<Point3> points;
     if (!toPoints(*requests.coordinates, points))
@@ -332,7 +343,7 @@ bool readPly(const std::string& path, bool bPointsOnly, std::vector<Point3>& vPo
     {
         std::ifstream in(path, std::ios::in | std::ios::binary);
         if (in.is_open() && MIRT_ZAV::isReadable(in))
-            return readOpenPly(in, bPointsOnly, vPoints);
+            return readOpenPly(in, path, bPointsOnly, vPoints);
     }
     catch (const std::exception& e)
     {

@@ -39,8 +39,8 @@ bool writePly(std::vector<MIRT_ZAV::Point3*>& vPoints, const std::string& path, 
 ///                     another width aren't split, their indices run on as one sequence, of which three per face are
 ///                     taken, and zeros where they are short of that.
 /// \param vPoints      replaced; unchanged when the coordinates can't be read
-/// \return false, after a message but for missing coordinates, when the file can't be read. A file that was cut off is
-///         no failure: the points that lack are zeros.
+/// \return false, after a message but for missing coordinates, when the file can't be read. A file that was cut off,
+///         or that has a word in place of a number, is no failure: a warning tells of it, and what lacks is zeros.
 /// Coordinates must be of the types float, double or int, colours of uchar or float; colours of other types are told
 /// and left out. The fourth colour byte comes from "alpha", else from "scalar_Intensity".
 bool readPly(const std::string& path, bool bPointsOnly, std::vector<MIRT_ZAV::Point3>& vPoints);

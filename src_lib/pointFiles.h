@@ -45,13 +45,16 @@ ZAV_API bool writePointsPly(const std::string& path, std::vector<Point3>& vPoint
 
 /// Reads points, or the corners of faces, from a PLY file in any of its three encodings.
 /// \param bPointsOnly  true: the vertices, with their colours if the file has red, green and blue. False: three corners
-///                     per face in file order, not shared between faces and uncoloured; the faces should be triangles.
+///                     per face in file order, not shared between faces. They have no colours; deliberately, they get
+///                     those of the vertices in order where there are just three vertices for each face. The faces
+///                     should be triangles, a warning tells of others.
 ///                     Lists of another width aren't split, their indices run on as one sequence, of which three per
 ///                     face are taken, and zeros where they are short of that.
 /// \param vPoints      replaced; unchanged when the coordinates can't be read
 /// \return false when the file can't be read: unreadable, no PLY, coordinates missing, of several types, or of other
 ///         types than float, double and int, indices out of range or no integers; also for colours without a vertex. A
-///         file that was cut off is no failure: the points that lack are zeros.
+///         file that was cut off, or that has a word in place of a number, is no failure: a warning tells of it, and
+///         what lacks is zeros.
 /// Colours may be of type uchar, or float in the range 0 to 1 or above; others are told and left out. The fourth byte
 /// comes from "alpha", else from "scalar_Intensity".
 ZAV_API bool readPly(const char* path, bool bPointsOnly, std::vector<Point3>& vPoints);

@@ -338,6 +338,11 @@ void PlyFile::write(std::ostream& os, bool isBinary)
     impl->write(os, isBinary);
 }
 
+bool PlyFile::isComplete() const
+{
+    return impl->bComplete;
+}
+
 const std::vector<PlyElement>& PlyFile::getElements() const
 {
     return impl->elements;

@@ -83,6 +83,7 @@ struct PlyData
     PlyBuffer buffer;
     bool isList = false; ///< the entries of all lists follow each other; where one ends isn't kept
     bool bGrows = true;  ///< false, set before read(): entries beyond what the hint promised are dropped
+    bool bEven = true;   ///< after read(): every list had as many entries as the hint promised
 };
 
 /// One PLY file, to be read (parse_header, request_properties_from_element, read) or to be written
@@ -135,6 +136,9 @@ public:
     /// Writes header and data, in text with the precision of the stream, always with the marks of the "C" locale.
     /// \throws std::invalid_argument for a property of unknown type, std::runtime_error for one without enough data
     void write(std::ostream& os, bool isBinary);
+
+    /// After read(): whether the file held all values up to the last one that was requested.
+    bool isComplete() const;
 
     const std::vector<PlyElement>& getElements() const;
     std::vector<std::string>& getComments();

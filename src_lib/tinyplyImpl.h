@@ -165,6 +165,12 @@ struct PlyFile::PlyFileImpl
         size_t propertyIndex = 0;
 
         void append(const void* bytes, size_t n);
+        /// Looks at the length of a list.
+        void compareWithHint(std::uint64_t count)
+        {
+            if (cursor->listSizeHint != 0 && count != cursor->listSizeHint)
+                data->bEven = false;
+        }
     };
 
     struct PropertyLookup
@@ -192,6 +198,7 @@ struct PlyFile::PlyFileImpl
     std::unordered_map<std::uint32_t, ParsingHelper> userData;
     bool isBinary = false;
     bool isBigEndian = false;
+    bool bComplete = true; // what was read last held all its values
     std::vector<PlyElement> elements;
     std::vector<std::string> comments;
     std::vector<std::string> objInfo;
@@ -222,11 +229,10 @@ private:
     void parse_data(std::istream& is, LookupTable& table, bool firstPass);
     static std::uint64_t fixedRowBytes(const std::vector<PropertyLookup>& lookups);
     static RowPlan planRows(const std::vector<PropertyLookup>& lookups);
-    static void parseFixedRows(BlockBuffer& in, std::uint64_t numRows, const RowPlan& plan);
-    static void takeBytes(BlockBuffer& in, std::uint64_t n, PropertyLookup& lookup, bool firstPass);
+    void parseFixedRows(BlockBuffer& in, std::uint64_t numRows, const RowPlan& plan);
+    void takeBytes(BlockBuffer& in, std::uint64_t n, PropertyLookup& lookup, bool firstPass);
     void parseListRows(BlockBuffer& in, std::uint64_t numRows, std::vector<PropertyLookup>& lookups, bool firstPass);
-    static void parseTextRows(TextValues& values, std::uint64_t numRows, std::vector<PropertyLookup>& lookups,
-                              bool firstPass);
+    void parseTextRows(TextValues& values, std::uint64_t numRows, std::vector<PropertyLookup>& lookups, bool firstPass);
     void swapBuffers();
 
     void writeHeader(std::ostream& os) const;

@@ -117,6 +117,7 @@ void PlyFile::PlyFileImpl::read(std::istream& is)
 void PlyFile::PlyFileImpl::readSeekable(std::istream& is, std::uint64_t numBytesLeft)
 {
     LookupTable table = make_property_lookup_table();
+    bComplete = true;
     checkSizes(table, numBytesLeft);
     resetCursors();
     if (needsFirstPass())
@@ -243,6 +244,7 @@ void PlyFile::PlyFileImpl::parseFixedRows(BlockBuffer& in, std::uint64_t numRows
                     std::memcpy(run.data + row * run.stride, in.begin() + run.offset,
                                 std::min(run.numBytes, in.available() - run.offset));
             in.advance(in.available());
+            bComplete = false;
             return;
         }
         const size_t num = std::min<std::uint64_t>(in.available() / plan.numBytes, numRows - row);
@@ -271,7 +273,7 @@ void PlyFile::PlyFileImpl::takeBytes(BlockBuffer& in, std::uint64_t n, PropertyL
 {
     if (lookup.skip)
     {
-        in.skip(n);
+        bComplete = in.skip(n) && bComplete;
         return;
     }
     while (n != 0 && !in.atEnd())
@@ -284,12 +286,19 @@ void PlyFile::PlyFileImpl::takeBytes(BlockBuffer& in, std::uint64_t n, PropertyL
         in.advance(part);
         n -= part;
     }
+    bComplete = bComplete && n == 0;
 }
 
 void PlyFile::PlyFileImpl::parseListRows(BlockBuffer& in, std::uint64_t numRows, std::vector<PropertyLookup>& lookups,
                                          bool firstPass)
 {
-    for (std::uint64_t row = 0; row < numRows && !in.atEnd(); ++row)
+    for (std::uint64_t row = 0; row < numRows; ++row)
+    {
+        if (in.atEnd())
+        {
+            bComplete = false;
+            return;
+        }
         for (PropertyLookup& lookup : lookups)
         {
             std::uint64_t numValues = 1;
@@ -298,6 +307,7 @@ void PlyFile::PlyFileImpl::parseListRows(BlockBuffer& in, std::uint64_t numRows,
                 if (!in.require(lookup.list_stride))
                 {
                     in.advance(in.available());
+                    bComplete = false;
                     return;
                 }
                 std::uint8_t count[8];
@@ -306,9 +316,12 @@ void PlyFile::PlyFileImpl::parseListRows(BlockBuffer& in, std::uint64_t numRows,
                 if (isBigEndian)
                     swapBytes(count, lookup.list_stride, lookup.list_stride);
                 numValues = listCountFrom(lookup.listType, count);
+                if (!lookup.skip)
+                    lookup.helper->compareWithHint(numValues);
             }
             takeBytes(in, numValues * lookup.prop_stride, lookup, firstPass);
         }
+    }
 }
 
 void PlyFile::PlyFileImpl::parseTextRows(TextValues& values, std::uint64_t numRows,
@@ -323,6 +336,8 @@ void PlyFile::PlyFileImpl::parseTextRows(TextValues& values, std::uint64_t numRo
             {
                 values.readValue(lookup.listType, value);
                 numValues = listCountFrom(lookup.listType, value);
+                if (!lookup.skip && values.ok())
+                    lookup.helper->compareWithHint(numValues);
             }
             for (std::uint64_t i = 0; i < numValues && values.ok(); ++i)
             {
@@ -338,7 +353,10 @@ void PlyFile::PlyFileImpl::parseTextRows(TextValues& values, std::uint64_t numRo
                     lookup.helper->append(value, lookup.prop_stride);
             }
             if (!values.ok())
+            {
+                bComplete = false;
                 return;
+            }
         }
 }
 

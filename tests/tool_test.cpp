@@ -184,7 +184,7 @@ TEST_F(Tool, failureSaysWhyInOneLineAndLeavesTheOldOutput)
         EXPECT_EQ(countLines(outcome.err), 1u) << arguments << ": " << outcome.err;
         EXPECT_EQ(outcome.out, "") << arguments;
     }
-    for (const auto& [name, reason] : {std::pair("quad.ply", "a face of 4 corners"),
+    for (const auto& [name, reason] : {std::pair("quad.ply", "aren't triangles"),
                                        {"cutface.ply", "cut short"},
                                        {"index.ply", "index out of range: 4"},
                                        {"directory.xyz", "is a directory"}})
