@@ -1,9 +1,13 @@
-// What the tests share: catching the library's output, and a CPU count for the length of a scope.
+// What the tests share: catching the library's output, a CPU count for the length of a scope, an empty directory.
 #pragma once
 
 #include "tools.h"
 
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <stdlib.h>
 #include <string>
 
 namespace test
@@ -56,6 +60,28 @@ public:
 
 private:
     const int before;
+};
+
+/// Each test has an empty directory of its own.
+class InDirectory : public testing::Test
+{
+protected:
+    InDirectory()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "zav_test_XXXXXX").string();
+        EXPECT_NE(mkdtemp(pattern.data()), nullptr);
+        directory = pattern;
+    }
+    ~InDirectory() override { std::filesystem::remove_all(directory); }
+
+    std::string path(const std::string& name) const { return (directory / name).string(); }
+    std::string contentOf(const std::string& name) const
+    {
+        std::ifstream in(directory / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    std::filesystem::path directory;
 };
 
 } // namespace test

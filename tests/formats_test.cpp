@@ -26,36 +26,19 @@ using test::bytesOf, test::Points, test::randomPoints, test::raw;
 
 namespace
 {
-class Formats : public testing::Test
+class Formats : public test::InDirectory
 {
 protected:
-    Formats()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "zav_formats_XXXXXX").string();
-        EXPECT_NE(mkdtemp(name.data()), nullptr);
-        dir = name;
-    }
-    ~Formats() override { std::filesystem::remove_all(dir); }
-
-    std::string path(const std::string& name) const { return (dir / name).string(); }
     std::string put(const std::string& name, const std::string& bytes) const
     {
         std::filesystem::remove(path(name)); // far faster than to write over a file again and again
         std::ofstream(path(name), std::ios::binary) << bytes;
         return path(name);
     }
-    static std::string get(const std::string& path)
-    {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
     bool readPlyText(const std::string& bytes, Points& points, bool bPointsOnly = true) const
     {
         return readPly(put("in.ply", bytes).c_str(), bPointsOnly, points);
     }
-
-    std::filesystem::path dir;
 };
 
 std::string floatsOf(const Point3& p)
@@ -109,7 +92,7 @@ TEST_F(Formats, AutoPicksReaderAndWriter)
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "Filename extension of [" + path("a.stl") + "] is not valid, expected *.ply, *.xyz or *.bin\n" +
                   "Filename [" + path("a.dat") + "] is not valid, using [zav_output_bin.ply] instead\n");
-    EXPECT_EQ(get(path("a.dat")).substr(0, 21), "ply\nformat ascii 1.0\n");
+    EXPECT_EQ(contentOf("a.dat").substr(0, 21), "ply\nformat ascii 1.0\n");
 }
 
 TEST_F(Formats, BinaryPointsByteForByte)
@@ -117,7 +100,7 @@ TEST_F(Formats, BinaryPointsByteForByte)
     Points points = {{1.5, -2.5, 1e300}};
     points[0].setColor(1, 2, 3, 4);
     ASSERT_TRUE(writePoints_BIN(path("a.bin").c_str(), points));
-    EXPECT_EQ(get(path("a.bin")), raw(30) + raw(std::uint64_t(1)) + bytesOf(points[0]));
+    EXPECT_EQ(contentOf("a.bin"), raw(30) + raw(std::uint64_t(1)) + bytesOf(points[0]));
 
     // Reading appends; points of type 20 lie at z 0.
     put("c.bin", raw(20) + raw(std::uint64_t(2)) + raw(1.0) + raw(2.0) + raw(3.0) + raw(4.0));
@@ -181,7 +164,7 @@ TEST_F(Formats, TextPointsAreWrittenWith18Digits)
     for (const Point3& p : points)
         expected << p.x() << ' ' << p.y() << ' ' << p.z() << '\n';
     ASSERT_TRUE(writePoints_ASCII(path("a.txt").c_str(), points));
-    EXPECT_EQ(get(path("a.txt")), expected.str());
+    EXPECT_EQ(contentOf("a.txt"), expected.str());
 
     points.pop_back(); // not a number isn't read back
     Points read;
@@ -197,8 +180,8 @@ TEST_F(Formats, PlyPointFiles)
               "writePointsPly, received 2 points\n");
     test::outputOf([&] { ASSERT_TRUE(writePointsPly(path("b.ply"), points, false)); });
     const std::string header = pointHeader;
-    EXPECT_EQ(get(path("a.ply")), "ply\nformat ascii 1.0\n" + header + "0.123457 -2 1e+10 \n0.333333 0 100000 \n");
-    EXPECT_EQ(get(path("b.ply")),
+    EXPECT_EQ(contentOf("a.ply"), "ply\nformat ascii 1.0\n" + header + "0.123457 -2 1e+10 \n0.333333 0 100000 \n");
+    EXPECT_EQ(contentOf("b.ply"),
               "ply\nformat binary_little_endian 1.0\n" + header + floatsOf(points[0]) + floatsOf(points[1]));
 
     testing::internal::CaptureStderr();
@@ -221,7 +204,7 @@ TEST_F(Formats, PlyMeshFiles)
                                "property uchar red\nproperty uchar green\nproperty uchar blue\nproperty uchar alpha\n"
                                "element face 2\nproperty list uchar uint vertex_indices\nend_header\n";
     ASSERT_TRUE(PLY::writePly(&mesh, path("a.ply"), true));
-    EXPECT_EQ(get(path("a.ply")), "ply\nformat ascii 1.0\n" + header +
+    EXPECT_EQ(contentOf("a.ply"), "ply\nformat ascii 1.0\n" + header +
                                       "1 1 0 1 2 3 255 \n0 1 0.123457 0 77 0 0 \n0 0 0 0 0 0 0 \n1 0 0 0 0 0 0 \n"
                                       "3 0 1 2 \n3 2 3 0 \n");
     ASSERT_TRUE(PLY::writePly(&mesh, path("b.ply"), false));
@@ -230,7 +213,7 @@ TEST_F(Formats, PlyMeshFiles)
         body += floatsOf(*p) + raw(p->r) + raw(p->g) + raw(p->b) + raw(p->a);
     for (const auto& [a, b, c] : {std::array<std::uint32_t, 3>{0, 1, 2}, {2, 3, 0}})
         body += "\3" + raw(a) + raw(b) + raw(c);
-    EXPECT_EQ(get(path("b.ply")), "ply\nformat binary_little_endian 1.0\n" + header + body);
+    EXPECT_EQ(contentOf("b.ply"), "ply\nformat binary_little_endian 1.0\n" + header + body);
 
     Points read;
     ASSERT_TRUE(readPly(path("b.ply").c_str(), false, read));

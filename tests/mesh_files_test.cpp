@@ -7,34 +7,15 @@
 #include "zav_api_io.h"
 
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <set>
-#include <stdlib.h>
 
 using namespace MIRT_ZAV;
 
 namespace
 {
-class MeshFiles : public testing::Test
+class MeshFiles : public test::InDirectory
 {
-protected:
-    MeshFiles()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "zav_mesh_files_XXXXXX").string();
-        EXPECT_NE(mkdtemp(name.data()), nullptr);
-        dir = name;
-    }
-    ~MeshFiles() override { std::filesystem::remove_all(dir); }
-
-    std::string path(const std::string& name) const { return (dir / name).string(); }
-    std::string get(const std::string& name) const
-    {
-        std::ifstream in(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-    std::filesystem::path dir;
 };
 
 /// A triangle, one across its edge that is flat, and a dead one. The first vertex has a colour if asked for.
@@ -67,19 +48,19 @@ std::string linesOf(const std::string& color, const std::string& segments, const
 TEST_F(MeshFiles, StlByteForByte)
 {
     ASSERT_TRUE(smallMesh(true)->writeStl_ASCII(path("a.stl")));
-    EXPECT_EQ(get("a.stl"), "solid - ZAV\n"
-                            "facet normal 0 0 1\n outer loop\n  vertex 0 0 0\n  vertex 1.23456789 0 0\n"
-                            "  vertex 0 1e-07 0\n endloop\nendfacet\n"
-                            "facet normal 0 0 0\n outer loop\n  vertex 1.23456789 0 0\n  vertex 0 0 0\n"
-                            "  vertex 2.46913578 0 0\n endloop\nendfacet\n"
-                            "endsolid - ZAV\n");
+    EXPECT_EQ(contentOf("a.stl"), "solid - ZAV\n"
+                                  "facet normal 0 0 1\n outer loop\n  vertex 0 0 0\n  vertex 1.23456789 0 0\n"
+                                  "  vertex 0 1e-07 0\n endloop\nendfacet\n"
+                                  "facet normal 0 0 0\n outer loop\n  vertex 1.23456789 0 0\n  vertex 0 0 0\n"
+                                  "  vertex 2.46913578 0 0\n endloop\nendfacet\n"
+                                  "endsolid - ZAV\n");
     std::vector<Point3> inLoops, anywhere;
     ASSERT_TRUE(readSTL_ASCII(path("a.stl").c_str(), inLoops) && readSTLTriCorners(path("a.stl"), anywhere));
     EXPECT_EQ(inLoops, anywhere);
     ASSERT_EQ(inLoops.size(), 6u);
     EXPECT_EQ(inLoops[5], Point3(2.46913578, 0, 0));
     ASSERT_TRUE(std::make_shared<Mesh>(new RMesh(1.0))->writeStl_ASCII(path("empty.stl")));
-    EXPECT_EQ(get("empty.stl"), "solid - ZAV\nendsolid - ZAV\n");
+    EXPECT_EQ(contentOf("empty.stl"), "solid - ZAV\nendsolid - ZAV\n");
 }
 
 TEST_F(MeshFiles, StlOfACoarseMesh)
@@ -99,7 +80,7 @@ TEST_F(MeshFiles, StlOfACoarseMesh)
     CMesh mesh(nullptr, &calc, &mCCDBundle, {});
     mesh.createT(codes[0], codes[1], codes[2], 0, 0);
     ASSERT_TRUE(writeSTL(&mesh, mCCDBundle, path("a.stl")));
-    EXPECT_EQ(get("a.stl"),
+    EXPECT_EQ(contentOf("a.stl"),
               "solid - ZAV\nfacet normal -1 0 0\n outer loop\n  vertex 0.5 0.5 0.5\n  vertex 0.5 0.5 1.5\n"
               "  vertex 0.5 1.5 0.5\n endloop\nendfacet\nendsolid - ZAV\n");
     mCCDBundle.erase(codes[2]);
@@ -109,7 +90,7 @@ TEST_F(MeshFiles, StlOfACoarseMesh)
 TEST_F(MeshFiles, ObjByteForByte)
 {
     EXPECT_EQ(test::outputOf([&] { toObj(smallMesh(true), path("a.obj")); }), "Writing " + path("a.obj") + "\n");
-    EXPECT_EQ(get("a.obj"), "v 0 0 0\nv 1.23457 0 0\nv 0 1e-07 0\nv 2.46914 0 0\nf 1 2 3\nf 2 1 4\n");
+    EXPECT_EQ(contentOf("a.obj"), "v 0 0 0\nv 1.23457 0 0\nv 0 1e-07 0\nv 2.46914 0 0\nf 1 2 3\nf 2 1 4\n");
 }
 
 TEST_F(MeshFiles, DebugGeometryByteForByte)
@@ -123,13 +104,14 @@ TEST_F(MeshFiles, DebugGeometryByteForByte)
                                        4);
     EXPECT_EQ(test::outputOf([&] { ASSERT_TRUE(smallMesh(true)->writeGeomview_ASCII(path("a.list"))); }),
               "Writing " + path("a.list") + "\n");
-    EXPECT_EQ(get("a.list"), "LIST\n{\n\n{\nappearance { -edge  material " + box + " }\nCOFF\n6 2 0\n" + ends[0] + red +
-                                 ends[1] + gray + ends[2] + gray + ends[1] + gray + ends[0] + red + ends[3] + gray +
-                                 faces[0] + "\n" + faces[1] + "\n}\n" + border + "}");
+    EXPECT_EQ(contentOf("a.list"), "LIST\n{\n\n{\nappearance { -edge  material " + box + " }\nCOFF\n6 2 0\n" + ends[0] +
+                                       red + ends[1] + gray + ends[2] + gray + ends[1] + gray + ends[0] + red +
+                                       ends[3] + gray + faces[0] + "\n" + faces[1] + "\n}\n" + border + "}");
     ASSERT_TRUE(smallMesh(false)->writeGeomview_ASCII(path("b.list")));
-    EXPECT_EQ(get("b.list"), "LIST\n{\n\n{\nappearance { -edge  material " + box + " }\nOFF\n6 2 0\n" + ends[0] + "\n" +
-                                 ends[1] + "\n" + ends[2] + "\n" + ends[1] + "\n" + ends[0] + "\n" + ends[3] + "\n" +
-                                 faces[0] + " 0 1 0 0.5\n" + faces[1] + " 0 1 0 0.5\n}\n" + border + "}");
+    EXPECT_EQ(contentOf("b.list"), "LIST\n{\n\n{\nappearance { -edge  material " + box + " }\nOFF\n6 2 0\n" + ends[0] +
+                                       "\n" + ends[1] + "\n" + ends[2] + "\n" + ends[1] + "\n" + ends[0] + "\n" +
+                                       ends[3] + "\n" + faces[0] + " 0 1 0 0.5\n" + faces[1] + " 0 1 0 0.5\n}\n" +
+                                       border + "}");
     {
         Visualizer3 visualizer(path("c.list"), nullptr, true);
         visualizer.setBackfaces(false);
@@ -137,7 +119,7 @@ TEST_F(MeshFiles, DebugGeometryByteForByte)
         visualizer.endList();
         visualizer.writePoints(std::vector<Point3>{{1, 2, 3}, {0.1, 0, 0}}, 10, Visualizer3::CRED);
     }
-    EXPECT_EQ(get("c.list"),
+    EXPECT_EQ(contentOf("c.list"),
               "LIST\n{\n\n{\nappearance { +edge  }\nOFF\n0 0 0\n}\n"
               "\n{\nappearance{linewidth 10}\n\n{\nVECT\n2 2 1\n1 1 \n1 0 \n1 2 3\n0.1 0 0\n1 0 0 0.5\n}\n}\n}");
 }
@@ -154,7 +136,7 @@ TEST_F(MeshFiles, DebugGeometryColorsEdgesByDegree)
             mesh->createT(a, b, mesh->createVertex({0, 1.0, 1.0 * i}));
         ASSERT_TRUE(Mesh(mesh).writeGeomview_ASCII(path("a.list")));
         for (const auto& [otherDegree, otherColor] : cases)
-            EXPECT_EQ(get("a.list").find(otherColor + "}\n}\n") != std::string::npos,
+            EXPECT_EQ(contentOf("a.list").find(otherColor + "}\n}\n") != std::string::npos,
                       otherDegree <= 2 || degree == otherDegree)
                 << degree << ' ' << otherDegree;
     }
@@ -193,7 +175,7 @@ TEST_F(MeshFiles, AutoPicksTheWriter)
     for (const auto& [name, bBinary, begin] : cases)
     {
         EXPECT_TRUE(writeMesh_auto(path(name), mesh, bBinary)) << name;
-        EXPECT_EQ(get(name).find(begin), 0u) << name;
+        EXPECT_EQ(contentOf(name).find(begin), 0u) << name;
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "Filename [" + path("a.dat") + "] is not valid, using [zav_output.ply] instead\n");
@@ -202,20 +184,20 @@ TEST_F(MeshFiles, AutoPicksTheWriter)
     EXPECT_FALSE(writeMesh_auto(path("a.ply"), nullptr, true));
     std::vector<Point3> points = {{1, 2, 3}};
     EXPECT_TRUE(writePoints_auto(path("p.list"), points, true));
-    EXPECT_NE(get("p.list").find("VECT\n1 1 1\n1 \n1 \n1 2 3\n1 0 0 0.5\n"), std::string::npos);
+    EXPECT_NE(contentOf("p.list").find("VECT\n1 1 1\n1 \n1 \n1 2 3\n1 0 0 0.5\n"), std::string::npos);
 }
 
 TEST_F(MeshFiles, FullDisksAndMissingDirectoriesAreTold)
 {
     const MeshPtr mesh = smallMesh(true);
     std::vector<Point3> points(3);
-    for (const std::string directory : {"full", "none"})
+    for (const std::string place : {"full", "none"})
         for (const std::string name : {"a.stl", "a.ply", "a.list", "a.obj", "p.xyz", "p.bin", "p.ply", "p.list"})
         {
-            const std::string file = path(directory + name);
-            if (directory == "full")
+            const std::string file = path(place + name);
+            if (place == "full")
                 std::filesystem::create_symlink("/dev/full", file);
-            const std::string target = directory == "full" ? file : path("none/" + name);
+            const std::string target = place == "full" ? file : path("none/" + name);
             testing::internal::CaptureStderr();
             const std::string out = test::outputOf(
                 [&]

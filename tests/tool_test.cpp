@@ -1,4 +1,6 @@
 // Runs the built tool as a user would and looks at its exit codes, its output and its files.
+#include "capture.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -30,24 +32,15 @@ size_t countLines(const std::string& text)
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-/// Each test works in an empty directory of its own.
-class Tool : public ::testing::Test
+class Tool : public test::InDirectory
 {
 protected:
-    Tool()
-    {
-        std::string pattern = (fs::temp_directory_path() / "zav_tool_XXXXXX").string();
-        EXPECT_NE(mkdtemp(pattern.data()), nullptr);
-        directory = pattern;
-    }
-    ~Tool() override { fs::remove_all(directory); }
-
     Outcome run(const std::string& arguments)
     {
         const std::string command =
             "cd '" + directory.string() + "' && " + limit + "'" ZAV_TOOL "' " + arguments + " >stdout.txt 2>stderr.txt";
         const int status = std::system(command.c_str());
-        Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, read("stdout.txt"), read("stderr.txt")};
+        Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf("stdout.txt"), contentOf("stderr.txt")};
         fs::remove(directory / "stdout.txt");
         fs::remove(directory / "stderr.txt");
         return outcome;
@@ -68,18 +61,11 @@ protected:
                   static_cast<std::streamsize>(coordinates.size() * sizeof(double)));
     }
 
-    std::string read(const std::string& name)
-    {
-        std::ifstream in(directory / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
     size_t countFiles()
     {
         return static_cast<size_t>(std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
     }
 
-    fs::path directory;
     std::string limit; // shell commands that limit what the tool may use
 };
 
@@ -146,7 +132,7 @@ TEST_F(Tool, helpEndsWith0AndWrongUsageWith2)
         EXPECT_EQ(outcome.out, "") << arguments;
     }
     EXPECT_EQ(countFiles(), 2u);
-    EXPECT_EQ(read("in.xyz"), squareOfPoints(5)); // the input is never overwritten
+    EXPECT_EQ(contentOf("in.xyz"), squareOfPoints(5)); // the input is never overwritten
 }
 
 TEST_F(Tool, failureSaysWhyInOneLineAndLeavesTheOldOutput)
@@ -192,7 +178,7 @@ TEST_F(Tool, failureSaysWhyInOneLineAndLeavesTheOldOutput)
     const Outcome outcome = run("reconstruct far.xyz out.ply --spacing 0.001"); // the lattice can't hold both points
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_NE(outcome.err.find("--spacing"), std::string::npos) << outcome.err;
-    EXPECT_EQ(read("out.ply"), "an older result");
+    EXPECT_EQ(contentOf("out.ply"), "an older result");
     EXPECT_EQ(countFiles(), numFiles); // nothing half written stays behind
 }
 
@@ -203,14 +189,14 @@ TEST_F(Tool, generatesWhatWasAskedFor)
         {
             ASSERT_EQ(run("generate " + shape + ' ' + name + " --points 1234 --seed 7").exitCode, 0);
             ASSERT_EQ(run("generate " + shape + " b" + name + " --points 1234 --seed 7").exitCode, 0);
-            EXPECT_EQ(read(name), read("b" + name));
+            EXPECT_EQ(contentOf(name), contentOf("b" + name));
             const Outcome info = run("info " + name);
             EXPECT_EQ(valueOf("points", info), "1234") << shape << ' ' << name;
             EXPECT_EQ(valueOf("colours", info), name == "a.ply" ? "yes" : "no");
         }
 
     ASSERT_EQ(run("generate sphere sphere.xyz --points 2000 --noise 0 --gap 4").exitCode, 0);
-    std::istringstream lines(read("sphere.xyz"));
+    std::istringstream lines(contentOf("sphere.xyz"));
     const double halfGap = 0.5 * 4.0 * std::sqrt(12.566 / 2000.0);
     for (double x, y, z; lines >> x >> y >> z;)
     {
@@ -306,7 +292,7 @@ TEST_F(Tool, convertsPointsWithoutLoss)
     {
         ASSERT_EQ(run(std::string("convert far.xyz far.ply") + ascii).exitCode, 0);
         ASSERT_EQ(run("convert far.ply far.bin").exitCode + run("convert far.bin again.xyz").exitCode, 0);
-        std::istringstream numbers(read("again.xyz"));
+        std::istringstream numbers(contentOf("again.xyz"));
         for (const double expected : {4612345.678, 0.1, 1e-300, 1.0, 2.0, 3.0})
         {
             double number = 0.0;
@@ -314,10 +300,10 @@ TEST_F(Tool, convertsPointsWithoutLoss)
         }
         ASSERT_EQ(run(std::string("convert colors.ply binary.ply") + ascii).exitCode, 0);
         ASSERT_EQ(run("convert binary.ply text.ply --ascii").exitCode, 0);
-        EXPECT_EQ(read("text.ply"), read("colors.ply"));
+        EXPECT_EQ(contentOf("text.ply"), contentOf("colors.ply"));
     }
     EXPECT_NE(run("convert colors.ply out.list").err.find("colours are left out"), std::string::npos);
-    EXPECT_EQ(read("out.list").find("LIST\n"), 0u);
+    EXPECT_EQ(contentOf("out.list").find("LIST\n"), 0u);
 }
 
 TEST_F(Tool, outputsGoBehindLinksInTheFormatOfTheNameGiven)
@@ -331,7 +317,7 @@ TEST_F(Tool, outputsGoBehindLinksInTheFormatOfTheNameGiven)
     {
         EXPECT_EQ(run(std::string("convert in.xyz ") + name).exitCode, 0) << name;
         EXPECT_TRUE(fs::is_symlink(directory / name));
-        EXPECT_EQ(read(name), squareOfPoints(5)) << name;
+        EXPECT_EQ(contentOf(name), squareOfPoints(5)) << name;
     }
     EXPECT_EQ(fs::status(directory / "data.bin").permissions(), fs::perms::owner_read | fs::perms::owner_write);
     ASSERT_EQ(mkfifo((directory / "pipe.xyz").c_str(), 0600), 0);
@@ -358,7 +344,7 @@ TEST_F(Tool, writesMeshesInAllFormatsAndTellsFullDisks)
     for (const std::string ending : {"ply", "stl", "obj", "list"})
     {
         ASSERT_EQ(run("reconstruct in.xyz mesh." + ending).exitCode, 0) << ending;
-        const std::string whole = read("mesh." + ending);
+        const std::string whole = contentOf("mesh." + ending);
         EXPECT_GT(whole.size(), 10000u);
         // A limit for the size of files, in blocks of 512 bytes, stands in for a full disk.
         limit = "trap '' XFSZ; ulimit -f 8; ";
@@ -366,7 +352,7 @@ TEST_F(Tool, writesMeshesInAllFormatsAndTellsFullDisks)
         limit.clear();
         EXPECT_EQ(outcome.exitCode, 1) << ending;
         EXPECT_NE(outcome.err.find("couldn't be written completely"), std::string::npos) << outcome.err;
-        EXPECT_EQ(read("mesh." + ending), whole) << ending;
+        EXPECT_EQ(contentOf("mesh." + ending), whole) << ending;
     }
     EXPECT_EQ(countFiles(), 5u);
     const Outcome stl = run("info mesh.stl"), ply = run("info mesh.ply");
@@ -393,7 +379,7 @@ TEST_F(Tool, pointsThatAreNotFiniteAreLeftOutAndCounted)
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_NE(outcome.err.find("2 of 402 points left out"), std::string::npos) << outcome.err;
     ASSERT_EQ(run("reconstruct clean.xyz without.ply").exitCode, 0);
-    EXPECT_EQ(read("with.ply"), read("without.ply"));
+    EXPECT_EQ(contentOf("with.ply"), contentOf("without.ply"));
 }
 
 TEST_F(Tool, closesHolesAlsoFarFromTheOrigin)
@@ -437,12 +423,12 @@ TEST_F(Tool, reconstructsASurface)
         EXPECT_NEAR(coordinate, 1.0, 0.1);
 
     // The form of the file, the number of threads and the way to give the spacing change nothing about the mesh.
-    EXPECT_EQ(read("mesh.ply").find("format binary_little_endian"), 4u);
+    EXPECT_EQ(contentOf("mesh.ply").find("format binary_little_endian"), 4u);
     const Outcome quiet = run("reconstruct in.ply threads.ply --factor 2 --threads 3 --quiet");
     EXPECT_EQ(quiet.out + quiet.err, "");
-    EXPECT_EQ(read("threads.ply"), read("mesh.ply"));
+    EXPECT_EQ(contentOf("threads.ply"), contentOf("mesh.ply"));
     ASSERT_EQ(run("reconstruct in.ply text.ply --factor 2 --ascii").exitCode, 0);
-    EXPECT_EQ(read("text.ply").find("format ascii"), 4u);
+    EXPECT_EQ(contentOf("text.ply").find("format ascii"), 4u);
     EXPECT_EQ(valueOf("triangles", run("info text.ply")), valueOf("triangles", info));
 }
 
@@ -450,13 +436,13 @@ TEST_F(Tool, improvesTheMeshAsAsked)
 {
     ASSERT_EQ(run("generate torus torus.ply --points 4000 --noise 0.5").exitCode, 0);
     ASSERT_EQ(run("reconstruct torus.ply plain.ply --ascii").exitCode, 0);
-    const std::string plain = read("plain.ply");
+    const std::string plain = contentOf("plain.ply");
     for (const char* option : {"--flips 2", "--anneal", "--smooth 2", "--reduce 0.2,20", "--contrast 0.2,0.2"})
     {
         for (const char* name : {"once.ply", "again.ply"})
             ASSERT_EQ(run(std::string("reconstruct torus.ply --ascii --threads 2 ") + option + " " + name).exitCode, 0);
-        EXPECT_NE(read("once.ply"), plain) << option;
-        EXPECT_EQ(read("once.ply"), read("again.ply")) << option;
+        EXPECT_NE(contentOf("once.ply"), plain) << option;
+        EXPECT_EQ(contentOf("once.ply"), contentOf("again.ply")) << option;
     }
     EXPECT_EQ(run("reconstruct torus.ply no.ply --reduce 0.5").exitCode, 2);
     EXPECT_EQ(run("reconstruct torus.ply no.ply --contrast 0.2").exitCode, 2);
