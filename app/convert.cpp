@@ -29,8 +29,11 @@ void tellLosses(const ConvertOptions& options, const Cloud& cloud)
         const PlyHeader header = readPlyHeader(options.input);
         if (const std::uint64_t numFaces = header.getCount("face"); numFaces > 0)
             tell(std::to_string(numFaces) + " faces left out: only the points are converted");
-        if (const std::vector<std::string> names = header.getUnreadNames(); !names.empty())
-            tell("properties left out: " + CLI::detail::join(names, ", "));
+        std::string names;
+        for (const std::string& name : header.getUnreadNames())
+            names += (names.empty() ? "" : ", ") + name;
+        if (!names.empty())
+            tell("properties left out: " + names);
     }
     const bool bColors =
         std::any_of(cloud.points.begin(), cloud.points.end(), [](const auto& p) { return p.hasColor(); });

@@ -29,6 +29,15 @@ void BlockWriter::putNumber(long long value)
     used -= static_cast<size_t>(text + longestSurround - std::to_chars(text, text + longestSurround, value).ptr);
 }
 
+void BlockWriter::putNumbers(double x, double y, double z)
+{
+    putNumber(x);
+    put(' ');
+    putNumber(y);
+    put(' ');
+    putNumber(z);
+}
+
 void BlockWriter::flush()
 {
     target.write(block.data(), static_cast<std::streamsize>(used));

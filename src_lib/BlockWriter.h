@@ -29,6 +29,8 @@ public:
     void put(std::string_view text) { text.copy(take(text.size()), text.size()); }
     void putNumber(double value);
     void putNumber(long long value);
+    /// Three numbers with a blank between.
+    void putNumbers(double x, double y, double z);
     void flush();
 
 private:

@@ -242,11 +242,7 @@ void Visualizer3::closeFile()
 
 void Visualizer3::putPoint(const Point3& point)
 {
-    out.putNumber(point.x());
-    out.put(' ');
-    out.putNumber(point.y());
-    out.put(' ');
-    out.putNumber(point.z());
+    out.putNumbers(point.x(), point.y(), point.z());
 }
 
 void Visualizer3::putVertexColor(const Point3& point)

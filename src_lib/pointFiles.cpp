@@ -169,11 +169,7 @@ bool writePoints_ASCII(const char* path, const std::vector<Point3>& vPoints)
                      {
                          for (const Point3& point : vPoints)
                          {
-                             out.putNumber(point.x());
-                             out.put(' ');
-                             out.putNumber(point.y());
-                             out.put(' ');
-                             out.putNumber(point.z());
+                             out.putNumbers(point.x(), point.y(), point.z());
                              out.put('\n');
                          }
                      });

@@ -60,11 +60,7 @@ public:
 private:
     void putNumbers(const Vector3& v)
     {
-        out.putNumber(v.x());
-        out.put(' ');
-        out.putNumber(v.y());
-        out.put(' ');
-        out.putNumber(v.z());
+        out.putNumbers(v.x(), v.y(), v.z());
         out.put('\n');
     }
 

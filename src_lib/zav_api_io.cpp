@@ -73,12 +73,8 @@ void putObj(const Mesh& mesh, BlockWriter& out)
     mesh.getVertexIndexData(points, indices);
     for (const Point3* const p : points)
     {
-        out.put('v');
-        for (const double coordinate : {p->x(), p->y(), p->z()})
-        {
-            out.put(' ');
-            out.putNumber(coordinate);
-        }
+        out.put("v ");
+        out.putNumbers(p->x(), p->y(), p->z());
         out.put('\n');
     }
     for (size_t i = 0; i < indices.size(); i += 3)
