@@ -2,11 +2,11 @@
 //
 // Targets: sortMT of 10^7 keys at least 1.6 times as fast as std::sort with 2 CPUs; 30 million points per second to
 // codes on one core. std::sort of 10^6 keys is the yardstick for comparing machines.
-#include "Calc.h"
-#include "OrderedIndex.h"
-#include "cellSets.h"
-#include "sortMT.h"
-#include "vectorHelpers.h"
+#include "base/OrderedIndex.h"
+#include "base/sortMT.h"
+#include "base/vectorHelpers.h"
+#include "lattice/Calc.h"
+#include "lattice/cellSets.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

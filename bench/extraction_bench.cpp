@@ -1,9 +1,9 @@
 // Extraction of triangles from a shell of about 10^6 cells: finding the vertices and their patterns alone, then the
 // whole step with the triangles in the mesh.
 
-#include "Progress.h"
-#include "Voro.h"
-#include "tools.h"
+#include "base/Progress.h"
+#include "base/tools.h"
+#include "coarse/Voro.h"
 
 #include <benchmark/benchmark.h>
 

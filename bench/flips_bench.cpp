@@ -1,11 +1,11 @@
 // Edge flips: evaluating candidates on one and on two CPUs, and flipping, on a torus of 10^6 triangles with rough skin.
-#include "Mesh.h"
-#include "Progress.h"
-#include "RMesh.h"
-#include "ctpl.h"
-#include "meshOperations.h"
+#include "base/Progress.h"
+#include "base/ctpl.h"
+#include "base/tools.h"
+#include "refined/RMesh.h"
 #include "rough_torus.h"
-#include "tools.h"
+#include "zav/Mesh.h"
+#include "zav/meshOperations.h"
 
 #include <benchmark/benchmark.h>
 

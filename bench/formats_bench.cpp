@@ -1,7 +1,7 @@
 // Reading and writing a million points (arguments: the number of points) in each of the point formats, and reading the
 // faces of a mesh. The files are in the page cache, so that this measures the conversion, not the disk.
-#include "plyMesh.h"
-#include "pointFiles.h"
+#include "files/plyMesh.h"
+#include "zav/pointFiles.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdint>

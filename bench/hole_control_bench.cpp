@@ -1,8 +1,8 @@
 // Hole control on the same rim in shells of different size: its cost follows the rim.
 
-#include "Prepare.h"
-#include "Progress.h"
-#include "tools.h"
+#include "base/Progress.h"
+#include "base/tools.h"
+#include "cells/Prepare.h"
 
 #include <benchmark/benchmark.h>
 

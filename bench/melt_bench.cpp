@@ -1,6 +1,6 @@
 // From triangles to clouds and meshes: a rippled sphere of 640,000 triangles about the size of cells, which is
 // the hard case: nearly every cell lies on an edge.
-#include "zav_api.h"
+#include "zav/zav_api.h"
 
 #include <benchmark/benchmark.h>
 

@@ -2,8 +2,8 @@
 //
 // Samples each surface evenly by area and measures from every sample to the nearest point of the other one. Prints the
 // mean, the 95th and 99th percentile and the largest distance both ways, in units of LENGTH if it is given.
-#include "freeFunctions.h"
-#include "zav_api.h"
+#include "geometry/freeFunctions.h"
+#include "zav/zav_api.h"
 
 #include <algorithm>
 #include <array>

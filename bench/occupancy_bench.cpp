@@ -1,7 +1,7 @@
 // Reading neighbourhoods, the decision tables, and the removal loops on a noisy shell.
-#include "RemoveDeciderFast.h"
+#include "cells/RemoveDeciderFast.h"
 
-#include "vectorHelpers.h"
+#include "base/vectorHelpers.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,9 +1,9 @@
 // Rasterisation of a torus in triangles far larger than cells, of about their size, and smaller: faces cost most, then
 // edges, then the links between triangles.
 
-#include "Pixel.h"
-#include "Progress.h"
-#include "tools.h"
+#include "base/Progress.h"
+#include "base/tools.h"
+#include "soup/Pixel.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,10 +1,10 @@
 // Reduction: evaluating collapses on one and on two CPUs, and whole runs, on a torus of 10^6 triangles with rough skin.
-#include "Mesh.h"
-#include "RMesh.h"
-#include "ctpl.h"
-#include "meshOperations.h"
+#include "base/ctpl.h"
+#include "base/tools.h"
+#include "refined/RMesh.h"
 #include "rough_torus.h"
-#include "tools.h"
+#include "zav/Mesh.h"
+#include "zav/meshOperations.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,8 +1,8 @@
 // A mesh to work on.
 #pragma once
 
-#include "Mesh.h"
-#include "RMesh.h"
+#include "refined/RMesh.h"
+#include "zav/Mesh.h"
 
 #include <cmath>
 #include <memory>

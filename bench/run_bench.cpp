@@ -1,6 +1,6 @@
 // Whole runs on a synthetic cloud: what a reconstruction costs per point, from the call to the finished mesh.
 
-#include "zav_api.h"
+#include "zav/zav_api.h"
 
 #include <benchmark/benchmark.h>
 

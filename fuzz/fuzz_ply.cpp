@@ -1,7 +1,7 @@
 // readPly, points and corners: as many as the header says, and the same ones again.
+#include "files/tinyply.h"
 #include "fuzzing.h"
-#include "pointFiles.h"
-#include "tinyply.h"
+#include "zav/pointFiles.h"
 
 #include <fstream>
 

@@ -1,6 +1,6 @@
 // PlyFile: everything that a header offers is requested and read, and what can be written again is the same then.
+#include "files/tinyply.h"
 #include "fuzzing.h"
-#include "tinyply.h"
 
 #include <map>
 #include <set>

@@ -1,6 +1,6 @@
 // Binary points: the rows must give what a plain reader gives, also where the count lies.
 #include "fuzzing.h"
-#include "pointFiles.h"
+#include "zav/pointFiles.h"
 
 namespace
 {

@@ -1,6 +1,6 @@
 // Text points: the lines must give what a plain string stream gives.
 #include "fuzzing.h"
-#include "pointFiles.h"
+#include "zav/pointFiles.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
 {

@@ -1,6 +1,6 @@
 // Text STL: the corners must be those of a plain reader, line by line.
 #include "fuzzing.h"
-#include "stlFiles.h"
+#include "zav/stlFiles.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
 {

@@ -1,7 +1,7 @@
 // What the fuzz targets share.
 #pragma once
 
-#include "plain_files.h"
+#include "helpers/plain_files.h"
 
 #include <cstdio>
 #include <cstdlib>

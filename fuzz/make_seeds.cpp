@@ -1,5 +1,5 @@
 // Writes small valid files as seeds for each target: make_seeds DIRECTORY
-#include "plain_files.h"
+#include "helpers/plain_files.h"
 
 #include <filesystem>
 #include <fstream>

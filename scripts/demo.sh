@@ -21,7 +21,7 @@ fi
 # shellcheck source=scripts/setup.sh
 . "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 need_to_test # what the tests need, too: the machine is ready for both scripts
-configure_and_build release -DZAV_BUILD_TOOL=ON -DZAV_BUILD_TESTS=OFF -DZAV_BUILD_BENCH=OFF
+configure_and_build release zav_tool
 zav=build/release/app/zav
 
 mkdir -p build/demo

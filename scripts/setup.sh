@@ -1,6 +1,6 @@
 # Shared set-up of the scripts; sourced, not run. Goes to the project's root and offers:
 #   need PROBE=PACKAGE ...   installs the packages of what is missing (see is_there); no network if all is there
-#   configure_and_build PRESET [cmake options]
+#   configure_and_build PRESET [TARGET ...]
 # shellcheck shell=bash
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit
@@ -62,6 +62,6 @@ configure_and_build() {
     shift
     say "Building ($preset)"
     mkdir -p build
-    cmake --preset "$preset" "$@" >"build/configure-$preset.log" 2>&1 || die "$(cat "build/configure-$preset.log")"
-    cmake --build --preset "$preset" --parallel "$(nproc)"
+    cmake --preset "$preset" >"build/configure-$preset.log" 2>&1 || die "$(cat "build/configure-$preset.log")"
+    cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }

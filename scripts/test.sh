@@ -3,11 +3,10 @@
 #   scripts/test.sh           optimised build; benchmarks are built, too
 #   scripts/test.sh --asan    with the address and undefined behaviour sanitizers
 #   scripts/test.sh --tsan    with the thread sanitizer
-# Further arguments go to ctest, for example -R tool.
+# Further arguments go to ctest, for example -R api.
 set -euo pipefail
 
 preset=release
-options=(-DZAV_BUILD_TOOL=ON -DZAV_BUILD_TESTS=ON)
 case ${1-} in
 -h | --help)
     sed -n '2,6s/^# //p' "$0"
@@ -17,15 +16,12 @@ case ${1-} in
     preset=${1#--}
     shift
     ;;
-*)
-    options+=(-DZAV_BUILD_BENCH=ON)
-    ;;
 esac
 
 # shellcheck source=scripts/setup.sh
 . "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 need_to_test
-configure_and_build "$preset" "${options[@]}"
+configure_and_build "$preset"
 
 # The thread sanitizer's shadow memory doesn't fit every random layout of the address space: run it in the fixed one.
 fixed_layout=()
@@ -34,4 +30,4 @@ if [ "$preset" = tsan ] && setarch "$(uname -m)" -R true 2>/dev/null; then
 fi
 
 say "Testing ($preset)"
-"${fixed_layout[@]}" ctest --preset "$preset" --timeout 900 --no-tests=error "$@" | tee "build/$preset/ctest.log"
+"${fixed_layout[@]}" ctest --preset "$preset" --parallel "$(nproc)" --timeout 900 --no-tests=error "$@" | tee "build/$preset/ctest.log"

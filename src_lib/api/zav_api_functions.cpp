@@ -1,0 +1,164 @@
+#include "zav/zav_api_functions.h"
+
+#include "api/Hal.h"
+#include "base/ctpl.h"
+#include "base/tools.h"
+#include "intake/CloudMgr.h"
+
+#include <cfloat>
+#include <iomanip>
+#include <iostream>
+
+namespace MIRT_ZAV
+{
+namespace
+{
+/// The value for an angle or spacing that isn't given.
+constexpr double notGiven = -1.0;
+/// Above any angle; only read for triangles.
+constexpr double noFeatureAngle = 361.0;
+
+MeshPtr reconstruct(std::vector<Point3>& points, double spacing, double spacingFactor, int holeControlLimit)
+{
+    progressForReco();
+    MeshPtr pMesh;
+    {
+        CloudMgr cloudMgr;
+        cloudMgr.setInputPoints(points, spacing, spacingFactor, false, noFeatureAngle, nullptr, holeControlLimit);
+        Hal hal(&cloudMgr);
+        pMesh = hal.reconstruct();
+        getThreadProgress()->finishRun();
+    }
+    return pMesh;
+}
+
+/// Deliberately one test with an else: a value that lowers the minimum isn't offered to the maximum.
+class OffsetRange
+{
+public:
+    void add(double value)
+    {
+        if (value < min)
+            min = value;
+        else if (value > max)
+            max = value;
+    }
+    double getMiddle() const { return (max - min) * 0.5 + min; }
+
+private:
+    double min = DBL_MAX;
+    double max = -DBL_MAX;
+};
+} // namespace
+
+MeshPtr reconstruct_auto(std::vector<Point3>& points, double spacingFactor, int holeControlLimit)
+{
+    return reconstruct(points, notGiven, spacingFactor, holeControlLimit);
+}
+
+MeshPtr reconstruct_abs(std::vector<Point3>& points, double spacing, int holeControlLimit)
+{
+    return reconstruct(points, spacing, notGiven, holeControlLimit);
+}
+
+void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle, std::vector<Point3>& vOut)
+{
+    progressForCloud();
+    CloudMgr cloudMgr;
+    cloudMgr.setInputPoints(vTriangleCorners, spacing, notGiven, true, featureAngle, nullptr, -1);
+    Hal hal(&cloudMgr);
+    std::vector<Point3*> vPtr;
+    hal.toCloud(vPtr);
+    vOut.reserve(vOut.size() + vPtr.size());
+    for (const Point3* const p : vPtr)
+        vOut.push_back(*p);
+    getThreadProgress()->finishRun();
+}
+
+MeshPtr melt(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle)
+{
+    progressForMelt();
+    CloudMgr cloudMgr;
+    cloudMgr.setInputPoints(vTriangleCorners, spacing, notGiven, true, featureAngle, nullptr, -1);
+    Hal hal(&cloudMgr);
+    MeshPtr pMesh = hal.oneMelt();
+    getThreadProgress()->finishRun();
+    return pMesh;
+}
+
+double estimateAvgSpacing(std::vector<Point3>& points)
+{
+    progressForEstimation();
+    CloudMgr cloudMgr;
+    return cloudMgr.setInputPoints(points, notGiven, 1.0, false, noFeatureAngle, nullptr, -1);
+}
+
+void subscribe(ProgressBase* pSubscriber)
+{
+    Progress* const pProgress = getThreadProgress();
+    ZAV_ASSERT(pProgress != nullptr, "pProgress!=__null");
+    pProgress->setSubscriber(pSubscriber);
+}
+
+std::vector<StageTiming> getStageTimings()
+{
+    return getThreadProgress()->getTimings();
+}
+
+void setGlobalNumCPU(int numCPU)
+{
+    if (numCPU < 0)
+        warning(ZAV_LOCATION, "numCPU<0 not used");
+    else
+        getSetGlobalNumCPU(numCPU);
+}
+
+void destroySingletons()
+{
+    ctpl::thread_pool::getLevelPool(true);
+}
+
+void autoOffset(std::vector<Point3>& points, double& x, double& y, double& z)
+{
+    x = y = z = 0.0;
+    if (points.empty())
+        return;
+    OffsetRange rangeX, rangeY, rangeZ;
+    for (const Point3& p : points)
+    {
+        rangeX.add(p.x());
+        rangeY.add(p.y());
+        rangeZ.add(p.z());
+    }
+    x = rangeX.getMiddle();
+    y = rangeY.getMiddle();
+    z = rangeZ.getMiddle();
+    for (Point3& p : points)
+        p.set(p.x() - x, p.y() - y, p.z() - z);
+}
+
+void getVersion(int& major, int& minor)
+{
+    major = 1;
+    minor = 17;
+}
+
+void printVersion()
+{
+    int major = 0, minor = 0;
+    getVersion(major, minor);
+    std::cout << "ZAV, version " << major << "." << std::setw(2) << std::setfill('0') << minor << std::setfill(' ')
+              << '\n';
+}
+
+bool isRelease()
+{
+    return true;
+}
+
+bool is32bitSystem()
+{
+    return false;
+}
+
+} // namespace MIRT_ZAV

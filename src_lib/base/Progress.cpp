@@ -1,0 +1,355 @@
+#include "base/Progress.h"
+
+#include "base/tools.h"
+
+#include <algorithm>
+#include <cmath>
+#include <sys/resource.h>
+
+namespace MIRT_ZAV
+{
+namespace
+{
+/// Broadcasts that a whole run aims at.
+constexpr double broadcastsPerRun = 200.0;
+
+long getPeakMemoryKB()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+} // namespace
+
+ProgressBase::~ProgressBase() = default;
+
+void StageClock::restart()
+{
+    vTimings.clear();
+    vOpen.clear();
+}
+
+void StageClock::begin(const std::string& label)
+{
+    const auto hasLabel = [&label](const StageTiming& timing) { return timing.label == label; };
+    const auto known = std::find_if(vTimings.begin(), vTimings.end(), hasLabel);
+    const size_t timing = static_cast<size_t>(known - vTimings.begin());
+    for (const OpenStage& stage : vOpen)
+        if (stage.timing == timing)
+            return;
+    if (known == vTimings.end())
+        vTimings.push_back({label, static_cast<int>(vOpen.size()), 0.0, 0});
+    vOpen.push_back({timing, Clock::now()});
+}
+
+void StageClock::end(const std::string& label)
+{
+    for (size_t i = vOpen.size(); i-- > 0;)
+    {
+        if (vTimings[vOpen[i].timing].label != label)
+            continue;
+        // What began inside and was never closed ends with it.
+        while (vOpen.size() > i)
+        {
+            close(vOpen.back());
+            vOpen.pop_back();
+        }
+        return;
+    }
+}
+
+void StageClock::endAll()
+{
+    for (; !vOpen.empty(); vOpen.pop_back())
+        close(vOpen.back());
+}
+
+void StageClock::close(const OpenStage& stage)
+{
+    StageTiming& timing = vTimings[stage.timing];
+    timing.seconds += std::chrono::duration<double>(Clock::now() - stage.start).count();
+    timing.peakMemoryKB = getPeakMemoryKB();
+}
+
+Progress::Progress(const std::string& nameArg, Progress* parentArg, double weightArg)
+    : name(nameArg), weight(weightArg), parent(parentArg)
+{
+}
+
+Progress::~Progress()
+{
+    reset();
+}
+
+void Progress::createChild(const std::string& childName, double childWeight)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    ZAV_ASSERT(name != "empty", "this->name!=\"empty\"");
+    if (mNameKids.find(childName) == mNameKids.end())
+        mNameKids[childName] = new Progress(childName, this, childWeight);
+}
+
+Progress* Progress::findChild(const std::string& childName)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    const auto it = mNameKids.find(childName);
+    return it == mNameKids.end() ? nullptr : it->second;
+}
+
+Progress* Progress::getChildProgressSetTodo(const std::string& childName, std::uint64_t todoArg)
+{
+    if (todo == 0)
+        todo = 1;
+    getRoot()->clock.begin(childName);
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    auto q_it = mNameKids.find(childName);
+    if (q_it == mNameKids.end())
+    {
+        createChild(childName, 10.0);
+        q_it = mNameKids.find(childName);
+    }
+    ZAV_ASSERT(q_it != mNameKids.end(), "q_it!=mNameKids.end()");
+    q_it->second->setTodo(todoArg);
+    return q_it->second;
+}
+
+void Progress::setTodo(std::uint64_t todoArg)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    if (done == 0)
+        todo = todoArg;
+    else
+    {
+        // The stage is entered again: the fraction shown must not jump back.
+        const double reached = getFrac();
+        const std::uint64_t newTodo = todoArg + done;
+        done = static_cast<std::uint64_t>(static_cast<double>(newTodo) * reached);
+        todo = newTodo;
+    }
+    if (done == 0)
+        computeStep();
+}
+
+void Progress::computeStep()
+{
+    if (parent == nullptr || !(weight > 0.0))
+        step = todo / 200;
+    else
+    {
+        double sumWeights = 0.0;
+        for (const auto& [siblingName, sibling] : parent->mNameKids)
+            sumWeights += sibling->weight;
+        if (sumWeights > 0.0)
+        {
+            const double share = static_cast<double>(todo) / broadcastsPerRun;
+            step = static_cast<std::uint64_t>(std::ceil((sumWeights / weight) * share));
+            if (todo < step) // a short stage of small weight still sends one update before its end
+                step = static_cast<std::uint64_t>(std::ceil(static_cast<double>(todo) * 0.75));
+        }
+    }
+    step = std::max<std::uint64_t>(step, 1);
+}
+
+void Progress::announce()
+{
+    {
+        std::lock_guard<std::recursive_mutex> lock(mutex);
+        sinceBroadcast = 0;
+    }
+    broadcast("");
+}
+
+void Progress::setDone(bool broadcastNow)
+{
+    getRoot()->clock.end(name);
+    if (mNameKids.empty())
+        done = todo;
+    else
+        for (const auto& [kidName, kid] : mNameKids)
+            kid->setDone(false);
+    if (broadcastNow)
+        broadcast("");
+}
+
+void Progress::stopClock()
+{
+    getRoot()->clock.end(name);
+}
+
+double Progress::getFrac()
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    if (todo == 0)
+        return 1.0;
+    if (mNameKids.empty())
+        return std::min(1.0, static_cast<double>(done) / static_cast<double>(todo));
+    double sum = 0.0;
+    double sumWeights = 0.0;
+    for (const auto& [kidName, kid] : mNameKids)
+    {
+        sum += kid->weight * kid->getFrac();
+        sumWeights += kid->weight;
+    }
+    return sum / sumWeights;
+}
+
+void Progress::broadcast(const std::string&)
+{
+    // Only the root's mutex is held from here on. A node's own would come before its siblings', in any order of stages.
+    getRoot()->tellSubscriber();
+}
+
+void Progress::tellSubscriber()
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    const double fraction = getFrac();
+    if (fraction == lastFraction)
+        return;
+    lastFraction = fraction;
+    if (subscriber != nullptr)
+        subscriber->update(name, fraction);
+}
+
+void Progress::reset()
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    for (const auto& [kidName, kid] : mNameKids)
+    {
+        kid->name = "invalid";
+        delete kid;
+    }
+    mNameKids.clear();
+    name = "empty";
+    lastFraction = -1.0;
+    todo = 1;
+    done = 0;
+    step = 1;
+    sinceBroadcast = 0;
+}
+
+void Progress::startRun(const std::string& runName)
+{
+    reset();
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    name = runName;
+    clock.restart();
+    clock.begin(runName);
+}
+
+void Progress::finishRun()
+{
+    setDone(true);
+    reset();
+    clock.endAll();
+}
+
+void Progress::setSubscriber(ProgressBase* pProgress)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    if (pProgress != nullptr)
+        subscriber = pProgress;
+}
+
+std::string Progress::getName()
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    return name;
+}
+
+Progress* Progress::getRoot()
+{
+    Progress* node = this;
+    while (node->parent != nullptr)
+        node = node->parent;
+    return node;
+}
+
+namespace
+{
+struct Stage
+{
+    const char* label;
+    double weight;
+};
+
+template <size_t N>
+void setUpRun(const char* name, const Stage (&stages)[N])
+{
+    Progress* const root = getThreadProgress();
+    root->startRun(name);
+    for (const Stage& stage : stages)
+        root->createChild(stage.label, stage.weight);
+}
+} // namespace
+
+void progressForReco()
+{
+    // "SM_run" is counted by no stage; it only holds back the fraction by its weight until the closing setDone.
+    static constexpr Stage stages[] = {{"CL_eres", 3.0},        {"SM_run", 3.0},           {"CL_creb", 3.0},
+                                       {"HL_st", 3.0},          {"VO_ftx", 3.0},           {"VO_amb", 3.0},
+                                       {"TP_unif", 10.0},       {"TP_pps", 100.0},         {"TP_cbcpl", 100.0},
+                                       {"TP_itr", 50.0},        {"TP_fin", 30.0},          {"RM_cpo", 10.0},
+                                       {"RM_kdeg", 10.0},       {"RM_gEfCandMT", 10.0},    {"efLoop", 10.0},
+                                       {"PREP_createRCD", 2.0}, {"PREP_fillHoles", 100.0}, {"PREP_integFill", 2.0}};
+    setUpRun("Reconstruct", stages);
+}
+
+void progressForEstimation()
+{
+    // Deliberately never closed by its user: subscribers see about 2/3 as the last value.
+    static constexpr Stage stages[] = {{"CL_eres", 3.0}, {"SM_run", 3.0}, {"CL_creb", 3.0}};
+    setUpRun("Density Estimation", stages);
+}
+
+void progressForCloud()
+{
+    static constexpr Stage stages[] = {{"CL_eres", 3.0}, {"dih2e", 3.0},     {"reo", 3.0},       {"rFins", 3.0},
+                                       {"feate", 10.0},  {"nfeate", 50.0},   {"hal-part", 10.0}, {"ar4", 100.0},
+                                       {"oifc", 10.0},   {"mandiffe", 10.0}, {"mandiffa", 100.0}};
+    setUpRun("ToCloud", stages);
+}
+
+void progressForMelt()
+{
+    // Some stages never run; they hold back the fraction by their weight until the closing setDone.
+    static constexpr Stage stages[] = {
+        {"dih2e", 0.061},        {"reo", 0.013},         {"rFins", 0.002},          {"feate", 0.019},
+        {"nfeate", 0.084},       {"ar4", 0.092},         {"oifc", 0.025},           {"mandiffe", 0.042},
+        {"mandiffa", 0.943},     {"VO_ftx", 3.0},        {"VO_amb", 3.0},           {"TP_cbcpl", 6.0},
+        {"TP_pps", 5.0},         {"RM_cpo", 1.09},       {"RM_kdeg", 4.0},          {"hal-part", 10.0},
+        {"CL_eres", 3.0},        {"SM_run", 3.0},        {"CL_creb", 3.0},          {"HL_st", 3.0},
+        {"TP_unif", 0.6},        {"TP_itr", 1.0},        {"TP_fin", 1.7},           {"efLoop", 5.0},
+        {"RM_redborder", 0.263}, {"RM_redprioq", 0.824}, {"RM_redprocprioq", 15.0}, {"RM_gEfCandMT", 2.0}};
+    setUpRun("Melt", stages);
+}
+
+void progressForFlips()
+{
+    static constexpr Stage stages[] = {{"RM_kdeg", 10.0}, {"RM_gEfCandMT", 10.0}, {"efLoop", 10.0}};
+    setUpRun("EdgeFlips", stages);
+}
+
+void progressForAnnealing(const std::vector<double>& temperatures)
+{
+    static constexpr Stage stages[] = {{"RM_kdeg", 10.0}, {"RM_gEfCandMT", 10.0}, {"efLoop", 3.0}};
+    setUpRun("EdgeFlipsS", stages);
+    for (const double temperature : temperatures)
+        getThreadProgress()->createChild("RM_gEfCandMT_" + toString(temperature), 10.0);
+}
+
+void progressForSmoothing(int numRounds)
+{
+    static constexpr Stage stages[] = {{"border", 1.0}, {"list", 2.0}, {"RM_kdeg", 10.0}};
+    setUpRun("Smoothing", stages);
+    for (int i = 0; i < numRounds; ++i)
+        getThreadProgress()->createChild("it%" + toString(i), 10.0);
+}
+
+void progressForReduction()
+{
+    static constexpr Stage stages[] = {
+        {"RM_kdeg", 3.0}, {"RM_redborder", 1.0}, {"RM_redprioq", 3.0}, {"RM_redprocprioq", 93.0}};
+    setUpRun("Reduce", stages);
+}
+
+} // namespace MIRT_ZAV

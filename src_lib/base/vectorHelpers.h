@@ -1,0 +1,106 @@
+// Set algebra on sorted vectors.
+#pragma once
+
+#include "base/sortMT.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// Makes v a sorted set: sorts and removes duplicates.
+template <class T>
+void oneInstance(std::vector<T>& v)
+{
+    sortMT(v.begin(), v.end());
+    v.erase(std::unique(v.begin(), v.end()), v.end());
+}
+
+template <class T>
+void oneInstanceMT(std::vector<T>& v)
+{
+    oneInstance(v);
+}
+
+/// oneInstance with order and equality on the first member only. Which of several equal entries stays is not defined.
+template <class A, class B>
+void oneInstanceFirstComponent(std::vector<std::pair<A, B>>& v)
+{
+    sortByFirstMT(v.begin(), v.end());
+    const auto equalFirst = [](const std::pair<A, B>& x, const std::pair<A, B>& y) { return x.first == y.first; };
+    v.erase(std::unique(v.begin(), v.end(), equalFirst), v.end());
+}
+
+/// Set difference of two sorted vectors: a becomes a minus b.
+template <class T>
+void removeVec(std::vector<T>& a, const std::vector<T>& b)
+{
+    std::vector<T> difference;
+    difference.reserve(a.size());
+    auto itB = b.begin();
+    for (const T& value : a)
+    {
+        while (itB != b.end() && *itB < value)
+            ++itB;
+        if (itB == b.end() || value < *itB)
+            difference.push_back(value);
+    }
+    a.swap(difference);
+}
+
+/// Intersection of two sorted vectors: a becomes the elements of a that are in b.
+template <class T>
+void keepVec(std::vector<T>& a, const std::vector<T>& b)
+{
+    auto itB = b.begin();
+    const auto isMissing = [&itB, &b](const T& value)
+    {
+        while (itB != b.end() && *itB < value)
+            ++itB;
+        return itB == b.end() || value < *itB;
+    };
+    // remove_if may copy its predicate, so the walk is written out.
+    auto itOut = a.begin();
+    for (const T& value : a)
+        if (!isMissing(value))
+            *itOut++ = value;
+    a.erase(itOut, a.end());
+}
+
+/// Inserts into out every value that occurs exactly n times in a sorted vector.
+template <class T>
+void filterN(const std::vector<T>& sorted, int n, std::set<T>& out)
+{
+    for (auto it = sorted.begin(); it != sorted.end();)
+    {
+        const auto runEnd = std::find_if(it, sorted.end(), [it](const T& value) { return !(value == *it); });
+        if (runEnd - it == n)
+            out.insert(*it);
+        it = runEnd;
+    }
+}
+
+/// Removes every entry with this key and value; returns their number.
+template <class K, class V>
+int eraseCertainEntry(std::multimap<K, V>& m, const K& k, const V& v)
+{
+    int numErased = 0;
+    auto range = m.equal_range(k);
+    for (auto it = range.first; it != range.second;)
+    {
+        if (it->second == v)
+        {
+            it = m.erase(it);
+            ++numErased;
+        }
+        else
+            ++it;
+    }
+    return numErased;
+}
+
+} // namespace MIRT_ZAV

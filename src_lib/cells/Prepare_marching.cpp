@@ -1,0 +1,219 @@
+// How far new cells near the rim lie from the shell.
+//
+// Not a grid distance: as in a vector distance transform, a front of cells marches outwards, every cell inherits its
+// nearest shell point from the cell that reached it, and the distance is the Euclidean one to that point.
+
+#include "cells/Prepare.h"
+
+#include "base/KeyHeap.h"
+#include "base/sortMT.h"
+#include "base/tools.h"
+#include "base/vectorHelpers.h"
+#include "lattice/CellBits.h"
+#include "lattice/CellBricks.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+
+namespace MIRT_ZAV
+{
+namespace
+{
+/// From a point to the centres of a cell and of its 26 neighbours.
+class DistancesAround
+{
+public:
+    /// Differences in double, kept as float, of centres kept as float: far from the origin the centres lose digits, and
+    /// the membranes get rough.
+    DistancesAround(const Point3& point, RCD r, const Calc& calc)
+    {
+        RCD onDiagonal = r - rcd::xUnit - rcd::yUnit - rcd::zUnit;
+        for (size_t i = 0; i < 3; ++i, onDiagonal += rcd::xUnit + rcd::yUnit + rcd::zUnit)
+        {
+            const Point3 centre = calc.getCenter(onDiagonal);
+            squareX[i] = getSquare(point.x(), centre.x());
+            squareY[i] = getSquare(point.y(), centre.y());
+            squareZ[i] = getSquare(point.z(), centre.z());
+        }
+    }
+
+    float operator()(unsigned position) const
+    {
+        return std::sqrt(squareX[position % 3] + squareY[position / 3 % 3] + squareZ[position / 9]);
+    }
+
+private:
+    static float getSquare(double a, double b)
+    {
+        const float difference = static_cast<float>(a - static_cast<double>(static_cast<float>(b)));
+        return difference * difference;
+    }
+
+    float squareX[3], squareY[3], squareZ[3];
+};
+
+constexpr std::array<unsigned, 6> facePositions = {12, 14, 10, 16, 4, 22}; // x-1, x+1, y-1, y+1, z-1, z+1
+
+/// All neighbours in ascending order of their codes.
+constexpr std::array<unsigned, 26> makeNeigPositions()
+{
+    std::array<unsigned, 26> positions{};
+    size_t n = 0;
+    for (unsigned i = 0; i < 27; ++i)
+        if (const unsigned position = i / 9 + 3 * (i / 3 % 3) + 9 * (i % 3); position != 13)
+            positions[n++] = position;
+    return positions;
+}
+constexpr std::array<unsigned, 26> neigPositions = makeNeigPositions();
+} // namespace
+
+void Prepare::rcdmch_getDist2RCD(MarchZone& zone, Distances& vDist2RCD) const
+{
+    rcdmch_reachFromShell(zone);
+    rcdmch_march(zone);
+    vDist2RCD.reserve(zone.newCells.size());
+    for (size_t i = 0; i < zone.newCells.size(); ++i)
+        vDist2RCD.emplace_back(std::abs(static_cast<double>(zone.dists[zone.slots[i]])), zone.newCells[i]);
+}
+
+/// The cells around the rim, from which a march can start.
+Prepare::MarchZone Prepare::rcdmch_createZone(int size) const
+{
+    CellBits bits(vBorderRCDsrt);
+    for (int step = 0; step < size; ++step)
+        bits.grow();
+    std::vector<RCD> cells = bits.getSorted();
+    ZAV_ASSERT(cells.size() < size_t(INT_MAX), "zone.size()<INT_MAX"); // places of 32 bits
+    MarchZone zone(cells);
+    zone.newCells = cells;
+    removeVec(zone.newCells, vAllRCDsrt);
+    zone.shellCells.swap(cells);
+    keepVec(zone.shellCells, vAllRCDsrt);
+
+    transformMT(zone.newCells, zone.slots, [&zone](RCD r) { return zone.bricks.find(r); });
+    zone.dists.assign(zone.bricks.getNumSlots(), -1.0f);
+    zone.sources.resize(zone.bricks.getNumSlots());
+    for (const CellBricks::Slot slot : zone.slots)
+        zone.dists[slot] = FLT_MAX;
+
+    zone.shellPoints.reserve(zone.shellCells.size());
+    auto q_it = vRCD2Vtxsrt.begin();
+    for (const RCD r : zone.shellCells)
+    {
+        while (q_it != vRCD2Vtxsrt.end() && q_it->first < r)
+            ++q_it;
+        ZAV_ASSERT(q_it != vRCD2Vtxsrt.end() && q_it->first == r, "q_it!=vRCD2Vtxsrt.end() && q_it->first==rcd");
+        ZAV_ASSERT(q_it->second != nullptr, "pFromVtx!=__null");
+        zone.shellPoints.push_back(*q_it->second);
+    }
+    return zone;
+}
+
+/// Gives the new cells next to the shell the nearest of the points around them, of equally near ones that of the least
+/// shell cell.
+void Prepare::rcdmch_reachFromShell(MarchZone& zone) const
+{
+    if (zone.shellCells.empty())
+        return;
+    // Every slice owns the new cells of a range of x, and looks at all shell cells that touch it.
+    const RCD firstX = std::max<RCD>(1, rcd::getX(zone.shellCells.front())) - 1;
+    const RCD numX = rcd::getX(zone.shellCells.back()) + 2 - firstX;
+    forSlicesMT(static_cast<size_t>(numX), 8,
+                [&](size_t begin, size_t end) { rcdmch_reachFromShell(zone, firstX + begin, firstX + end); });
+}
+
+/// The same for the new cells of one range of x alone.
+void Prepare::rcdmch_reachFromShell(MarchZone& zone, RCD beginX, RCD endX) const
+{
+    const auto findShellCell = [&zone](RCD x)
+    {
+        const auto it = std::lower_bound(zone.shellCells.begin(), zone.shellCells.end(), rcd::fromXYZ(x, 0, 0));
+        return static_cast<size_t>(it - zone.shellCells.begin());
+    };
+    const size_t end = findShellCell(endX + 1);
+    for (size_t i = findShellCell(beginX > 0 ? beginX - 1 : 0); i < end; ++i)
+    {
+        const RCD r = zone.shellCells[i];
+        const CellBricks::Slot slot = zone.bricks.find(r);
+        const DistancesAround distances(zone.shellPoints[i], r, *pCalc);
+        for (const unsigned position : neigPositions)
+        {
+            const RCD x = rcd::getX(r) + position % 3 - 1;
+            if (x < beginX || x >= endX)
+                continue;
+            const CellBricks::Slot neig = zone.bricks.getNeig(slot, position);
+            const float d = distances(position);
+            if (d < zone.dists[neig])
+            {
+                zone.dists[neig] = d;
+                zone.sources[neig] = static_cast<std::uint32_t>(i);
+            }
+        }
+    }
+}
+
+void Prepare::rcdmch_march(MarchZone& zone) const
+{
+    // The bits of floats that aren't negative sort as the floats do.
+    MIRT_TOOLS::KeyHeap queue;
+    const auto push = [&queue](float dist, CellBricks::Slot slot)
+    { queue.push(std::bit_cast<std::uint32_t>(dist), slot); };
+    for (const CellBricks::Slot slot : zone.slots)
+        if (zone.dists[slot] < FLT_MAX)
+            push(zone.dists[slot], slot);
+
+    const CellBricks& bricks = zone.bricks;
+    const auto prefetch = [&zone, &bricks ](int level, CellBricks::Slot slot) __attribute__((always_inline))
+    {
+        if (level == 3)
+        {
+            __builtin_prefetch(&zone.sources[slot]);
+            __builtin_prefetch(&zone.dists[slot]);
+            bricks.prefetch(slot);
+        }
+        else if (level == 2)
+        {
+            const Point3* const point = &zone.shellPoints[zone.sources[slot]];
+            __builtin_prefetch(point);
+            __builtin_prefetch(reinterpret_cast<const char*>(point + 1) - 1);
+        }
+        else
+            bricks.prefetchAround(slot, zone.dists.data());
+    };
+    while (!queue.empty())
+    {
+        const CellBricks::Slot slot = queue.pop(prefetch).value;
+        const float dist = zone.dists[slot];
+        if (std::signbit(dist))
+            continue; // done
+        zone.dists[slot] = -dist;
+        const std::uint32_t source = zone.sources[slot];
+
+        const DistancesAround distances(zone.shellPoints[source], bricks.getCell(slot), *pCalc);
+        const auto reachNeig = [&](unsigned position)
+        {
+            const CellBricks::Slot neig = bricks.getNeig(slot, position);
+            const float d = distances(position);
+            if (d < zone.dists[neig])
+            {
+                zone.dists[neig] = d;
+                zone.sources[neig] = source;
+                push(d, neig);
+            }
+        };
+        // Near the shell the march must pass diagonal gaps; farther out six directions are enough.
+        if (dist < sideLen)
+            for (const unsigned position : neigPositions)
+                reachNeig(position);
+        else
+            for (const unsigned position : facePositions)
+                reachNeig(position);
+    }
+}
+
+} // namespace MIRT_ZAV

@@ -1,0 +1,59 @@
+// The angular order of the triangles around an edge of the coarse mesh, from a table.
+//
+// Cells lie on a lattice, so only few spatial situations exist: the third cells of an edge are sorted once by real
+// angles, for every pair of cells of a block of eight. At run time three cells are shifted to that block and looked up.
+#pragma once
+
+#include "lattice/Calc.h"
+
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+class CEdge;
+class CMesh;
+class CTriangle;
+
+/// Read-only after construction.
+class Rotx
+{
+public:
+    CMesh* pCMesh; // not owned
+    bool bDev;
+    Calc* pCalc; // not owned
+
+    /// \param pCMesh  not owned; its lattice needs at least 2 levels if the table is to be built
+    /// \param bDev    build the table; without it every getIdx is a bug
+    Rotx(CMesh* pCMesh, bool bDev);
+
+    /// Appends the code itself and the seven with +0 or +1 on each axis, sorted: the eight vertices of a cell.
+    static void getSortedRCDCorners(RCD rcd, std::vector<RCD>& out);
+
+    /// The rotation index of cell c around the directed edge from a to b, cells of the standard block, whose
+    /// coordinates are 1 or 2. Cells in one half plane at the edge share an index. \throws ZavBugException  where c
+    /// can't be joined with the edge by a triangle, and for coordinates above 7
+    int getIdx(RCD a, RCD b, RCD c) const;
+
+    /// Puts the alive triangles of an edge in their order of rotation, seen along the direction in which the reference
+    /// triangle runs through the edge, which comes first. Reversing that direction reverses the order. Dead triangles
+    /// fall off. \return false when two of them lie in one half plane at the edge; equal ones stand in order of
+    /// creation
+    bool sortStar(CTriangle* pRefCT, CEdge* pEdge) const;
+
+private:
+    void initDev();
+    void initNormal() {}
+    void dev_createEdges();
+    void createThirdRCDs(RCD a, RCD b, std::vector<RCD>& out) const;
+    void sortThirdRCDs(RCD a, RCD b, std::vector<RCD>& v);
+    Point3 getMidPoint(RCD rcd) const;
+
+    std::set<std::pair<RCD, RCD>> sEdges;             ///< the 56 directed edges of the standard block
+    std::map<unsigned long long, int> mEncoded2Index; ///< rotation index by three cells
+};
+
+} // namespace MIRT_ZAV

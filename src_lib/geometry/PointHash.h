@@ -1,0 +1,24 @@
+// A hash for points.
+#pragma once
+
+#include "base/OrderedIndex.h"
+#include "zav/Point3.h"
+
+#include <bit>
+#include <cstdint>
+
+namespace MIRT_ZAV
+{
+
+/// Hash of a point's coordinates, in agreement with the equality of points: both zeros are the same.
+struct PointHash
+{
+    std::uint64_t operator()(const Point3& p) const
+    {
+        const auto bits = [](double x) { return std::bit_cast<std::uint64_t>(x + 0.0); };
+        using MIRT_TOOLS::mixBits;
+        return mixBits(mixBits(mixBits(bits(p.x())) + bits(p.y())) + bits(p.z()));
+    }
+};
+
+} // namespace MIRT_ZAV

@@ -1,0 +1,49 @@
+// Sets of lattice cells: growth, connected components, neighbours inside a set.
+#pragma once
+
+#include "lattice/Calc.h"
+
+#include <utility>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+/// Grows a set of cells by shells of face neighbours.
+/// \param cells       row codes in any order, none with a coordinate of 0; not changed
+/// \param numSteps    number of shells; -1 gives nothing, 0 only the input
+/// \param bKeepInput  whether the input itself stands first in the result
+/// \param out         the shells are appended by growing distance, each one sorted; not sorted as a whole
+void inflateRCD(std::vector<RCD>& cells, int numSteps, bool bKeepInput, std::vector<RCD>& out);
+
+/// Connected components under vertex contact, that is, under the 26 neighbours.
+/// \param cells       row codes in any order; one that occurs twice counts once; not changed
+/// \param components  appended in the order of their first cells in the input; inside of each, cells keep its order too
+void createCC_RCD(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& components);
+
+/// The same under face contact.
+void createCC_RCD_6Neig(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& components);
+
+/// Appends the members of a sorted set among the 26 neighbours of a cell, in the order of Calc::completeArray26_RCD.
+void getNeigs26(std::vector<RCD>& sortedSet, RCD r, std::vector<RCD>& out);
+
+/// Whether a cycle leads through a cell of a sorted set. Only the first cell from index start on that has a neighbour
+/// which touches none of its other neighbours is examined, deliberately also where that is the end of a tail: the
+/// answer is whether another way than the direct one leads from that lone neighbour back to the cell.
+bool isRing(std::vector<RCD>& sortedCells, int start);
+
+/// Appends every cell's eight vertices paired with the cell, then sorts all of out.
+void getRCC2RCD(std::vector<RCD>& cells, std::vector<std::pair<RCC, RCD>>& out);
+
+/// The six face neighbours in the order z-1, z+1, y-1, y+1, x-1, x+1.
+inline void getFaceNeigs(RCD r, RCD* out)
+{
+    out[0] = r - rcd::zUnit;
+    out[1] = r + rcd::zUnit;
+    out[2] = r - rcd::yUnit;
+    out[3] = r + rcd::yUnit;
+    out[4] = r - rcd::xUnit;
+    out[5] = r + rcd::xUnit;
+}
+
+} // namespace MIRT_ZAV

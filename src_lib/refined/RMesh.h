@@ -1,0 +1,239 @@
+// The refined mesh: triangles in real coordinates, on which all quality operations and all writers work.
+//
+// A pointer mesh with tombstones. A vertex is identified by the address of its Point3, an edge by the ordered pair of
+// those addresses. Vertices, triangles and edges come from pools whose addresses rise with creation, so that every
+// order by address is an order of creation, the same in every run. Nothing is removed: killed triangles and edges
+// without triangles stay in their lists.
+#pragma once
+
+#include "base/OrderedIndex.h"
+#include "base/PooledLists.h"
+#include "base/SimplePool.h"
+#include "geometry/PointHash.h"
+#include "lattice/Calc.h"
+#include "refined/REdge.h"
+#include "refined/RTriangle.h"
+#include "zav/Point3.h"
+
+#include <bit>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace MIRT_ZAV
+{
+
+class CMesh;
+class RPatch;
+class Visualizer3;
+
+/// Hash of vertices and of pairs of them. Vertices of neighbouring cells have neighbouring addresses, and topology is
+/// worked on place by place: small groups of vertices share a neighbourhood of the table, the groups are scattered.
+struct VertexHash
+{
+    std::uint64_t operator()(const Point3* p) const
+    {
+        const std::uint64_t index = reinterpret_cast<std::uintptr_t>(p) / sizeof(Point3);
+        return MIRT_TOOLS::mixBits(index >> 4) + (index & 15) * 0x100000001u;
+    }
+    std::uint64_t operator()(const std::pair<Point3*, Point3*>& key) const
+    {
+        const std::uint64_t index = reinterpret_cast<std::uintptr_t>(key.first) / sizeof(Point3);
+        const std::uint64_t place = MIRT_TOOLS::mixBits(index >> 3) + (index & 7) * 4;
+        const std::uint64_t all = MIRT_TOOLS::WordHash()(key);
+        return (all >> 32 << 32) | static_cast<std::uint32_t>(place + (all & 3));
+    }
+};
+
+/// A collapse that reduce() may do. It waits under its penalty as key.
+struct RECandidate
+{
+    REdge* pRE;
+    std::int16_t which;            ///< 0: getVtx0() moves onto getVtx1(); 1: getVtx1() onto getVtx0()
+    std::int16_t generation = -1;  ///< the evaluation of all edges that it comes from, from 0; -1: of some edges only
+    std::uint32_t evaluatedAt = 0; ///< in collapses of the run
+};
+
+/// Not thread-safe. Queries of several threads may overlap while nothing changes the topology, except those in mRE
+/// order.
+class RMesh
+{
+public:
+    using VertexPair = std::pair<Point3*, Point3*>; ///< the lower address first
+
+    std::vector<Point3*> vZeroVtx; ///< the vertices without an input point of their own, sorted by address
+    /// Vertices by coordinates. Of coincident vertices only the one at the lowest address is listed.
+    MIRT_TOOLS::OrderedIndex<Point3, Point3*, PointHash> mVtx;
+    MIRT_TOOLS::OrderedIndex<VertexPair, REdge*, VertexHash> mRE; ///< every edge that wasn't merged into another one
+    std::vector<RTriangle*> vRT;                                  ///< every triangle in order of creation
+    std::vector<REdge*> vRE;                                      ///< every edge in order of creation
+    std::vector<RPatch*> vPatches;                                ///< patches of the last orientation, owned
+    MIRT_TOOLS::PooledLists<Point3, RTriangle*> mmVtxT;           ///< the alive triangles of each vertex
+    MIRT_TOOLS::SimplePool<Point3> poolVtx;
+    MIRT_TOOLS::SimplePool<RTriangle> poolRT;
+    MIRT_TOOLS::SimplePool<REdge> poolRE;
+    double sideLen; ///< side length of a lattice cell in input units
+
+    /// The mesh of a finished coarse mesh: a vertex for every bundle in the order of cell codes, whether or not a
+    /// triangle uses it, and a triangle for every alive one, with its winding. Nothing points into the coarse mesh
+    /// afterwards.
+    explicit RMesh(CMesh* pCMesh);
+    /// An empty mesh, to be filled by createVertex and createT; the expected numbers spare reallocation.
+    explicit RMesh(double sideLen, size_t numExpectedVertices = 0, size_t numExpectedTriangles = 0);
+    ~RMesh();
+    RMesh(const RMesh&) = delete;
+    RMesh& operator=(const RMesh&) = delete;
+
+    /// A new vertex with the coordinates and the colour of p. Coincident vertices are not merged.
+    Point3* createVertex(const Point3& p);
+    /// A new triangle; the order of the arguments is its winding. Equal vertices are a bug. Nothing checks orientation
+    /// or manifoldness: an edge may collect any number of triangles.
+    /// A caller who knows some of the triangle's edges may give them, which spares looking for them.
+    RTriangle* createT(Point3* p0, Point3* p1, Point3* p2, REdge* pRE01 = nullptr, REdge* pRE12 = nullptr,
+                       REdge* pRE02 = nullptr);
+
+    /// Number of alive triangles; counts them.
+    size_t getNumT() const;
+    double getSideLen() const { return sideLen; }
+    /// Mean length of the alive edges; -1.0 when there is none.
+    double getAvgLen() const;
+    /// Appends all edges, dead ones included.
+    void getREdges(std::vector<REdge*>& out) const;
+    const std::vector<REdge*>& getREdgesRef() const { return vRE; }
+    /// The edge of two vertices in any order, alive or dead, or null.
+    REdge* getEdge(Point3* a, Point3* b) const;
+    bool hasAliveEdge(Point3* a, Point3* b) const;
+    /// Whether a vertex is listed at these coordinates.
+    bool hasVertex(const Point3& p) const { return mVtx.count(p) != 0; }
+    /// Whether a corner of an alive triangle has a colour.
+    bool hasColors() const;
+    /// Calls f(RTriangle*) for the alive triangles of p, in the order in which they were attached to it. f must not
+    /// change the topology.
+    template <class F>
+    void forEachIncidentT(const Point3* p, const F& f) const
+    {
+        mmVtxT.forEach(p, f);
+    }
+    /// Appends the alive triangles of p in the same order.
+    void getIncidentT(const Point3* p, std::vector<RTriangle*>& out) const;
+    /// Adds the edges at p of its alive triangles; out becomes a set sorted by address.
+    void getIncidentRE(const Point3* p, std::vector<REdge*>& out) const;
+    /// Appends, for each alive triangle of p, the edge opposite p.
+    void getRingRE(const Point3* p, std::vector<REdge*>& out) const;
+    /// Appends the alive triangles in order of creation.
+    void getAliveTriangles(std::vector<RTriangle*>& out) const;
+    /// Appends the three corners of each alive triangle in order of creation.
+    void getTriangleCorners(std::vector<Point3*>& out) const;
+    /// The corners of the alive triangles, sorted by address, each once. out must be empty.
+    void getPoints(std::vector<Point3*>& out) const;
+    /// Appends edges in mRE order: those of degree n; for n == -1 those of degree 3 or more, for -99 all alive ones.
+    /// Other negative numbers are a bug.
+    void getDegN(int n, std::vector<REdge*>& out) const;
+    /// Numbers for humans, on standard output.
+    void printStatistics(const std::string& text) const;
+    /// Writes the alive triangles as one object, then the edges that don't have two triangles, each degree in a colour.
+    /// \param color  of the triangles; empty: those of the vertices
+    void show(Visualizer3* pVisualizer, const std::string& color, bool bEdges, bool bBackfaces) const;
+
+    /// Kills triangles that have the same three vertices as an earlier triangle of one of their edges, whatever their
+    /// winding. Returns how often one was found; a triangle may be found at several of its edges.
+    unsigned long removeDups();
+    /// Makes the patches anew, one for every set of triangles connected across regular edges, and winds the triangles
+    /// of each like its first one. Returns their number.
+    unsigned long createPatchesOrient();
+    /// Collapses triangles whose angle at corner 0 is below 0.01 or above 179.99 degrees or doesn't exist, then removes
+    /// duplicates.
+    void killDegenerate();
+    /// Moves every zero vertex that isn't on a border to the mean of itself and its neighbours, nIter times, one after
+    /// the other. With three zero vertices or fewer nothing moves. Vertices that coincide, also with one that a
+    /// collapse has left behind, can end it in ZavBugException.
+    void smoothZeros(int nIter);
+    /// Moves every vertex that isn't on a border to the mean of its neighbours, nIter times, all at once. Vertices that
+    /// coincide can end it in ZavBugException as above. Cached normals are left as they are.
+    void smoothAll(int nIter);
+    /// Moves a vertex towards the mean of its neighbours, by at most a tenth of a cell side and to a place where no
+    /// vertex is listed, which may take draws from rand(). False, and nothing moved, when it has no triangle, when one
+    /// would turn by more than 170 degrees, or when no free place is found. Tells on standard output what it does.
+    /// Coincident vertices can end it in ZavBugException.
+    bool laplacianForOne(Point3* p);
+    /// Gives vertices without colour the mean colour of their neighbours, ring by ring from the coloured ones inwards.
+    void colorizeFilledHoles();
+    /// See Mesh::contrastSpread.
+    void contrastSpread(double lowFraction, double highFraction);
+
+    /// Evaluates the flips of edges on all CPUs.
+    /// \param vInRE           edges, dead ones allowed
+    /// \param minImprovement  gain from which on an edge is taken; one of 0 or more always is, deliberately
+    /// \param temperature     above 0, an edge of lower gain is taken with the probability exp(gain / temperature), drawn
+    ///                        by rand() in the order of vInRE on the calling thread
+    /// \param vImpRE          must be empty; receives gain and edge by rising gain, equal gains in the order of vInRE
+    /// Coincident opposite corners are moved apart, and a neighbour of opposite winding is flipped, on the calling
+    /// thread.
+    void getEdgeFlipCandidates_MT(const std::vector<REdge*>& vInRE, double minImprovement, double temperature,
+                                  std::vector<std::pair<double, REdge*>>& vImpRE);
+    /// Flips edges by falling gain, each evaluated again when its turn comes, until no gain is above 0.005; collapses
+    /// degenerate triangles then. Edges that flips make aren't considered.
+    void flipEdges();
+
+    /// Collapses edges by rising penalty as long as any collapse is allowed; see the public function of this name.
+    /// \param maxLen2      limit for the squared length of an edge
+    /// \param maxAngleDeg  limit for the turn of a triangle, in degrees
+    /// \return the number of triangles that the collapses took away
+    int reduce(double maxLen2, double maxAngleDeg);
+    /// Appends the collapses of the edges that are allowed, with their penalties: in the order of the edges, for each
+    /// one the direction 0 before 1. Runs on all CPUs. Edges may be dead.
+    void getPrioqEntries(double maxAngleRad, double maxLen2, const std::vector<REdge*>& vEdges,
+                         std::vector<std::pair<double, RECandidate>>& vEntries) const;
+    /// What the collapse of an edge costs: 100 times the mean turn of the triangles that stay at the moving vertex, in
+    /// radians, plus the root of the length in cells, plus 100 times the difference of the colours.
+    /// \param which  see RECandidate; it goes by the ends that the edge has now
+    /// \param vIncT  becomes the alive triangles of the moving vertex, unless length or colours refuse before that
+    /// \return DBL_MAX where the collapse isn't allowed, and where the penalty wouldn't be a number. A triangle without
+    ///         a normal is told on standard output and counts for nothing
+    double getPenalty(const REdge* pRE, int which, double maxLen2, double maxAngleRad,
+                      std::vector<RTriangle*>& vIncT) const;
+
+    /// Takes a triangle out of the lists of its vertices; part of RTriangle::kill.
+    void unregisterTriangle(RTriangle* pRT);
+    /// Moves a vertex; its colour stays. The caller must have made sure by hasVertex that no vertex is listed at the
+    /// new place. Cached normals of the triangles around it are left as they are.
+    void updateVertex(Point3* pVtx, const Point3& newPoint);
+    /// Collapses pSrc onto pTrg: kills the triangles that have both, and moves all others of pSrc to pTrg. Edges of
+    /// pSrc go on under their new ends, or are merged into an edge that is there already and stay behind dead. pSrc
+    /// remains as a vertex without triangles.
+    void exchangeCorner(Point3* pSrc, Point3* pTrg);
+
+private:
+    std::uint32_t numFlips = 0;     // counts changes by flips, see RTriangle::changedAt
+    std::uint32_t allChangedAt = 0; // when a change was wider than the triangles around one edge
+
+    static VertexPair makeKey(Point3* a, Point3* b) { return a < b ? VertexPair(a, b) : VertexPair(b, a); }
+    void reserve(size_t numVertices, size_t numTriangles);
+    void createVerticesOf(CMesh* pCMesh, std::vector<std::pair<CCD, Point3*>>& vCCDVertex);
+    void listVertex(Point3* pVtx);
+    RTriangle* takeTriangle(Point3* p0, Point3* p1, Point3* p2);
+    void listAtCorners(RTriangle* pRT);
+    void attachEdges(RTriangle* pRT, REdge* pRE01 = nullptr, REdge* pRE12 = nullptr, REdge* pRE02 = nullptr);
+    REdge* attachToEdge(REdge* pKnownRE, const VertexPair& key, RTriangle* pRT);
+    void killTrianglesOn(const REdge* pKillEdge);
+    void getEdgesToMove(const std::vector<RTriangle*>& vT, Point3* pSrc, Point3* pTrg, std::vector<REdge*>& out) const;
+    void moveEdge(REdge* pRE, Point3* pSrc, Point3* pTrg);
+    void queueUnvisitedNeighbours(RTriangle* pRT, std::vector<RTriangle*>& queue);
+    Point3* collapseBest(const RTriangle* pRT);
+    bool leaveOtherVertices(Point3& p, double limit) const;
+    void createREC_MT(const std::vector<REdge*>& vEdges, size_t from, size_t to, double maxLen2, double maxAngleRad,
+                      std::vector<std::pair<double, RECandidate>>& vEntries) const;
+    bool getRECand(REdge* pRE, int which, double maxLen2, double maxAngleRad, std::vector<RTriangle*>& vIncT,
+                   std::pair<double, RECandidate>& entry) const;
+    void fillNormals();
+    void getEdgeFlipCandidates_MT_priv(const std::vector<REdge*>& vInRE, size_t from, size_t to,
+                                       std::vector<std::pair<double, REdge*>>& vImpRE, std::vector<size_t>& vPostponed);
+    static void keepCandidates(double minImprovement, double temperature,
+                               std::vector<std::pair<double, REdge*>>& vImpRE);
+};
+
+/// One round of annealed flips: evaluates all edges, shuffles those taken by rand(), and flips each that still can be.
+void edgeFlipsSimA(RMesh* pRMesh, double temperature);
+
+} // namespace MIRT_ZAV

@@ -1,0 +1,154 @@
+#include "base/Progress.h"
+#include "helpers/capture.h"
+
+#include <cmath>
+#include <memory>
+
+using namespace MIRT_ZAV;
+
+namespace
+{
+/// Writes down what it hears.
+class Recorder : public ProgressBase
+{
+public:
+    void update(const std::string& name, double fraction) override
+    {
+        lastName = name;
+        fractions.push_back(fraction);
+    }
+
+    std::string lastName;
+    std::vector<double> fractions;
+};
+
+/// A root with a subscriber and stages of the given weights, named "a", "b", ...
+struct Tree
+{
+    explicit Tree(const std::vector<double>& weights)
+    {
+        root.setSubscriber(&recorder);
+        root.startRun("Test");
+        for (size_t i = 0; i < weights.size(); ++i)
+            root.createChild(label(i), weights[i]);
+    }
+    static std::string label(size_t i) { return std::string(1, char('a' + i)); }
+
+    /// The numbers of the steps after which the subscriber heard something.
+    std::vector<int> heardSteps(Progress* stage, int numSteps)
+    {
+        std::vector<int> steps;
+        for (int i = 1; i <= numSteps; ++i)
+        {
+            const size_t before = recorder.fractions.size();
+            stage->incProgressByOne();
+            if (recorder.fractions.size() > before)
+                steps.push_back(i);
+        }
+        return steps;
+    }
+
+    Recorder recorder;
+    Progress root{"empty"};
+};
+} // namespace
+
+TEST(Fraction, IsTheMeanByWeight)
+{
+    Tree tree({1.0, 3.0});
+    EXPECT_EQ(tree.root.getFrac(), 0.0);
+    tree.root.getChildProgressSetTodo("a", 2)->incProgressByOne();
+    EXPECT_EQ(tree.root.getFrac(), 0.5 * 1.0 / 4.0);
+    tree.root.getChildProgressSetTodo("b", 0); // nothing to do counts as done
+    EXPECT_EQ(tree.root.getFrac(), (0.5 + 3.0) / 4.0);
+    tree.root.createChild("b", 100.0); // the weight of a stage that exists stays
+    EXPECT_EQ(tree.root.getFrac(), (0.5 + 3.0) / 4.0);
+    tree.root.getChildProgressSetTodo("new", 4); // weight 10
+    EXPECT_EQ(tree.root.getFrac(), (0.5 + 3.0) / 14.0);
+}
+
+TEST(Step, AimsAtTwoHundredBroadcastsPerRun)
+{
+    // The stage "a" of some weights, its steps, the first one that is heard, and how many are heard.
+    const struct
+    {
+        std::vector<double> weights;
+        int todo, first;
+        size_t number;
+    } cases[] = {
+        {{1.0, 3.0}, 1000, 20, 50}, // 4 / 1 * 1000 / 200
+        {{3.0, 1.0}, 1000, 7, 143}, // ceil(4 / 3 * 1000 / 200): after every 7th step and at the end
+        {{1.0, 999.0}, 100, 75, 2}, // 500 would be too late
+        {{999.0, 1.0}, 10, 1, 10},  // rounded up to 1
+        {{0.0, 1.0}, 1000, 5, 1},   // a two hundredth; the fraction doesn't move, so that the first is all the news
+        {{0.0, 1.0}, 100, 1, 1},    // raised to 1
+        {{0.0}, 2, 1, 2},           // not a number differs from every earlier value, itself included
+    };
+    for (const auto& [weights, todo, first, number] : cases)
+    {
+        Tree tree(weights);
+        const std::vector<int> heard = tree.heardSteps(tree.root.getChildProgressSetTodo("a", todo), todo);
+        ASSERT_EQ(heard.size(), number) << todo;
+        EXPECT_EQ(heard.front(), first);
+        EXPECT_TRUE(number == 1 || heard.back() == todo);
+        EXPECT_EQ(tree.recorder.lastName, "Test");
+
+        // Groups count like single steps.
+        Tree grouped(weights);
+        Progress* const stage = grouped.root.getChildProgressSetTodo("a", todo);
+        stage->incProgressBy(first - 1);
+        EXPECT_TRUE(grouped.recorder.fractions.empty());
+        stage->incProgressBy(1);
+        EXPECT_EQ(grouped.recorder.fractions.size(), 1u);
+        stage->incProgressBy(1000000); // never counts past the end
+        EXPECT_EQ(std::isnan(grouped.root.getFrac()), weights.size() == 1);
+        EXPECT_EQ(stage->getFrac(), 1.0);
+    }
+}
+
+TEST(Reentry, KeepsTheFractionAndTheStepUnlessNothingIsDone)
+{
+    Tree tree({1.0, 3.0});
+    Progress* a = tree.root.getChildProgressSetTodo("a", 1000); // step 20
+    tree.heardSteps(a, 500);
+    a = tree.root.getChildProgressSetTodo("a", 1000); // 750 of 1500
+    EXPECT_EQ(a->getFrac(), 0.5);
+    a = tree.root.getChildProgressSetTodo("a", 100000);
+    EXPECT_EQ(tree.heardSteps(a, 40), (std::vector<int>{20, 40}));
+
+    // 1 of 1000 done, 10 more: 11 * 0.001 truncates to nothing done, and the step is new: ceil(4 / 3 * 11 / 200) = 1
+    Progress* b = tree.root.getChildProgressSetTodo("b", 1000); // step 7
+    b->incProgressByOne();
+    b = tree.root.getChildProgressSetTodo("b", 10);
+    EXPECT_EQ(b->getFrac(), 0.0);
+    EXPECT_EQ(tree.heardSteps(b, 3), (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(b->getFrac(), 3.0 / 11.0);
+}
+
+TEST(SetDone, FinishesAllBelow)
+{
+    Tree tree({1.0, 1.0});
+    Progress* const outer = tree.root.getChildProgressSetTodo("a", 0);
+    outer->getChildProgressSetTodo("inner", 2)->incProgressByOne(); // a stage without work has some with one below it
+    EXPECT_EQ(outer->getFrac(), 0.5);
+    tree.recorder.fractions.clear();
+    outer->setDone(false);
+    EXPECT_TRUE(tree.recorder.fractions.empty());
+    EXPECT_EQ(outer->getFrac(), 1.0);
+    tree.root.setDone(true);
+    tree.root.setDone(true); // the same value again isn't heard
+    EXPECT_EQ(tree.recorder.fractions, std::vector<double>{1.0});
+}
+
+TEST(Root, ResetKeepsTheSubscriber)
+{
+    Tree tree({1.0});
+    tree.root.getChildProgressSetTodo("a", 1)->incProgressByOne();
+    tree.root.finishRun();
+    EXPECT_EQ(tree.root.getName(), "empty");
+    tree.root.setSubscriber(nullptr); // ignored
+    tree.root.startRun("Second");
+    tree.root.getChildProgressSetTodo("x", 1)->incProgressByOne();
+    EXPECT_EQ(tree.recorder.lastName, "Second");
+    EXPECT_EQ(tree.recorder.fractions, (std::vector<double>{1.0, 1.0}));
+}
