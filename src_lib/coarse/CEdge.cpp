@@ -91,7 +91,7 @@ void CEdge::checkOut(CTriangle* t)
                   << t->c2 << '\n';
         ZAV_BUG("false");
     }
-    *it = vT.back(); // whoever walks an edge's triangles sees this order
+    *it = vT.back(); // results depend on the order in which an edge lists its triangles
     vT.pop_back();
 }
 

@@ -12,8 +12,8 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// The sorted corners of a triangle but the lowest. The pool's addresses rise, so that among equal corners the order is
-/// that of creation.
+/// The two upper corners of a triangle, sorted. Among equal ones the address decides: addresses in the pool rise, so
+/// that the oldest comes first.
 struct Func_sortT
 {
     VCD c1;
@@ -93,11 +93,11 @@ CEdge* CMesh::attachEdge(VCD a, VCD b, CTriangle* t)
     return e;
 }
 
-/// Puts vT into the order of the lowest corners, among equal ones as they stood. \return for each corner in order of
-/// codes the end of its triangles
+/// A stable counting sort of vT by the lowest corners.
+/// \return for each corner, in order of codes, where its triangles end in vT
 std::vector<size_t> CMesh::sortByLowestCorner()
 {
-    std::vector<std::uint32_t> lowest(vT.size()); // places
+    std::vector<std::uint32_t> lowest(vT.size()); // the corner's place in the vertex table
     forSlicesMT(vT.size(), 8,
                 [&](size_t begin, size_t end)
                 {
@@ -105,7 +105,7 @@ std::vector<size_t> CMesh::sortByLowestCorner()
                         lowest[i] = vertices.getPlace(std::min({vT[i]->c0, vT[i]->c1, vT[i]->c2}));
                 });
     const std::vector<std::uint32_t> places = vertices.getPlacesInOrder();
-    std::vector<size_t> position(places.size(), 0); // by place: first the numbers of triangles
+    std::vector<size_t> position(places.size(), 0); // by place: a count, then where the next one goes
     for (const std::uint32_t place : lowest)
         ++position[place];
     size_t numBefore = 0;
@@ -176,7 +176,7 @@ void CMesh::expectVertices(const std::vector<CCD>& sortedCells)
     vCE.reserve(4 * sortedCells.size());
 }
 
-/// Tells the vertices where they lie.
+/// Gives the vertices the points of their bundles.
 void CMesh::enterPoints()
 {
     for (const auto& [c, bundle] : *pMapCCDBundle)
@@ -209,7 +209,7 @@ void CMesh::forEachEdgeAt(VCD v, const F& f) const
 
 void CMesh::getIncidentT(VCD v, std::vector<CTriangle*>& out) const
 {
-    std::vector<CTriangle*> triangles; // each of them over two edges
+    std::vector<CTriangle*> triangles; // each comes twice, as two of its edges end here
     forEachEdgeAt(v, [&triangles](const CEdge* e) { e->getAliveTriangles(triangles); });
     oneInstance(triangles);
     out.insert(out.end(), triangles.begin(), triangles.end());
@@ -275,7 +275,7 @@ double CMesh::getArea() const
                         if (vT[i]->isAlive())
                             areas[i] = vT[i]->getArea(this);
                 });
-    // The sum is formed in order: its last bits depend on that.
+    // Summed in order, on one thread: the last bits depend on it.
     return std::accumulate(areas.begin(), areas.end(), 0.0);
 }
 
@@ -292,7 +292,7 @@ Point3* CMesh::findVtx(VCD v) const
     const CVertex* const vertex = vertices.find(v);
     if (vertex != nullptr && vertex->pVtx != nullptr)
         return vertex->pVtx;
-    const auto it = pMapCCDBundle->find(v); // not among the vertices, or entered by someone else
+    const auto it = pMapCCDBundle->find(v); // no vertex as yet, or a bundle that came later: the map is shared
     return it == pMapCCDBundle->end() ? nullptr : it->second->pVtx;
 }
 

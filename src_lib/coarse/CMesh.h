@@ -1,8 +1,10 @@
 // The triangle mesh on lattice codes.
 //
-// Its vertices are the codes of occupied cells; where a vertex lies in space is told by the bundle of its cell. Two
-// vertices are equal when their codes are, so that topology is repaired on integers alone. Triangles and edges are
-// tombstoned, never removed: a stage iterates a snapshot and tests again what may have changed.
+// A vertex is a cell and goes by the cell's code. Its position stands in the cell's bundle and says nothing about who
+// is joined with whom: the topology is repaired on integers, where equal means equal.
+//
+// Killed triangles and edges without triangles stay where they are until the reset, so that pointers stay good. Who
+// repairs walks over a copy of a list and asks again whether a thing is alive: an earlier step may have killed it.
 #pragma once
 
 #include "base/SimplePool.h"
@@ -38,7 +40,7 @@ public:
     size_t numAliveT = 0;                    // triangles
     std::set<Point3*> sAdditionalVtx;        // points of the additional bundles
     std::vector<Bundle*> vAdditionalBundles; // made by addBundle; owned, with their points
-    std::vector<CPatch*> vPatches;           // in poolPatch
+    std::vector<CPatch*> vPatches;           // of the last search; they lie in poolPatch
     MIRT_TOOLS::SimplePool<CTriangle> poolT;
     MIRT_TOOLS::SimplePool<CEdge> poolCE;
     MIRT_TOOLS::SimplePool<CPatch> poolPatch;
@@ -52,9 +54,11 @@ public:
     /// exists isn't checked: callers ask hasAdjT first or run killDups afterwards.
     CTriangle* createT(VCD a, VCD b, VCD c, VCD vcd, int config);
     /// Of triangles on the same three codes only the first in order of creation survives. Sorts vT by the sorted
-    /// corners. \return the number of triangles killed
+    /// corners.
+    /// \return the number of triangles killed
     int killDups();
-    /// Back to the state after construction, except for the bundles. All triangles, edges and patches become invalid.
+    /// Empties the mesh for another extraction; bundles stay. Pointers to triangles, edges and patches go bad: the next
+    /// ones get the same memory.
     void reset();
     /// Makes an empty mesh ready for triangles between these cells, sorted; others remain possible.
     void expectVertices(const std::vector<CCD>& sortedCells);
@@ -73,23 +77,24 @@ public:
     template <class Predicate>
     void getCEdgesIf(const Predicate& isWanted, std::vector<CEdge*>& out) const;
     /// Edges in key order by degree: n > 0 exactly n, -1 three or more, -5 one or three or more, -99 at least one. Any
-    /// other n ends the walk at the first edge with a warning.
+    /// other n gives none, with a warning if the mesh has edges.
     void getDegN(int n, std::vector<CEdge*>& out) const;
     /// Sum over the alive triangles, in square input units.
     double getArea() const;
 
-    /// Finds the patches of the alive triangles and their rims, in the order of their first triangle in vT, which are
-    /// their seeds. Members aren't listed. The patches of before are destroyed.
+    /// Finds the patches of the alive triangles and their rims. The first triangle of a patch in vT is its seed, and
+    /// patches stand in the order of their seeds. Members aren't listed, as most patches are only asked for their rims.
+    /// The patches of before are destroyed.
     /// \param pBlocked  edges that patches don't grow across either; null for none
     void findPatches(const std::set<CEdge*>* pBlocked);
-    /// Lists the members of a patch that was just found, in the order of a flood from its seed.
+    /// Lists the members of a patch that was just found, in the order of a flood fill from its seed, which comes last.
     /// \param pBlocked  as the patch was found with
     void listMembers(CPatch* patch, const std::set<CEdge*>* pBlocked) const;
     /// Finds the patches and lists all members.
     /// \param pBlocked      edges that patches don't grow across either; null for none
     /// \param vOut          becomes the list of patches; they belong to the mesh
-    /// \param mOut          of a triangle on a non-manifold edge, the corner off that edge with its patch; entries that
-    ///                      are there stay
+    /// \param mOut          the patches by corners that face non-manifold edges. Of several patches at a corner the
+    ///                      oldest counts; entries that are there stay
     /// \param vNonManifold  the non-manifold edges are added; all of it becomes a sorted set
     void createPatches(std::set<CEdge*>* pBlocked, std::vector<CPatch*>& vOut, std::map<CCD, CPatch*>& mOut,
                        std::vector<CEdge*>& vNonManifold);
@@ -107,25 +112,31 @@ public:
     Point3 getAvgPoint(VCD v) const { return *getVtx(v); }
     Point3* getVtx(VCD v) const;
 
-    /// Adds a bundle for a cell, at (x, y, z) or, if all three are the largest double, at the cell's middle; then moves
-    /// it to the middle of its ring. A point outside of the cell is a bug. An old entry of the cell is replaced in the
-    /// map.
+    /// Adds a bundle for a cell, at (x, y, z) or, if all three are the largest double, at the cell's middle; then
+    /// averages it. A point outside of the cell is a bug. An old entry of the cell is replaced in the map.
     void addBundle(CCD c, double x, double y, double z);
-    /// Moves an additional vertex to the middle of its ring of neighbours; with fewer than two edges it stays. The new
-    /// position may lie outside of the cell. A move takes one number from rand().
+    /// Puts an additional vertex, which no point of the cloud has placed, between its neighbours: on their mean and
+    /// 0.3 percent beyond, seen from the last of them, plus at most 1e-5 input units in x by rand(). Neighbours that
+    /// are additional themselves count only where others are fewer than three. If none has a bundle, the cell's middle
+    /// is taken and no random number; with fewer than two edges nothing moves.
     void averageBundle(Bundle* b);
     void averageBundles();
     /// Collapses an additional vertex along the first edge that allows it; true if one did.
     bool integrateBundle(Bundle* b);
+    /// The same for all additional bundles; those that have gone into a neighbour are deleted.
     void integrateAdditionalBundles();
 
+    /// Whether both have triangles and no side that faces src is a side of a triangle at trg. Two ends of an edge with
+    /// a triangle never pass.
     bool canCollapseWithoutDups(VCD src, VCD trg) const;
-    /// Moves the triangles at src to trg if no duplicate comes of it.
+    /// Edge collapse: moves the triangles at src to trg if canCollapseWithoutDups agrees.
+    /// \return whether it did
     bool collapseEdgeToEndpoint(CEdge* e, VCD src, VCD trg);
-    /// Moves a vertex towards the mean of its neighbours, at most a tenth of a cell. False, with nothing moved, when a
-    /// triangle would turn by more than 90 degrees or there is no neighbour.
+    /// Laplacian smoothing of one vertex: a move towards the mean of its neighbours, at most a tenth of a cell. False,
+    /// with nothing moved, when a triangle would turn by more than 90 degrees or there is no neighbour.
     bool laplacianForOne(VCD v);
-    /// Gets rid of degenerate triangles by splits or, failing that, by moving a corner.
+    /// Gets rid of degenerate triangles by splits or, failing that, by moving a corner. The triangles that splits make
+    /// aren't looked at.
     void treatDegenerateT();
 
 private:

@@ -54,7 +54,7 @@ void CMesh::averageBundle(Bundle* b)
         return;
 
     RingSum regular, additional;
-    const Point3* pAnyRingVtx = nullptr; // deliberately the last one of the ring
+    const Point3* pAnyRingVtx = nullptr; // in the end the last one of the ring: results depend on which
     for (const CEdge* const pCE : vIncidentCE)
     {
         ZAV_ASSERT(pCE->getDegree() > 0, "pCE->getDegree()>0");
@@ -76,7 +76,8 @@ void CMesh::averageBundle(Bundle* b)
     const Vector3 avg = regular.sum / static_cast<double>(regular.count);
     const int r = std::rand();
     const Point3 moved = *pAnyRingVtx + (avg - toVector(*pAnyRingVtx)) * 1.003;
-    // Deliberately stored also when it lies outside of the bundle's cell.
+    // Results depend on this formula, and on keeping the point even where it leaves the bundle's cell. The last term
+    // sets vertices with the same ring apart.
     *b->pVtx = Point3(moved.x() + r * 1e-5 / 2147483647.0, moved.y(), moved.z());
 }
 
@@ -106,7 +107,7 @@ void CMesh::integrateAdditionalBundles()
     for (Bundle* const b : vIntegrated)
     {
         sAdditionalVtx.erase(b->pVtx);
-        deleteBundle(b); // the entry in the map is deliberately not touched
+        deleteBundle(b); // leaves a dangling entry in the map, but isn't reached: see canCollapseWithoutDups
     }
 }
 
@@ -124,8 +125,8 @@ bool CMesh::canCollapseWithoutDups(VCD src, VCD trg) const
     getIncidentT(trg, vTrgT);
     if (vSrcT.empty() || vTrgT.empty())
         return false;
-    // The triangles at trg deliberately include those on the edge itself, whose corners are among their own: no edge
-    // that has a triangle passes, and additional bundles stay.
+    // A triangle on the edge itself is at src and at trg, and forbids the collapse by its own side (p, q): no edge with
+    // a triangle passes, and additional bundles stay. The bytes of every result depend on that.
     for (const CTriangle* const t : vSrcT)
     {
         const int i = t->getICI(src);
@@ -191,7 +192,7 @@ bool CMesh::laplacianForOne(VCD v)
 void CMesh::treatDegenerateT()
 {
     const std::vector<CTriangle*> snapshot = vT;
-    std::vector<CTriangle*> vNew; // not in the snapshot, and deliberately not looked at
+    std::vector<CTriangle*> vNew; // only because the split asks for it
     for (auto it = snapshot.rbegin(); it != snapshot.rend(); ++it)
     {
         CTriangle* const t = *it;

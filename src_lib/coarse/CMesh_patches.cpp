@@ -12,7 +12,8 @@
 namespace MIRT_ZAV
 {
 
-/// Disjoint sets of triangles by their places in vT. The first place of a set stands for it.
+/// Disjoint sets (union-find) of triangles by their places in vT. The lowest place of a set stands for it, and every
+/// parent is lower than its children.
 class CMesh::TriangleSets
 {
 public:
@@ -25,14 +26,14 @@ public:
         parents[std::max(i, j)] = std::min(i, j);
     }
 
-    /// Calls getNumber(first) for each set in order and gives the answers to all members, by place. Ends the object's
-    /// use.
+    /// Calls getNumber(first) for each set in order.
+    /// \return the answer of its set for each triangle, by place. The object is used up
     template <class F>
     std::vector<std::uint32_t> number(const F& getNumber)
     {
         for (std::uint32_t i = 0; i < parents.size(); ++i)
             parents[i] =
-                parents[i] == i ? getNumber(i) : parents[parents[i]]; // a parent comes first: it has its answer
+                parents[i] == i ? getNumber(i) : parents[parents[i]]; // a parent is lower: it holds its answer by now
         return std::move(parents);
     }
 
@@ -98,7 +99,7 @@ void CMesh::findPatches(const std::set<CEdge*>* pBlocked)
 {
     destroyPatches();
     TriangleSets sets(vT.size());
-    std::vector<CEdge*> vOuter; // by address, as the rims are to be
+    std::vector<CEdge*> vOuter; // in order of creation, that is, by address: so the rims come out sorted
     uniteTriangles(pBlocked, sets, vOuter);
 
     const std::vector<std::uint32_t> numbers = sets.number(
@@ -132,7 +133,8 @@ void CMesh::listMembers(CPatch* patch, const std::set<CEdge*>* pBlocked) const
                         stack.push_back(u);
                     }
     };
-    // The seed deliberately stays on the stack meanwhile: it becomes the patch's last member.
+    // The seed waits at the bottom of the stack and becomes the last member. Areas and volumes are summed in the order
+    // of members: their last bits depend on it.
     patch->pSeed->pPatch = patch;
     stack.push_back(patch->pSeed);
     pushNeighbours(patch->pSeed);
@@ -161,7 +163,7 @@ void CMesh::createPatches(std::set<CEdge*>* pBlocked, std::vector<CPatch*>& vOut
                     vCornerPatch.emplace_back(t->getCorner(i), patch);
                 }
     }
-    // Of several patches at one corner the first stays.
+    // Patches lie in a pool: among equal corners the oldest patch comes first and stays.
     sortMT(vCornerPatch.begin(), vCornerPatch.end());
     mOut.insert(vCornerPatch.begin(), vCornerPatch.end());
     if (&vOut != &vPatches)

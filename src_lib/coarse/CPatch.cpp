@@ -116,7 +116,9 @@ double CPatch::computeOrientedVolume() const
 VCD CPatch::getMaxZCCD() const
 {
     VCD highest = ~VCD(0);
-    u64 maxZ = 0; // the spread bits of z order as z does; deliberately z index 0 never wins
+    // Spread bits compare as z does. Starting from 0, a patch that lies wholly at z index 0 gets no corner, and
+    // orientPatch leaves it as it is: results depend on it.
+    u64 maxZ = 0;
     for (const CTriangle* const t : vT)
         for (const VCD v : {t->c0, t->c1, t->c2})
         {
@@ -219,7 +221,7 @@ bool CPatch::splitClosedPatchKill(bool bStrict)
     return true;
 }
 
-/// Small patches always count as thin. The thickness of a flat closed body is its volume over the area of one side.
+/// A flat closed body is as thick as its volume over the area of one side. Small patches always count as thin.
 bool CPatch::isThin() const
 {
     const size_t size = getSize();
@@ -248,10 +250,19 @@ CEdge* CPatch::findRimEdge(CTriangle*& pCT0, CTriangle*& pCT1) const
     return nullptr;
 }
 
-/// Grows both sheets at once, along the flattest connection first, and orients them against each other at the rim.
+/// Grows both sheets from the rim edge e at once, along the flattest connection first. A closed body becomes two layers
+/// that both face as the first one does. In a cut, with the normals:
+///
+///                ^ ^ ^                       ^ ^ ^
+///               .------.                    .------.
+///     rest ----e        |         rest ----e  ^ ^   |
+///               `------'                    `------'
+///                v v v
+///
 void CPatch::growSheets(CEdge* pStartME, CTriangle* pCT0, CTriangle* pCT1, Sheets& sheets)
 {
-    // Deliberately a set by the angle alone: a step whose angle equals one in the queue is dropped.
+    // Unique by the angle alone: of two waiting steps with the same angle the later one is lost. Its triangle is
+    // reached over another edge or stays in neither sheet. The bytes of every result depend on that.
     std::set<ConEdge> queue;
     const auto enter = [&](CTriangle* t, std::set<CTriangle*>& sheet)
     {
@@ -294,7 +305,8 @@ void CPatch::growSheets(CEdge* pStartME, CTriangle* pCT0, CTriangle* pCT1, Sheet
     }
 }
 
-/// Whether foreign triangles hang on the edges that occur more than twice inside of the sheet itself.
+/// Whether the rest of the mesh hangs on an edge of the sheet. Only edges with three or more triangles of the sheet
+/// itself are asked: what splits kill depends on it.
 bool CPatch::isTiedToRest(const std::vector<CTriangle*>& vSheet) const
 {
     std::vector<CEdge*> vManyCE;

@@ -1,4 +1,4 @@
-// A piece of the coarse mesh: triangles that can reach each other over edges of degree 2.
+// A patch of the coarse mesh: as far as one can walk over triangles without crossing a border or a fork.
 #pragma once
 
 #include "coarse/CEdge.h"
@@ -13,19 +13,27 @@ namespace MIRT_ZAV
 
 class CMesh;
 
-/// A patch ends at non-manifold edges and at the border. The two sheets of a thick shell meet in non-manifold edges:
-/// patches are the unit in which the repair sees them. Members are not owned; a triangle belongs to the patch that
-/// added it last. The destructor unties the members that still belong to this patch.
+/// Patches hang together over edges of degree 2 and end everywhere else. Where a shell of cells is too thick, the
+/// surface splits into two sheets for a while. In a cut, with edges e and f of degree 3:
+///
+///              .---- A ----.
+///     --- C --e             f-- D ---        A and B are patches with the same rim: one of them is too many
+///              `---- B ----'
+///
+/// If the sheets also hang together somewhere over an edge of degree 2, A and B are one closed patch.
+///
+/// Members are not owned; a triangle belongs to the patch that added it last. The destructor unties the members that
+/// still belong to this patch.
 class CPatch
 {
 public:
-    std::uint32_t seqNum;               // rises by one per patch of the process
+    std::uint32_t seqNum;               // rises by one per patch of the process: the age, where nothing else decides
     CTriangle* pSeed;                   // of a patch that the mesh has found, its first member in the mesh's order
     std::vector<CTriangle*> vT;         // members; killed ones stay
-    std::vector<CEdge*> vOuterBoundary; // the rim, sorted by address: the edges with exactly one alive member
+    std::vector<CEdge*> vOuterBoundary; // the rim as it was found, sorted by address: the edges with exactly one member
     bool bAlive = true;
-    CMesh* pCMesh;
-    Calc* pCalc;
+    CMesh* pCMesh; // not owned
+    Calc* pCalc;   // not owned
     double cached = -1.0;
 
     explicit CPatch(CMesh* pCMesh, Calc* pCalc, CTriangle* pSeed = nullptr);
@@ -47,19 +55,23 @@ public:
     void getAllCE(std::vector<CEdge*>& out) const;
     /// The same with the corners of every member, dead ones too.
     void getAllVCD(std::vector<VCD>& out) const;
-    /// No border of its own, and four members at least. A closed patch may still hang on non-manifold edges.
+    /// Whether every edge of an alive member has at least two members on it; never with fewer than four members. The
+    /// rest of the mesh may hang on these edges, too.
     bool isClosed() const;
 
     /// Signed volume by the winding, in cubic input units.
     double computeOrientedVolume() const;
     /// The corner with the greatest z, the first in order of codes among several; all bits set if every z index is 0.
     VCD getMaxZCCD() const;
-    /// Flips all members if the normals at the highest corner point down. Warns if nothing alive touches that corner.
+    /// Flips all members if the normals at the highest corner point down: there, outside is up. Warns if nothing alive
+    /// touches that corner.
     void orientPatch();
-    /// Makes neighbours run alike, then orients the whole. In a patch that can't be oriented the first visit decides.
+    /// Winds neighbours alike, then orients the whole. In a patch with one side only, a Moebius strip for one, the
+    /// first visit decides.
     void intraOrientation();
 
-    /// Resolves a closed patch that is a thin double sheet: one of its sheets dies.
+    /// Resolves a closed patch that is a thin double sheet: one of its sheets dies. The sheet that the rest of the mesh
+    /// hangs on stays, otherwise the larger one. The winding of members may change in any case.
     /// \param bStrict  leave the patch alone if both sheets are tied to the rest of the mesh
     /// \return whether triangles were killed; they stay listed in vT
     bool splitClosedPatchKill(bool bStrict);
@@ -75,13 +87,12 @@ private:
     void clearVisited();
 };
 
-/// The edges of the alive triangles of vT, chosen by the number m of triangles among these that have them: mode n > 0
-/// takes m == n, -1 odd m, -2 even m, -3 m > 2, -4 even m of 3 or more; any other mode takes none. Appended to out,
-/// ascending by address.
+/// The edges of the alive triangles of vT, chosen by how many of these triangles have them, m: mode n > 0 takes m == n,
+/// -1 odd m, -2 even m, -3 m > 2, -4 even m > 2; any other mode takes none. Appended to out, ascending by address.
 void getEdgesWithDegree(int mode, const std::vector<CTriangle*>& vT, std::vector<CEdge*>& out);
 
-/// Gives the alive, unvisited triangles across the degree-2 edges of t the winding of t, and calls f, which marks them
-/// as visited, on each.
+/// Gives the alive, unvisited triangles across the degree-2 edges of t the winding of t, and calls f on each. It is f
+/// that has to mark them as visited.
 template <class F>
 void turnUnvisitedNeighbours(const CTriangle* t, const F& f)
 {

@@ -14,20 +14,27 @@ class CEdge;
 class CMesh;
 class CPatch;
 
-/// The corners are codes of cells. A corner and its opposite edge have the same index. Triangles are made by
-/// CMesh::createT, and a killed one stays readable.
+/// The corners are codes of cells. Edges are numbered by the corner that they face:
+///
+///            c2
+///           /  \            getCEdge(0) is pCE12,
+///       pCE02  pCE12        getCEdge(1) is pCE02,
+///         /      \          getCEdge(2) is pCE01
+///       c0-pCE01-c1
+///
+/// Triangles are made by CMesh::createT, and a killed one stays readable.
 class CTriangle
 {
 public:
-    CEdge* pCE01; // edge of corners 0 and 1
+    CEdge* pCE01;
     CEdge* pCE12;
     CEdge* pCE02;
     CPatch* pPatch; // current patch or null
     VCD c0;         // corners in winding order
     VCD c1;
     VCD c2;
-    VCD vcd;             // lattice vertex whose configuration made this triangle; 0 after most repairs
-    int config;          // that configuration; 0 after repairs
+    VCD vcd;             // the lattice vertex at which it was extracted; 0 if a split made it
+    int config;          // the pattern of cells around that vertex; 0 if a repair made it
     std::uint32_t place; // in the mesh's vT
     bool bVisited;
     bool bAlive;
@@ -40,19 +47,26 @@ public:
     VCD getCorner(int i) const;
     /// Index of the corner v; a bug if v is none.
     int getICI(VCD v) const;
-    /// Index of the corner that is neither a nor b; a bug if there is none.
+    /// Index of the corner off the side (a, b); a bug if every corner is a or b.
     int getICI(VCD a, VCD b) const;
     /// That corner itself.
     VCD getThirdCCD(VCD a, VCD b) const;
     /// The corners, ascending; equal corners are a bug.
     void getSortedCorners(VCD& c0_, VCD& c1_, VCD& c2_) const;
 
-    /// 1 if a then b is a half-edge in winding order, 2 if b then a is, 0 if a and b aren't both corners.
+    /// How the winding runs along a side: 1 from a to b, 2 from b to a, 0 if this isn't a side.
     int getHEDirection2(VCD a, VCD b) const;
-    /// Whether this and a neighbour run through their shared edge in the same direction, which a consistent orientation
-    /// forbids. Without a shared edge it is a bug.
+    /// Whether one of two neighbours has to be turned over for both to show the same side of the surface. The shared
+    /// edge, with the windings of the triangles above and below it:
+    ///
+    ///         -->              -->
+    ///       a-----b          a-----b
+    ///         <--              -->
+    ///        false         true: one is the wrong way round
+    ///
+    /// Triangles without a shared edge are a bug.
     bool needFlip(const CTriangle* other) const;
-    /// Reverses the winding.
+    /// Reverses the winding: corners 1 and 2 change places.
     void flipNNV();
 
     /// Whether an edge of this triangle has no other triangle.
@@ -71,7 +85,7 @@ public:
     /// now.
     double getDevIfRepl(const CMesh* m, int i, const Point3& p) const;
 
-    /// Takes this alive triangle out of the mesh's edges and vertices.
+    /// Takes this alive triangle off its edges and marks it dead. It stays in the mesh's vT and in its patch.
     void kill(CMesh* m);
 };
 

@@ -17,12 +17,16 @@ namespace MIRT_ZAV
 class CEdge;
 class Point3;
 
-/// What the mesh keeps per vertex. An edge stands in one list of each of its ends.
+/// What the mesh keeps per vertex. Every edge is a link in two chains, one for each of its ends; at vertex 7 with the
+/// edges (7, 9), (7, 20), (3, 7), (5, 7), made in this order:
+///
+///     firstUpward   -> (7, 20) -> (7, 9)        linked by nextOfLower
+///     firstDownward -> (5, 7)  -> (3, 7)        linked by nextOfUpper
 struct CVertex
 {
-    Point3* pVtx = nullptr;       // where it lies, or null while its cell has no bundle
-    CEdge* firstUpward = nullptr; // the edges to greater codes, the newest first
-    CEdge* firstDownward = nullptr;
+    Point3* pVtx = nullptr;         // where it lies, or null while its cell has no bundle
+    CEdge* firstUpward = nullptr;   // the edges to greater codes, the newest first
+    CEdge* firstDownward = nullptr; // those to lower codes
 };
 
 /// Nearly all vertices are known before the first triangle is made: a sorted list of cells, which a CellIndex finds
@@ -35,7 +39,7 @@ public:
     {
     }
 
-    /// Places of vertices may change with the next one that is added.
+    /// The vertex, or null. The pointer holds until the next vertex is added.
     CVertex* find(VCD v)
     {
         if (const size_t place = listed.find(v); place != CellIndex::notFound)

@@ -12,13 +12,14 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Where each bit of a configuration or triangle mask goes in a rotation.
+/// Where each bit of a configuration or triangle mask goes in a quarter turn.
 using Rotation = std::array<int, 8>;
-constexpr Rotation rotationA = {4, 5, 1, 0, 7, 6, 2, 3};
-constexpr Rotation rotationB = {3, 0, 1, 2, 7, 4, 5, 6};
-constexpr Rotation rotationC = {1, 5, 6, 2, 0, 4, 7, 3};
+constexpr Rotation rotationA = {4, 5, 1, 0, 7, 6, 2, 3}; // about x
+constexpr Rotation rotationB = {3, 0, 1, 2, 7, 4, 5, 6}; // about y
+constexpr Rotation rotationC = {1, 5, 6, 2, 0, 4, 7, 3}; // about z
 
-/// For each bit the cell's offset from the smallest cell of the eight, as x 4, y 2, z 1: its rank in Morton order.
+/// For each bit the cell's offset from the smallest cell of the eight, as x 4, y 2, z 1: its rank in Morton order. In a
+/// face the lowest rank has the lowest code wherever the eight cells lie.
 constexpr std::array<int, 8> rankOfBit = {1, 5, 4, 0, 3, 7, 6, 2};
 
 int rotate(int mask, const Rotation& rotation, int times)
@@ -38,7 +39,8 @@ int rotate(int mask, int i, int j, int k)
     return rotate(rotate(rotate(mask, rotationA, i), rotationB, j), rotationC, k);
 }
 
-/// Calls f(i, j, k) for all numbers of rotations about the three axes, i outermost.
+/// Calls f(i, j, k) for all numbers of quarter turns about the three axes, i outermost: 64 calls for 24 rotations.
+/// Where several lead to one configuration the first counts, so the table depends on the order.
 template <class F>
 void forAllRotations(const F& f)
 {
@@ -213,7 +215,7 @@ void Casx::expandBaseCases()
             {
                 const int config = rotate(base, i, j, k);
                 if (std::exchange(seen[static_cast<size_t>(config)], true))
-                    return; // where several rotations lead to a configuration, the first decides
+                    return; // an earlier rotation has written this row
                 std::vector<int> row = baseRow;
                 for (int& triangle : row)
                     triangle = rotate(triangle, i, j, k);

@@ -1,8 +1,18 @@
 // The case table: which triangles a pattern of occupied cells around a lattice vertex gives.
 //
-// Like the table of marching cubes it lives on a cube of eight, here the eight cells that meet in a vertex, and it is
-// told by 23 base cases and the rotations of the cube. Its triangles join cells, not cut points: mesh vertices are
-// cells.
+// Like the table of marching cubes (Lorensen and Cline 1987) it has a row for each pattern of a cube's eight corners.
+// Here the corners are the eight cells that meet in a lattice vertex, and triangles join cells, not points on the
+// cube's edges. There are 23 patterns that no rotation of the cube turns into each other: these are written down, the
+// other rows are rotated copies.
+//
+// The cells by their bits, as Calc::completeArraySym puts them:
+//
+//        z
+//        ^     0---1        4---5
+//        |     |   |        |   |        pattern 15 is the lower square,
+//        |     3---2        7---6        triangle mask 11 = 1 + 2 + 8 joins the cells 0, 1 and 3
+//        |
+//        +--> x   lower y      upper y
 #pragma once
 
 #include "lattice/Calc.h"
@@ -15,7 +25,7 @@ namespace MIRT_ZAV
 enum TRIMODE
 {
     TM_THIN = 0, // a single sheet per configuration
-    TM_FAT = 1   // also the triangles that close five to seven cells to a solid
+    TM_FAT = 1   // a sheet, and under roles of their own the triangles that it leaves out
 };
 
 /// Role of a triangle of the fat table.
@@ -27,8 +37,8 @@ enum TriUse
     TUI = 3  // inner triangle of a fat configuration
 };
 
-/// A configuration is an 8-bit number with one bit per cell around a vertex, in the order of Calc::completeArraySym. A
-/// triangle in the table is an 8-bit mask of the three cells that it joins. Constant after construction.
+/// A configuration is a pattern of occupied cells, a bit for each of the eight; a triangle is a mask of the same kind
+/// with three bits. Constant after construction.
 class Casx
 {
 public:
@@ -52,7 +62,13 @@ public:
 
     /// The empty corners of a configuration of 6 or 7 cells, as a mask; else 0.
     static unsigned getExtraCbs(int config);
-    /// The cells that can go when the empty corners are filled, as a mask; 0 for most configurations.
+    /// The cells that may go once these corners are filled, as a mask: those straight across the vertex. Filling a dent
+    /// makes the shell thicker, and the far side can give it back. In two dimensions, '.' being empty:
+    ///
+    ///     # .        # #        # #
+    ///     # #   -->  # #   -->  . #
+    ///
+    /// Two empty corners have to share a face, else the mask is 0, as it is for all other configurations.
     static unsigned getRemoveCbs(int config);
 
     /// Writes one row of triangle masks.
@@ -69,8 +85,15 @@ private:
     std::vector<TriUse> getUseRow(int config) const;
 };
 
-/// Two triangles that share two cells and split a square of four cells in one face: makes the split go through the cell
-/// of the lowest code. Both cubes that hold the square thus get the same diagonal. Other pairs are left alone.
+/// Makes two triangles that split a square of four cells in one face split it through the cell of the lowest code:
+///
+///     2---3        2---3        numbered by code
+///     |\  |        |  /|
+///     | \ |   -->  | / |        The two cubes that share the square see it from either side. Without a rule
+///     |  \|        |/  |        they could choose different diagonals, and their triangles wouldn't meet.
+///     0---1        0---1
+///
+/// Pairs of triangles that aren't such a square are left alone.
 void samePlaneUnify(int& triangle0, int& triangle1);
 
 } // namespace MIRT_ZAV

@@ -10,7 +10,7 @@ namespace MIRT_ZAV
 namespace
 {
 constexpr double angleWithoutNormal = 90.0;
-constexpr double angleOfManyMembers = 181.0; // behind every step that can be made
+constexpr double angleOfManyMembers = 181.0; // last in the queue, where it is thrown away
 } // namespace
 
 ConEdge::ConEdge(const CMesh* m, CEdge* e, const CPatch& patch) : pCE(e), deg(e->getDegree())
@@ -32,14 +32,18 @@ ConEdge::ConEdge(const CMesh* m, CEdge* e, const CPatch& patch) : pCE(e), deg(e-
         angle = angleOfManyMembers;
         return;
     }
-    // Two members on a non-manifold edge are the two sheets at the rim: a sharp fold there is a small angle.
+    // The rest of the mesh meets the patch at its rim. Looking along the rim's edge e:
+    //
+    //                   .------- one member
+    //      rest -------e                           the sheets fold back on each other: the sharper the fold,
+    //                   `------- the other         the surer the step to the other sheet
     bSameSide = false;
     double fold = 0.0;
     angle = getFold(m, fold) ? 180.0 - fold : angleWithoutNormal;
 }
 
-/// The angle between the normals as they would be if both triangles were oriented alike; 0 means flat. False if one has
-/// no normal.
+/// The angle between the normals as if both triangles were wound alike: 0 is flat, 180 folded shut. False if one of
+/// them has no normal.
 bool ConEdge::getFold(const CMesh* m, double& degrees) const
 {
     bool ok0 = false, ok1 = false;

@@ -15,11 +15,11 @@ namespace MIRT_ZAV
 {
 namespace
 {
-constexpr int HE_SAME = 1; // CTriangle::getHEDirection2
+constexpr int HE_SAME = 1; // what CTriangle::getHEDirection2 answers
 constexpr int HE_OPPOSITE = 2;
 constexpr double sameDirection = 1.0; // degrees; directions of cells that differ at all differ by more
 
-/// Cell coordinates, also below 0.
+/// Cell coordinates and differences of such, so with a sign.
 using Coordinates = std::array<long long, 3>;
 
 Coordinates getCoordinates(RCD r)
@@ -28,7 +28,7 @@ Coordinates getCoordinates(RCD r)
             static_cast<long long>(rcd::getZ(r))};
 }
 
-/// Cells outside of 0 to 7 have no code; they get one that is never used.
+/// Packs nine coordinates of 3 bits. What doesn't fit gets a code that isn't in the table.
 unsigned long long encode(const std::array<RCD, 3>& cells)
 {
     constexpr unsigned long long noCode = ~0ull;
@@ -64,8 +64,6 @@ Rotx::Rotx(CMesh* pCMeshArg, bool bDevArg) : pCMesh(pCMeshArg), bDev(bDevArg), p
         initNormal();
 }
 
-// ---- the table ----
-
 void Rotx::initDev()
 {
     dev_createEdges();
@@ -97,7 +95,8 @@ void Rotx::getSortedRCDCorners(RCD rcd, std::vector<RCD>& out)
     std::sort(out.begin() + numBefore, out.end());
 }
 
-/// The cells that can form a triangle with a and b: those that meet both in a common vertex.
+/// Appends the third cells for the edge (a, b). Triangles join cells around one lattice vertex, so some vertex has to
+/// touch all three.
 void Rotx::createThirdRCDs(RCD a, RCD b, std::vector<RCD>& out) const
 {
     std::vector<RCD> verticesA, verticesB, common;
@@ -122,7 +121,7 @@ void Rotx::createThirdRCDs(RCD a, RCD b, std::vector<RCD>& out) const
     }
 }
 
-/// Sorts third cells by the angle of their half plane at the edge, from that of the first one on, and enters them.
+/// Sorts third cells by the angles of their half planes at the edge, starting from the first cell's, and enters them.
 void Rotx::sortThirdRCDs(RCD a, RCD b, std::vector<RCD>& v)
 {
     const RCD r = v[0];
@@ -136,7 +135,7 @@ void Rotx::sortThirdRCDs(RCD a, RCD b, std::vector<RCD>& v)
         const Vector3 normal = getNormalVector(pointA, pointB, getMidPoint(v[i]), bOK);
         ZAV_ASSERT(bOK, "bOK");
         const double angle = getAngleDegree(reference, normal);
-        // On integers: a cell in the plane must not come to lie on its negative side by rounding.
+        // On integers: rounding must not put a cell that lies in the plane on its negative side, where 0 becomes 360.
         byAngle.emplace_back(getSide(a, b, r, v[i]) < 0 ? 360.0 - angle : angle, v[i]);
     }
     std::sort(byAngle.begin(), byAngle.end());
@@ -160,8 +159,6 @@ Point3 Rotx::getMidPoint(RCD rcd) const
 {
     return pCalc->getMidPoint(pCalc->rcd2ccd(rcd));
 }
-
-// ---- its use ----
 
 int Rotx::getIdx(RCD a, RCD b, RCD c) const
 {

@@ -2,6 +2,14 @@
 //
 // Cells lie on a lattice, so only few spatial situations exist: the third cells of an edge are sorted once by real
 // angles, for every pair of cells of a block of eight. At run time three cells are shifted to that block and looked up.
+//
+// For an edge from a to b and an eye at b that looks back at a, the order is counter-clockwise:
+//
+//           t1
+//           |
+//     t2 ---e--- t0        t0, t1, t2, t3: the third corners of the triangles around the edge
+//           |
+//           t3
 #pragma once
 
 #include "lattice/Calc.h"
@@ -30,18 +38,18 @@ public:
     /// \param bDev    build the table; without it every getIdx is a bug
     Rotx(CMesh* pCMesh, bool bDev);
 
-    /// Appends the code itself and the seven with +0 or +1 on each axis, sorted: the eight vertices of a cell.
+    /// Appends the eight vertices of a cell, sorted. The same codes as cells are the block of eight that starts there.
     static void getSortedRCDCorners(RCD rcd, std::vector<RCD>& out);
 
-    /// The rotation index of cell c around the directed edge from a to b, cells of the standard block, whose
-    /// coordinates are 1 or 2. Cells in one half plane at the edge share an index. \throws ZavBugException  where c
-    /// can't be joined with the edge by a triangle, and for coordinates above 7
+    /// The rotation index of cell c around the directed edge from a to b, two cells of the standard block, whose
+    /// coordinates are 1 or 2. Cells in one half plane at the edge share an index.
+    /// \throws ZavBugException  where c can't be joined with the edge by a triangle, and for coordinates above 7
     int getIdx(RCD a, RCD b, RCD c) const;
 
-    /// Puts the alive triangles of an edge in their order of rotation, seen along the direction in which the reference
-    /// triangle runs through the edge, which comes first. Reversing that direction reverses the order. Dead triangles
-    /// fall off. \return false when two of them lie in one half plane at the edge; equal ones stand in order of
-    /// creation
+    /// Puts the alive triangles of an edge in their order of rotation, from the reference triangle on. The winding of
+    /// this triangle gives the edge its direction: with the other winding the order is the reverse. Dead triangles
+    /// fall off.
+    /// \return false when two of them lie in one half plane at the edge; these stand in order of creation
     bool sortStar(CTriangle* pRefCT, CEdge* pEdge) const;
 
 private:

@@ -36,7 +36,7 @@ void Top::finalizeOneMelted(Voro* pVoro)
     constexpr size_t maxTiny = 8;
     unifyDiagonals();
     cbsComplete(pVoro);
-    cbsComplete(pVoro); // twice, deliberately: the cells of the first round open borders of their own
+    cbsComplete(pVoro); // once more: the cells of the first round open borders of their own
     std::vector<CEdge*> vBorders;
     getBordersKillDeg1nn(vBorders);
     for (CEdge* const e : vBorders)
@@ -84,7 +84,7 @@ void Top::solveRemainingPatchPairs()
 
 void Top::finish()
 {
-    // Deliberately more steps are counted than announced.
+    // One step is announced and four are counted: what subscribers hear depends on both numbers.
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_fin", 1);
     killTinyBorderPatches(100);
     progress->incProgressByOne();
@@ -187,7 +187,8 @@ void Top::killDegenerate()
     }
 }
 
-/// Gets rid of a degenerate triangle. \return whether a corner was moved for that
+/// Gets rid of a degenerate triangle.
+/// \return whether a corner was moved for that
 bool Top::killOrMove(CTriangle* t)
 {
     const int i = t->getLargestEdgeICI(pCMesh);
@@ -239,7 +240,7 @@ void Top::cbsComplete(Voro* pVoro)
 
 namespace
 {
-/// Appends the block of 2 x 2 x 2 cells that starts at c.
+/// Appends the eight lattice vertices of the cell c.
 void appendBlock(const Calc* pCalc, CCD c, std::vector<CCD>& out)
 {
     std::array<CCD, 8> block;
@@ -262,7 +263,13 @@ void appendRunsOf(std::ptrdiff_t n, std::vector<CCD>& codes, std::vector<CCD>& o
 }
 } // namespace
 
-/// The cells that the blocks of all three corners of a border triangle have in common.
+/// Appends the lattice vertices that all three cells of a border triangle touch. In two dimensions:
+///
+///     +---+---+
+///     | a | b |        o is the vertex of a, b and c. If its fourth cell were there, too,
+///     +---o---+        the surface could go on.
+///     | c |
+///     +---+
 void Top::collectBorderCells(const std::vector<CEdge*>& vBorders, std::vector<CCD>& vCells)
 {
     std::vector<CTriangle*> vT;
@@ -280,7 +287,7 @@ void Top::collectBorderCells(const std::vector<CEdge*>& vBorders, std::vector<CC
     }
 }
 
-/// The cells that the blocks of both ends of an edge have in common.
+/// Appends the lattice vertices that both ends of an edge touch.
 void Top::collectDeg4Cells(const std::vector<CEdge*>& vDeg4, std::vector<CCD>& vCells)
 {
     std::vector<CCD> vVCD16;
@@ -295,8 +302,9 @@ void Top::collectDeg4Cells(const std::vector<CEdge*>& vDeg4, std::vector<CCD>& v
 
 namespace
 {
-/// A bundle as the search for equal points sorts it. The bundles of the cloud lie in a pool, in order of creation;
-/// those that the mesh added lie on the heap, where addresses are accidental, and are told apart by a rank.
+/// A bundle as the search for equal points sorts it. The bundles of the cloud lie in a pool, and their addresses are
+/// their order of creation. Those that the mesh added lie on the heap, where addresses are accidental: a rank orders
+/// them.
 struct PlacedBundle
 {
     Point3 point;

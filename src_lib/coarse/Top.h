@@ -1,7 +1,7 @@
 // Repair of the coarse mesh's topology: from the raw triangles of the extraction to a mesh that can be refined.
 //
 // A thick, noisy shell of cells gives two sheets close together, squares that are split both ways, and loose flaps. One
-// sheet per place has to remain, with one diagonal per square and with neighbours that run alike.
+// sheet per place has to remain, with one diagonal per square and with neighbours that are wound alike.
 #pragma once
 
 #include "coarse/CMesh.h"
@@ -32,11 +32,12 @@ class Top
 public:
     CMesh* pCMesh; // not owned
     Calc* pCalc;   // not owned
-    Rotx rotx;     // the order of triangles around an edge, for those who need it: the repairs below don't
+    Rotx rotx;     // the order of triangles around an edge; the repairs below do without it
 
     Top(CMesh* pCMesh, Calc* pCalc);
 
-    /// The whole repair, in the order of its stages. \param pVoro  the extractor of this mesh
+    /// The whole repair, in the order of its stages.
+    /// \param pVoro  the extractor of this mesh; not owned
     void finalizeReconstructedMesh(Voro* pVoro);
 
     /// The repair of a mesh on the cells of triangles. Its cells lie on the surface as it was given, so that it takes
@@ -44,26 +45,45 @@ public:
     void finalizeOneMelted(Voro* pVoro);
 
     // Borders and single triangles.
-    /// Appends the border edges in key order. A triangle that hangs between non-manifold edges is killed instead.
+    /// Appends the border edges in key order. Where both other sides of the border triangle are non-manifold, the
+    /// triangle is no more than a strut between other sheets and is killed instead.
     void getBordersKillDeg1nn(std::vector<CEdge*>& out);
-    /// Kills the triangle of a border edge if it is isolated, or an ear on a non-manifold edge, whose apex goes into
-    /// the neighbours where it can.
+    /// Kills the triangle of a border edge if it has no neighbour at all, or if it is an ear with its foot on a fork:
+    ///
+    ///         v
+    ///        / \         (b, v) and (v, c) are borders, (b, c) has degree 3 or more. Where that is possible, the
+    ///       b---c        neighbours on (b, c) are split at v, so that the point isn't lost with the ear.
+    ///
     void integrateCCD(CEdge* e);
     /// Gets rid of degenerate triangles by a kill at the border, a split of neighbours or a move of a corner; warns
     /// where none of these is possible.
     void killDegenerate();
-    /// Finds the cells at borders and at edges of degree 4 that would let the extraction make a proper surface, and
-    /// lets the whole mesh be extracted again with them. All triangles, edges and patches of before become invalid.
+    /// A border or an edge of degree 4 can come from a cell that is missing. Lets the extractor fill the lattice
+    /// vertices there that are nearly full, and extract the whole mesh again. All triangles, edges and patches of
+    /// before become invalid.
     void cbsComplete(Voro* pVoro);
-    /// Moves points apart until no two bundles have the same coordinates. A move takes three numbers from rand().
+    /// Of bundles with the same coordinates all but the first move until they differ from each other. A move takes
+    /// three numbers from rand().
     void oneCoordTriplePerCCD();
 
     // Diagonals and edges of degree 3.
-    /// Where a square of four cells is split both ways, one diagonal stays.
+    /// Where a square of four cells is split both ways, one diagonal stays:
+    ///
+    ///     a---d        a---d
+    ///     |\ /|        |  /|        (a, b), the first in key order that has exactly two triangles,
+    ///     | X |   -->  | / |        goes with them; what is missing of the two on (c, d) is made
+    ///     |/ \|        |/  |
+    ///     c---b        c---b
+    ///
     void unifyDiagonals();
-    /// Removes the flaps at edges of degree 3 of which an end has exactly one border edge.
+    /// Removes loose flaps. Looking along an edge e of degree 3:
+    ///
+    ///     ----e----        the flap hangs down; an end of e has exactly one border edge, its free side
+    ///         |
+    ///
     void repairDeg3();
-    /// \param vT  the three triangles of e, in the order in which they are tried \return whether one was killed
+    /// \param vT  the three triangles of e, in the order in which they are tried
+    /// \return whether one was killed
     bool tryRepairEvilDeg3(CEdge* e, const std::vector<CTriangle*>& vT);
 
     // Patches.
@@ -71,19 +91,22 @@ public:
     /// \param bStrict  leave closed sheets alone that are tied to the rest on both sides
     /// \return whether it is worth going round again
     bool patchPairSolving(bool bStrict);
-    /// Sorts patches by their rims, which are set already, and tells pairs, patches without rim, and others apart; all
-    /// are appended.
+    /// Sorts patches by their rims, which are set already, and appends pairs with the same rim, patches without a rim,
+    /// and the rest.
     void getPatchPairs(std::vector<CPatch*>& vPatches, std::vector<std::pair<CPatch*, CPatch*>>& vPairs,
                        std::vector<CPatch*>& vClosed, std::vector<CPatch*>& vRest);
-    /// Kills the smaller of a pair unless the pair is too large to be noise. \return whether it killed
+    /// Kills the smaller of a pair, unless one has more than 20 triangles and both together more than a tenth of the
+    /// mesh's area: that is no noise.
+    /// \return whether it killed
     bool solveOnePatchPair(CPatch* p, CPatch* q, double meshArea);
     /// Splits closed double sheets, small ones first, and kills tiny bodies that stand alone.
     /// \return whether a split killed something; the bodies don't count
     bool simplifyClosedPatches(std::vector<CPatch*>& vClosed, bool bStrict);
     /// Kills regions of at most maxSize triangles around borders that are long for their size.
     void killTinyBorderPatches(size_t maxSize);
-    /// Patches of triangles that run alike. Orientation spreads over triangles without border and non-manifold edge
-    /// first. \param vPatches  must be empty; the patches belong to the caller
+    /// Finds patches and winds the triangles of each alike. The winding spreads first over triangles whose edges all
+    /// have degree 2: those at borders and forks are less to be trusted.
+    /// \param vPatches  must be empty; the patches belong to the caller
     void createPatchesOrient(std::vector<CTriangle*>& vT, std::vector<CPatch*>& vPatches);
 
 private:

@@ -57,7 +57,7 @@ void Top::unifyDiagonals()
         CEdge* const e2 = getCrossingDiagonal(e, pT0, pT1, c, d);
         if (e2 == nullptr)
             continue;
-        // Of two diagonals the one that comes first in key order loses.
+        // Of two diagonals with two triangles each the first in key order loses.
         const VCD vcd = pT0->vcd;
         pT0->kill(pCMesh);
         pT1->kill(pCMesh);
@@ -80,7 +80,7 @@ CEdge* Top::getCrossingDiagonal(const CEdge* e, const CTriangle* pT0, const CTri
     const bool bSamePlane = (b & mask) == (c & mask);
     if (!bSamePlane)
         return nullptr;
-    // A dead edge is no diagonal: it would pull a square back that has just lost it.
+    // A dead edge is no diagonal: a square that has just lost it would flip back.
     CEdge* const e2 = pCMesh->getEdge(c, d);
     return e2 == nullptr || e2->getDegree() == 0 ? nullptr : e2;
 }
@@ -146,14 +146,19 @@ bool Top::isEvilDeg3(const CEdge* e) const
 
 bool Top::tryRepairEvilDeg3(CEdge* e, const std::vector<CTriangle*>& vT)
 {
-    // A triangle with a free side is the flap itself.
+    // The surface goes on over both other sides of its triangles. One that ends or forks there is the flap.
     for (CTriangle* const t : vT)
         if (countEdges(t, e, 2) < 2)
         {
             t->kill(pCMesh);
             return true;
         }
-    // Otherwise the flap continues into an ear.
+    // Otherwise the flap has a second triangle, an ear with two border sides:
+    //
+    //     ----e----
+    //         |   t
+    //         +
+    //         |   pEarT
     for (CTriangle* const t : vT)
     {
         CTriangle* pEarT = nullptr;

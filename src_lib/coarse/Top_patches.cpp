@@ -69,7 +69,8 @@ void Top::getPatchPairs(std::vector<CPatch*>& vPatches, std::vector<std::pair<CP
                         std::vector<CPatch*>& vClosed, std::vector<CPatch*>& vRest)
 {
     sortMT(vPatches.begin(), vPatches.end(), Func_CPatchSort());
-    // The second patch of a pair deliberately gets its own turn: it can form a pair with a third one.
+    // The second patch of a pair gets a turn of its own, as a third one can have the same rim: which sheets die depends
+    // on it.
     for (size_t i = 0; i < vPatches.size(); ++i)
     {
         CPatch* const p = vPatches[i];
@@ -109,7 +110,7 @@ bool areBothSmall(const CPatch* p, const CPatch* q)
 }
 } // namespace
 
-/// The area of the mesh if a decision on the pairs needs it.
+/// The area of the mesh if a decision on the pairs needs it, else 0, which saves the sum.
 double Top::getAreaFor(const std::vector<std::pair<CPatch*, CPatch*>>& vPairs) const
 {
     const auto isSmall = [](const auto& pair) { return areBothSmall(pair.first, pair.second); };
@@ -204,7 +205,7 @@ void Top::killTinyBorderPatches(size_t maxSize)
         if (seed == nullptr || !getTinyRegion(seed, maxSize, vRegion))
             continue;
         const size_t b = component.size(), r = vRegion.size();
-        // Deliberately a division of integers: in effect b >= r.
+        // An integer division, so that this is b >= r: which pieces die depends on it.
         const bool bLongBorder = static_cast<float>(b / r) > 0.2f;
         if (bLongBorder || r <= 6 || (r <= 24 && b >= 2))
             for (CTriangle* const t : vRegion)

@@ -16,7 +16,8 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Blocks of vertices whose triangles are found, then entered and reported as progress, at once.
+/// So many blocks of vertices at a time: their triangles are found in parallel, entered on one thread, and progress is
+/// reported. It bounds the memory for triangles that are found and not yet entered.
 constexpr size_t blocksAtOnce = 20000;
 
 /// Values of one record of an ambiguous square: two triangles, the vertex, the configuration.
@@ -45,7 +46,11 @@ struct Voro::FoundTriangle
     int config;
 };
 
-/// Corners of a square with the diagonals (c0, c3) and (c1, c2).
+/// Corners of a square with the diagonals (c0, c3) and (c1, c2):
+///
+///     c1---c3
+///     |     |
+///     c0---c2
 struct Voro::Square
 {
     CCD c0, c1, c2, c3;
@@ -93,7 +98,7 @@ void Voro::fatExtractTriangles()
 /// Makes the triangles of all vertices but those of squares, which are appended as records.
 void Voro::walkVertices(std::vector<unsigned long long>& ambiguous)
 {
-    const std::uint64_t todo = 8 * vCCD.size(); // vertices, counted once per cell
+    const std::uint64_t todo = 8 * vCCD.size(); // vertices, each counted for every cell that touches it
     Progress* const walk = getThreadProgress()->getChildProgressSetTodo("VO_ftx", todo);
     ambiguous.reserve(2 * recordLength * vCCD.size()); // room for a flat sheet, seen from both sides
     std::vector<FoundTriangle> found;
@@ -187,7 +192,7 @@ void Voro::solveAmbiguousT(std::vector<unsigned long long>& list)
             createUnlessThere(e, s.c2, s.c1, s.c3, vertex, config);
             continue;
         }
-        CEdge* const e = pCMesh->getEdge(s.c3, s.c0); // null when neither diagonal exists: both are made
+        CEdge* const e = pCMesh->getEdge(s.c3, s.c0); // null where the mesh has neither diagonal
         createUnlessThere(e, s.c0, s.c1, s.c3, vertex, config);
         createUnlessThere(e, s.c0, s.c3, s.c2, vertex, config);
     }
@@ -204,7 +209,7 @@ CMesh* Voro::meshAgain(std::vector<VCD>& vVCD)
     fatExtractTriangles();
     for (const CCD c : vExtra)
         if (!pCMesh->hasBundle(c))
-            pCMesh->addBundle(c, DBL_MAX, DBL_MAX, DBL_MAX); // a new cell has no position yet
+            pCMesh->addBundle(c, DBL_MAX, DBL_MAX, DBL_MAX); // starts in the cell's middle
     pCMesh->integrateAdditionalBundles();
     pCMesh->averageBundles();
     return pCMesh;
@@ -249,7 +254,7 @@ void Voro::removeRemovable(std::vector<CCD>& vRemove, std::vector<CCD>& vExtra)
         for (const CCD c : vRemove)
             if (!decider.isDoomed(c) && decider.isRemovable(c))
             {
-                decider.registerDoomed(c); // the next tests see it
+                decider.registerDoomed(c); // the next tests count it as gone
                 bRemovedAny = true;
             }
     }

@@ -13,7 +13,8 @@ namespace MIRT_ZAV
 {
 
 /// Walks every lattice vertex that a cell touches, looks its pattern of cells up in the case table and makes the
-/// triangles between the cells. Squares that could be split either way wait until the rest of the mesh can decide.
+/// triangles between the cells. Where the pattern is a flat square of four cells, either diagonal would do: these wait
+/// until the rest of the mesh is there and can decide.
 class Voro
 {
 public:
@@ -32,7 +33,7 @@ public:
 
     /// Makes all triangles, in a new mesh or in the old one after a reset.
     void fatExtractTriangles();
-    /// Splits squares along the diagonal that the mesh has, or along (c0, c3).
+    /// Splits squares along a diagonal that is an edge of the mesh already, or along (c0, c3) where neither is.
     /// \param list  records of eight values: six corner codes of two triangles, the vertex, the configuration
     void solveAmbiguousT(std::vector<unsigned long long>& list);
     /// Completes nearly full vertices with new cells, removes cells that can go in exchange, and extracts again. All

@@ -7,20 +7,20 @@
 namespace MIRT_ZAV
 {
 
-/// Something that a bundle can carry along; it is deleted with the bundle's owner.
+/// Base of what a bundle can carry along. Whoever owns the bundle deletes it.
 struct BundleAttachment
 {
     virtual ~BundleAttachment() = default;
 };
 
-/// Plain data. pCalc->getCCD(pVtx) == ccd holds at creation; the point of an additional bundle can leave its cell
-/// later.
+/// Plain data. A bundle begins with its point in its cell. The points of bundles that the repair adds move afterwards
+/// and may leave it: what needs the cell takes ccd.
 struct Bundle
 {
-    Point3* pVtx;             // representative point, shared with the mesh, not owned
+    Point3* pVtx;             // representative point, shared with the coarse mesh, not owned
     CCD ccd;                  // the cell
     BundleAttachment* pOwned; // null unless something is carried along
-    Point3 startPoint;        // the point as the cell preparation gave it
+    Point3 startPoint;        // the point as it was when the bundle was made
 };
 
 struct Func_ltBundleCCD

@@ -21,11 +21,12 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Cells between the object and the end of the lattice, on each side. Neighbour arithmetic has no range tests.
+/// Cells between the object and the end of the lattice, on each side. Neighbour arithmetic has no range tests, and hole
+/// control grows beyond the object.
 constexpr double marginCells = 5000.0;
 
-/// At which levels of the octree consecutive points along the Z-order curve fall apart: the median of the levels
-/// above 1.
+/// At which level of the octree points fall apart that follow each other on the Z-order curve: the (upper) median. The
+/// two lowest levels don't count; there points nearly coincide.
 int getMedianLevel(const std::vector<CCD>& sortedCodes)
 {
     std::array<size_t, MAXLEVELS> numPerLevel{};
@@ -153,7 +154,7 @@ void Cloud::estimateRes2()
     sortMT(codes.begin(), codes.end());
     progress->incProgressByOne();
 
-    // Without a pair that differs above the two lowest levels the median is taken as 0.
+    // 0 where all points nearly coincide with their followers.
     const int medianLevel = getMedianLevel(codes);
     progress->incProgressByOne();
     progress->incProgressByOne();
@@ -166,7 +167,8 @@ void Cloud::estimateRes2()
 
     const double numOccupied = static_cast<double>(codes.size());
     const double s = static_cast<double>(1 << m) * calc.getSideLen();
-    // Occupied area over the number of points; the order of the operations decides the last bits.
+    // The area of the surface over the number of points, and the root of it. The lattice, and with it the bytes of
+    // every result, depends on these digits and on the order of the operations.
     detectedSpacing = std::sqrt((numOccupied * (s * s / 1.307025)) / static_cast<double>(numPoints) * 1.5396);
     usedSpacing = spacingFactor * detectedSpacing;
     progress->setDone(true);
@@ -237,11 +239,12 @@ void Cloud::preparePixelsAndFeatures(double featureAngle)
         Pixel pixel(vCorners, pCalc.get());
         pixel.pixelTriangles(vPixels, vFeatures, vBorders, featureAngle);
     }
-    vPoints.swap(vPixels); // only now: the corners were places in it
+    vPoints.swap(vPixels); // only now: the corners were pointers into it
     createBundlesOfPoints();
 }
 
-/// For every point the first one with the same coordinates, so that edges compare by address.
+/// For every point the first one with the same coordinates: triangles that share a corner then share its address, by
+/// which edges are compared.
 std::vector<Point3*> Cloud::getCanonicalCorners()
 {
     MIRT_TOOLS::OrderedIndex<Point3, Point3*, PointHash> mFirst;

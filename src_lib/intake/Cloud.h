@@ -18,9 +18,10 @@ namespace MIRT_ZAV
 class Cloud
 {
 public:
-    /// \param absSpacing     cell side in input units; not above 0 means that it is to be estimated
-    /// \param spacingFactor  cell side as a multiple of the estimated spacing
-    /// \param bPixelizer     whether the cloud is made of triangles instead of scan points
+    /// \param absSpacing        cell side in input units; not above 0 means that it is to be estimated
+    /// \param spacingFactor     cell side as a multiple of the estimated spacing
+    /// \param bPixelizer        whether the cloud is made of triangles instead of scan points
+    /// \param holeControlLimit  how many cells wide a new layer may grow from a rim; below 1, holes stay open
     Cloud(const std::string& name, double absSpacing, double spacingFactor, bool bPixelizer, int holeControlLimit);
     ~Cloud();
     Cloud(const Cloud&) = delete;
@@ -37,11 +38,12 @@ public:
     /// \param featureAngle  degrees; edges that fold more keep their cells
     void preparePixelsAndFeatures(double featureAngle);
 
-    /// Decides the used spacing; unless an absolute one is given, detects the average point spacing from the sorted
-    /// Morton codes of the points: the mean area per point of the coarse cells that the cloud occupies.
+    /// Decides the used spacing. Unless an absolute one is given, the spacing of the points is detected: points that
+    /// follow each other on the Z-order curve tell how coarse cells have to be to hold several points each, and the
+    /// number of such cells gives the area of the surface (box counting).
     void estimateRes2();
-    /// The lattice: the cloud's box with 5000 cells more on each side, in a cube of a power of two of cells. A spacing
-    /// that is not above 0, or so fine that 21 bits per axis don't do, is a bug.
+    /// The lattice: the cloud's box with 5000 cells more on each side, in a cube of a power of two of cells.
+    /// \throws ZavBugException  for a spacing that is not above 0, or so fine that 21 bits per axis don't do
     void createCalc();
     /// Runs the cell preparation and turns its result into bundles.
     void createBundlesNew(std::vector<Point3>& points);
@@ -82,7 +84,7 @@ public:
     MIRT_TOOLS::SimplePool<Point3> pointPool;
     double bounds[6];      // the box of the points: three minima, then three maxima; moved outwards with the lattice
     std::vector<CCD> vCCD; // cells that hole control added
-    std::vector<std::pair<CCD, CCD>> vFeatures; // of triangles; no stage reads them
+    std::vector<std::pair<CCD, CCD>> vFeatures; // for getFeatures
     std::vector<std::pair<CCD, CCD>> vBorders;
 };
 

@@ -1,4 +1,4 @@
-// Receives the input of a run and owns its clouds.
+// Takes the input of a run in, and keeps all that is made of it until the run is over.
 #pragma once
 
 #include "intake/Cloud.h"
@@ -9,7 +9,8 @@
 namespace MIRT_ZAV
 {
 
-/// One per public call, on its stack. In every public flow there is one cloud.
+/// Lives on the stack of a public call, which fills it with a single cloud. Meshes outlive it: what they need of the
+/// lattice and the points they have to copy.
 class CloudMgr
 {
 public:
@@ -33,8 +34,8 @@ public:
     bool bPixelizer = false;
 };
 
-/// Of a run of bundles of one cell the last one stays. Its colour becomes the sum of the run's colours, divided by 255
-/// times their number, if the first bundle has a colour and there are several: deliberately bytes of 0 or 1.
+/// Picks the bundle that stands for a cell: the last one. If there are several and the first has a colour, it gets
+/// their mean colour, divided by 255 once too often: bytes of 0 or 1, on which the bytes of results depend.
 Bundle* mergeBundlesOfCell(const std::pair<CCD, Bundle*>* first, const std::pair<CCD, Bundle*>* last);
 
 } // namespace MIRT_ZAV

@@ -23,13 +23,19 @@ public:
 
     static RCD getBaseOf(RCD r) { return r & ~innerMask; }
 
-    /// The place of a cell in its brick, 0 to 63. The bits of the coordinates take turns (x1 y1 z1 x0 y0 z0), so that
-    /// cells close to each other share lines of the cache.
+    /// The place of a cell in its brick, 0 to 63, in Morton order: the bits of the coordinates take turns (x1 y1 z1 x0
+    /// y0 z0), so that cells close to each other share lines of the cache. The layer of least x:
+    ///
+    ///     z     0   1   2   3
+    ///     y 0   0   1   8   9
+    ///       1   2   3  10  11
+    ///       2  16  17  24  25        the next layers: 4, 32 and 36 more
+    ///       3  18  19  26  27
     static constexpr RCD toInner(RCD r)
     {
         return (r >> 38 & 0x20) | (r >> 18 & 0x10) | (r << 2 & 8) | (r >> 40 & 4) | (r >> 20 & 2) | (r & 1);
     }
-    /// What leads from the base to the cell at a place.
+    /// The inverse: what has to be added to the base to get the cell at a place.
     static constexpr RCD fromInner(RCD inner)
     {
         const auto coordinate = [inner](int shift) { return (inner >> shift & 1) | (inner >> (shift + 2) & 2); };
@@ -60,7 +66,8 @@ private:
     };
     static constexpr RCD innerMask = 3 * (rcd::xUnit + rcd::yUnit + rcd::zUnit);
 
-    /// The place of a brick in the table, or the free one where it would stand.
+    /// The place of a brick in the table, or the free one where it would stand: Fibonacci hashing, then the next places
+    /// in a row.
     size_t findPlace(RCD base) const
     {
         size_t place = (base >> 2) * 0x9e3779b97f4a7c15u >> hashShift;

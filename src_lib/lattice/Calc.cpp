@@ -232,7 +232,7 @@ void Calc::completeArray27(CCD base, CCD* a) const
     const CCD zs[3] = {decSparse(z, ccd::zAx), z, incSparse(z, ccd::zAx)};
     for (int position = 0; position < 27; ++position)
         a[position] = xs[position % 3] | ys[position / 3 % 3] | zs[position / 9];
-    // Deliberately an assignment in the reported condition: code 0 is kept out of this function.
+    // Can't fail: on a base of 0, decSparse has ended in a bug. It is written like the condition that it would report.
     ZAV_ASSERT((a[13] = base) != 0, "array[13]=baseCCD");
 }
 

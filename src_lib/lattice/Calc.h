@@ -8,14 +8,21 @@
 
 // The code forms stand outside of the namespace, so that the function signatures in bug reports read plainly "CCD".
 
-/// A cell (i, j, k) in Morton order: bit n of i stands at bit 3n + 2, of j at 3n + 1, of k at 3n. Sorting sorts along
-/// the Z-order curve. At most 21 bits per axis, so bit 63 is never set.
+/// A cell (i, j, k) as its Morton code: the bits of the three coordinates take turns.
+///
+///     bit    63   62  61  60   ...   5   4   3    2   1   0
+///             0  i20 j20 k20        i1  j1  k1   i0  j0  k0
+///
+/// Sorted codes follow the Z-order curve, on which cells close in space are mostly close in the list. Every three bits
+/// dropped at the low end lead one level up the octree, to the cube of 2 x 2 x 2 that holds the cell.
 using CCD = unsigned long long;
-/// The same cell in row form: i << 42 | j << 21 | k. Sorting sorts by i, then j, then k; a step is one addition.
+/// The cell in row form: a field of 21 bits for each coordinate, that of i on top, that of k lowest. Sorted codes run
+/// through columns along z. To step along an axis, add or subtract its unit; at the ends of the lattice that would
+/// spoil the next field, which is why clouds keep far away from them.
 using RCD = unsigned long long;
-/// A lattice vertex, coded like a CCD: the minimum corner of the cell of equal value. Eight cells meet in it.
+/// A lattice vertex as a Morton code, that of the one cell whose minimum corner it is. Seven more cells meet in it.
 using VCD = unsigned long long;
-/// A lattice vertex in row form: the minimum corner of the RCD of equal value.
+/// The vertex in row form.
 using RCC = unsigned long long;
 
 namespace MIRT_ZAV
@@ -29,7 +36,7 @@ using u64 = unsigned long long;
 
 constexpr int MAXLEVELS = 21;
 
-/// Relation of two different cells: 1 + the number of axes on which they differ.
+/// How two neighbouring cells touch: 1 + the number of axes on which they differ.
 enum NeigTyp
 {
     NT_FACE = 2,
@@ -117,11 +124,11 @@ public:
     void getOrigin(double& x, double& y, double& z) const;
     int getNumLevels() const { return numLevels; }
 
-    // Point to cell. The index is truncate((p - origin) * scale): a point on a cell border belongs to the upper cell.
-    // No range test: outside of the lattice, and for coordinates that aren't numbers, the code is defined but
-    // meaningless.
+    // Point to cell. Cells are half open: a point on the wall between two of them lies in the one of greater
+    // coordinates. There is no range test: a point outside of the lattice, or with a coordinate that isn't a number,
+    // gets a code, too, but one that means nothing.
     CCD getCCD(const Point3* p) const { return interleave(indexX(p->x()), indexY(p->y()), indexZ(p->z())); }
-    /// The cell of the point moved by d along all three axes.
+    /// The same after a move by d, in input units, along each axis.
     CCD getCCDPlus(const Point3* p, double d) const
     {
         return interleave(indexX(p->x() + d), indexY(p->y() + d), indexZ(p->z() + d));
@@ -131,7 +138,8 @@ public:
     CCD rcd2ccd(RCD r) const;
     RCD ccd2rcd(CCD c) const;
     void extractIntCCD(CCD c, u64& i, u64& j, u64& k) const;
-    /// The cell's minimum corner, summed level by level with the lowest first: the order decides the last bits.
+    /// The cell's minimum corner: to the origin is added what each bit is worth, the lowest level first. The last bits
+    /// of coordinates, and with them the bytes of results, depend on this order.
     void extractDoubleCCD(CCD c, double& x, double& y, double& z) const;
     /// The same as a point without colour.
     Point3 getRefPoint(CCD c) const;
@@ -148,11 +156,14 @@ public:
     void getRefPoints(const std::vector<CCD>& codes, std::vector<Point3>& out) const;
     void getMidPoints(const std::vector<CCD>& codes, std::vector<Point3>& out) const;
 
-    /// Spreads the lowest L bits of a number on the bits of an axis; a selector of several bits writes several axes.
+    /// Puts the lowest L bits of a coordinate where a CCD holds its axis.
+    /// \param axTriBit  ccd::xAx, yAx or zAx; with several of them the coordinate goes to each of these axes
     u64 numberToSparse(u64 number, u64 axTriBit) const;
-    /// Bit n is set when any selected bit of level n is.
+    /// The way back: the coordinate of a CCD on an axis. Of several axes the coordinates are united bit by bit.
     u64 sparseToNumber(CCD c, u64 axTriBit) const;
-    /// +1 and -1 in the sparse field of one axis, of which all other bits are clear. Leaving the lattice is a bug.
+    /// One step up or down on one axis.
+    /// \param axisBits  a CCD in which the bits of the other axes are clear
+    /// \throws ZavBugException  at the end of the lattice
     CCD incSparse(CCD axisBits, CCD axTriBit) const;
     CCD decSparse(CCD axisBits, CCD axTriBit) const;
     /// One step of a full code along an axis, in place. Beyond the lattice: a message, c becomes -1, the result false.
@@ -164,31 +175,53 @@ public:
     /// Number of bits set in a byte.
     static int getNumSet8(int val);
 
-    /// a[0] holds a vertex; the other seven of the cube in the direction of growing coordinates are filled, in the
-    /// order (0,0,0) (1,0,0) (1,0,1) (0,0,1) (0,1,0) (1,1,0) (1,1,1) (0,1,1).
+    // Neighbourhoods in fixed orders, drawn as places in the array. Tables and bit patterns are indexed by them. Those
+    // of CCDs end in ZavBugException where they would leave the lattice.
+
+    /// From a vertex in a[0], the eight vertices of the cube above it; from a cell, the block of 2 x 2 x 2 above it.
+    ///
+    ///           y            y + 1
+    ///     z+1   3   2        7   6
+    ///     z     0   1        4   5
+    ///           x  x+1       x  x+1
     void completeArrayPlus(CCD* a) const;
-    /// a[5] holds a vertex; the eight cells that meet in it are completed, in the order (-1,-1,0) (0,-1,0) (0,-1,-1)
-    /// (-1,-1,-1) (-1,0,0) (0,0,0) (0,0,-1) (-1,0,-1): the bit order of a configuration of eight cells.
+    /// From a vertex in a[5], the eight cells that meet in it. A place is the bit of the cell in the patterns that the
+    /// case table knows.
+    ///
+    ///          y - 1          y
+    ///     z    0 | 1        4 | 5
+    ///         ---+---      ---v---      v: the vertex, the minimum corner of cell 5, in the middle of all eight
+    ///     z-1  3 | 2        7 | 6
+    ///         x-1  x       x-1  x
     void completeArraySym(CCD* a) const;
-    /// The 3 x 3 x 3 block: a[(dx+1) + 3 * (dy+1) + 9 * (dz+1)] = base + (dx,dy,dz). A base of 0 is a bug.
+    /// The block of 3 x 3 x 3 cells around a base, itself at 13. x runs fastest, z slowest.
+    ///
+    ///            z - 1           z             z + 1
+    ///     y+1   6  7  8      15 16 17      24 25 26
+    ///     y     3  4  5      12 13 14      21 22 23
+    ///     y-1   0  1  2       9 10 11      18 19 20
+    ///          x-1 x x+1     x-1 x x+1     x-1 x x+1
     void completeArray27(CCD base, CCD* a) const;
-    /// The 26 neighbours, dx outermost and dz innermost. Coordinates must be above 0; the upper end isn't tested.
+    /// The 26 neighbours in ascending order: x runs slowest, z fastest. A coordinate of 0 is a bug; the upper end of
+    /// the lattice isn't tested.
     static void completeArray26_RCD(RCD r, RCD* a);
-    /// As completeArray27 with the lower end tested as in completeArray26_RCD.
+    /// The block in the order of completeArray27, with the tests of completeArray26_RCD.
     static void completeArray27_RCD(RCD r, RCD* a);
 
     /// NeigTyp of two different codes; equal codes are a bug.
     static int getNeigType(CCD a, CCD b);
-    /// Two codes that differ on exactly two axes: the index (x 0, y 1, z 2) of the axis on which they agree; else -1.
+    /// For two codes in one lattice plane, but not in one row: the axis, x 0, y 1 or z 2, on which they agree; else -1.
+    /// Two such neighbours are the ends of a diagonal of a square, and the axis stands at right angles to it.
     static int getUniqueSameComponent(CCD a, CCD b);
-    /// The same over the union of the differences of three codes.
+    /// The same for three codes: the only axis on which all of them agree.
     static int getUniqueSameComponent(CCD a, CCD b, CCD c);
-    /// Two codes that differ on exactly one axis: its index; else -1.
+    /// For two different codes in one row: the axis of the row; else -1.
     static int getUniqueDifferentComponent(CCD a, CCD b);
     static int getUniqueDifferentComponent_RCD(RCD a, RCD b);
 
 private:
-    /// truncate() for every double: below the lattice 0; above it, and for what isn't a number, the largest index.
+    /// Rounds down, for every double: below the lattice 0; from 2^21 on, and for what isn't a number, the largest index
+    /// of 21 bits. The cast alone would be undefined there.
     static u64 toIndex(double cells)
     {
         return cells < 2097152.0 ? (cells > 0.0 ? static_cast<u64>(cells) : 0) : 0x1fffff;

@@ -8,8 +8,11 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Steps along one axis inside of a brick and out of it. The lower bit of the coordinate has weight w in the place of a
-/// cell, the upper one 8w.
+/// Steps of many cells at once along one axis, inside of a brick and out of it. In the place of a cell the lower bit of
+/// the coordinate has weight w, the upper one 8w, so that a step moves bits by a distance that depends on the layer:
+///
+///     layer        0 ----> 1 ----> 2 ----> 3 ----> 0 of the next brick
+///     place moves      w      7w       w     -9w
 struct Axis
 {
     RCD brickStep; // to the base of the next brick
@@ -28,7 +31,7 @@ struct Axis
         const u64 down = (cells & (layers[1] | layers[3])) >> w | (cells & layers[2]) >> 7 * w;
         return up | down;
     }
-    /// The cells of the next brick that touch cells of this one, and those of the brick before.
+    /// The cells of the next brick that touch the given ones of this brick, and those of the brick before.
     u64 stepUpwards(u64 cells) const { return (cells & layers[3]) >> 9 * w; }
     u64 stepDownwards(u64 cells) const { return (cells & layers[0]) << 9 * w; }
 };
@@ -41,7 +44,7 @@ u64 growInside(u64 cells)
     return cells | axes[0].stepInside(cells) | axes[1].stepInside(cells) | axes[2].stepInside(cells);
 }
 
-/// What hangs together with some cells inside of a brick.
+/// All of the cells of a brick to which a way of face steps leads from the start without leaving the brick.
 u64 flood(u64 start, u64 cells)
 {
     u64 reached = start;
@@ -114,7 +117,7 @@ void CellBits::remove(const std::vector<RCD>& cells)
     }
 }
 
-/// By brick, the cells that hang together in it in pieces of more than maxSize.
+/// By brick, the cells in pieces of more than maxSize, where only ways inside of the brick count.
 std::vector<u64> CellBits::getLargePieces(int maxSize) const
 {
     std::vector<u64> large(words.size(), 0);
@@ -176,7 +179,9 @@ std::vector<RCD> CellBits::getSorted() const
             ++i;
         return i;
     };
-    // Slabs of equal x, in them rows of equal y: every layer of cells runs through the whole slab or row.
+    // Bricks stand in the order of their bases, cells have to stand in that of their own coordinates. So every layer
+    // of x is taken through all bricks of a slab (equal base in x) before the next one, and in it every layer of y
+    // through all bricks of a row (equal base in y, too).
     for (size_t slab = 0; slab < sorted.size();)
     {
         const size_t slabEnd = findEnd(slab, rcd::xField);

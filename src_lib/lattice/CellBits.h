@@ -9,7 +9,8 @@
 namespace MIRT_ZAV
 {
 
-/// Coordinates of cells must be above 0 with what is grown.
+/// Cells that are grown, or whose components are looked for, must have coordinates above 0: a step down from 0 would
+/// borrow from the next field of the code and end in an unrelated brick.
 class CellBits
 {
 public:
@@ -22,11 +23,12 @@ public:
     /// \param cells  as for the constructor; those that aren't in the set don't matter
     void remove(const std::vector<RCD>& cells);
 
-    /// Removes components under face contact that have more than maxSize cells in one brick. Those of up to maxSize
-    /// cells stay, and a few greater ones that are scattered over bricks.
+    /// A cheap sieve: removes the components under face contact that have, inside of some brick, a piece of more than
+    /// maxSize cells. All components of up to maxSize cells stay, and so do a few greater ones that lie in small pieces
+    /// over several bricks.
     void removeLargeComponents(int maxSize);
 
-    /// In ascending order.
+    /// The cells in ascending order.
     std::vector<RCD> getSorted() const;
 
 private:

@@ -13,7 +13,7 @@ constexpr CellBricks::StepTable CellBricks::makeSteps()
     for (RCD cell = 0; cell < slotsPerBrick; ++cell)
         for (RCD position = 0; position < 27; ++position)
         {
-            // Moved by one brick, so that nothing falls below 0.
+            // The neighbour's coordinates, counted from the brick before, so that nothing falls below 0.
             const RCD x = cell % 4 + 3 + position % 3;
             const RCD y = cell / 4 % 4 + 3 + position / 3 % 3;
             const RCD z = cell / 16 + 3 + position / 9;

@@ -3,6 +3,10 @@
 // The lattice is cut into bricks of 4 x 4 x 4 cells, and every brick that holds a cell of the set is numbered. What is
 // known of cells stands in arrays by slot: brick after brick, 64 slots each. The slots of the neighbours follow from
 // the slot of a cell and the links between bricks, without a search.
+//
+//     slot        0 ... 63        64 ... 127      128 ... 191
+//                 missing bricks  brick 1         brick 2          ...
+//     links                       27 bricks each: itself and those around it, 0 for a missing one
 #pragma once
 
 #include "lattice/BrickTable.h"
@@ -15,8 +19,7 @@
 namespace MIRT_ZAV
 {
 
-/// Immutable; the set itself isn't kept. A neighbour's position is 9 * (dz + 1) + 3 * (dy + 1) + (dx + 1), as in
-/// RCDMatrix.
+/// Immutable; the set itself isn't kept. The position of a neighbour is its place in Calc::completeArray27.
 class CellBricks
 {
 public:
@@ -28,10 +31,10 @@ public:
     /// \param sorted  distinct cells in ascending order
     explicit CellBricks(const std::vector<RCD>& sorted);
 
-    /// The length of an array by slot. It has places also for cells that aren't in the set.
+    /// The length of an array by slot. Cells that only share a brick with the set have slots, too.
     size_t getNumSlots() const { return bricks.size() * slotsPerBrick; }
 
-    /// The slot of a cell; a slot of the missing bricks where no cell of the set shares the cell's brick.
+    /// The slot of a cell; one below 64 where no cell of the set shares its brick. All missing bricks share these.
     Slot find(RCD r) const
     {
         return static_cast<Slot>(bricks.find(BrickTable::getBaseOf(r)) * slotsPerBrick + BrickTable::toInner(r));
@@ -49,7 +52,8 @@ public:
         return static_cast<Slot>(links[slot / slotsPerBrick][step.brick] * slotsPerBrick + step.inner);
     }
 
-    // Functions that only fetch ahead look free of effects to compilers, which drop them unless they are inlined early.
+    // Functions that only fetch ahead look free of effects to compilers, which drop the calls unless they are inlined
+    // early.
 
     /// Fetches ahead what getCell and getNeig will read.
     [[gnu::always_inline]] void prefetch(Slot slot) const

@@ -1,7 +1,8 @@
 // Finds the members of a sorted list of cells.
 //
-// Cells of equal x and y within an aligned run of 64 in z share one word of bits. The word and the number of members
-// before the run give the place of each of them by counting bits.
+// The members among 64 neighbouring codes, an aligned run, share one word of bits. The word and the number of members
+// before the run give the place of each of them by counting bits. A run of row codes is a piece of a column along z,
+// one of Morton codes a cube of 4 x 4 x 4; both forms may be indexed.
 #pragma once
 
 #include "lattice/Calc.h"
@@ -35,7 +36,7 @@ public:
         }
     }
 
-    /// The place of a cell in the list.
+    /// The place of a cell in the list, or notFound.
     size_t find(RCD r) const
     {
         const Run& run = findRun(keyOf(r));
@@ -53,7 +54,7 @@ private:
         size_t numBefore = 0; // members before the run
     };
     static constexpr RCD noKey = ~RCD(0);
-    static constexpr size_t groupSize = 8; // runs of neighbouring y stand side by side
+    static constexpr size_t groupSize = 8; // runs of row codes with neighbouring y stand side by side
 
     static RCD keyOf(RCD r) { return r & ~RCD(63); }
     static u64 bitOf(RCD r) { return u64(1) << (r & 63); }

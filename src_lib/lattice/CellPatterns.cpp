@@ -8,7 +8,7 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// The bits of an axis (x 4, y 2, z 1) in the place within a block, at coordinates 0 to 3.
+/// One layer of a block, as the places of its cells: those of a coordinate, 0 to 3, along an axis (x 4, y 2, z 1).
 constexpr u64 cellsAt(u64 axis, u64 coordinate)
 {
     u64 bits = 0;
@@ -18,7 +18,11 @@ constexpr u64 cellsAt(u64 axis, u64 coordinate)
     return bits;
 }
 
-/// Moves a block by one cell up an axis; what comes in at its lower end is taken from the block below.
+/// Moves a block by one cell up an axis; what comes in at its lower end is taken from the block below. The place of a
+/// cell holds the two bits of a coordinate with weights axis and 8 * axis, which gives the distances of the moves:
+///
+///     layer                3 of the block below ----> 0 ----> 1 ----> 2 ----> 3
+///     place moves by axis times                   -9      1       7       1
 template <u64 axis>
 u64 moveUp(u64 block, u64 below)
 {
@@ -26,10 +30,11 @@ u64 moveUp(u64 block, u64 below)
     return (block << axis & oddCells) | (block << 7 * axis & cellsAt(axis, 2)) | (below >> 9 * axis & cellsAt(axis, 0));
 }
 
-/// The bits of an axis in the codes of blocks.
+/// The bits of each axis in the codes of blocks, which have none below bit 6.
 constexpr std::array<u64, 3> blockMasks = {ccd::xMask & ~u64(63), ccd::yMask & ~u64(63), ccd::zMask & ~u64(63)};
 
-/// The next block down an axis. Below the lattice it is one at the upper end, whose last layer is always empty.
+/// The next block down an axis. Below the lattice it wraps round to one at the upper end of the codes; only its last
+/// layer is asked for, and the constructor makes sure that no cell stands there.
 VCD blockBelow(VCD block, size_t axis)
 {
     return (block & ~blockMasks[axis]) | (((block & blockMasks[axis]) - 1) & blockMasks[axis]);
@@ -40,7 +45,8 @@ VCD blockAbove(VCD block, size_t axis)
     return (block & ~blockMasks[axis]) | (((block | ~blockMasks[axis]) + 1) & blockMasks[axis]);
 }
 
-/// Appends the blocks of vertices that the cells of a block touch.
+/// Appends the blocks of vertices that the cells of a block touch: its own, and those above it where cells stand in its
+/// last layers.
 void appendTouched(VCD block, u64 cells, std::vector<VCD>& out)
 {
     constexpr std::array<u64, 3> lastCells = {cellsAt(ccd::xAx, 3), cellsAt(ccd::yAx, 3), cellsAt(ccd::zAx, 3)};
@@ -65,7 +71,7 @@ CellPatterns::CellPatterns(const Calc& calc, const std::vector<CCD>& sorted) : c
     const CCD top = calc.numberToSparse(calc.numCells - 1, ccd::xAx | ccd::yAx | ccd::zAx);
     for (const CCD c : sorted)
     {
-        // A vertex is greatest where its coordinates are: the upper corner of some cell.
+        // The greatest of the eight corners of a cell is the one up along all axes.
         const CCD up = ((c | ~ccd::xMask) + 1) & ccd::xMask;
         const CCD vertex = up | (((c | ~ccd::yMask) + 1) & ccd::yMask) | (((c | ~ccd::zMask) + 1) & ccd::zMask);
         lastVertex = std::max(lastVertex, vertex);
@@ -89,7 +95,8 @@ CellPatterns::Words CellPatterns::getWords(VCD block) const
         same = cells.getRun(at);
         lower = moveUp<ccd::zAx>(same, cells.getRun(blockBelow(at, 2)));
     };
-    // Indexed by whether the cell has the vertex's z, y and x: bits 0, 1 and 2.
+    // The words stand by which coordinates a cell shares with the vertex: z is bit 0, y bit 1, x bit 2. Where a bit is
+    // 0, the cell lies one below.
     const auto alongYZ = [&alongZ](VCD at, u64* out)
     {
         u64 belowSame = 0, belowLower = 0;
@@ -107,7 +114,8 @@ CellPatterns::Words CellPatterns::getWords(VCD block) const
     return {all[1], all[5], all[4], all[0], all[3], all[7], all[6], all[2]}; // in the order of the pattern
 }
 
-/// The vertices with 3 to 7 cells, by counting in all 64 places at once.
+/// The vertices with 3 to 7 cells, by a bit-sliced counter: the eight words are added in all 64 places at once, and
+/// ones, twos, fours and eights hold the binary digits of the 64 sums.
 u64 CellPatterns::getPartlyFilled(const Words& words)
 {
     u64 ones = 0, twos = 0, fours = 0, eights = 0;

@@ -1,7 +1,12 @@
 // The patterns of cells around lattice vertices, found for 64 vertices at a time.
 //
-// Blocks of 4 x 4 x 4 cells are runs of 64 neighbouring codes, so that a word of bits tells which cells of a block are
-// there. Words that are shifted by one cell along the axes hold the eight cells around each of 64 vertices.
+// The cells of a block of 4 x 4 x 4 have 64 codes in a row, so that a word of bits tells which of them are there. Moved
+// up by one cell, the word tells at each bit whether the cell before is there. Eight words, moved up along none, some
+// or all of the axes, hold the eight cells around each of the block's 64 vertices, the minimum corners of its cells.
+//
+//     cells             . # # .        along one axis; # is there
+//     cells, moved up   ? . # #        ? comes from the block before
+//     vertex              |            this one has a cell above it, and none below
 #pragma once
 
 #include "lattice/Calc.h"
@@ -22,7 +27,7 @@ public:
     /// \param sorted  distinct cells in ascending order; one at the upper end of the lattice is a bug
     CellPatterns(const Calc& calc, const std::vector<CCD>& sorted);
 
-    /// Blocks of 64 vertices, those that no cell touches left out.
+    /// The number of blocks of 64 vertices with at least one that a cell touches.
     size_t getNumBlocks() const { return vBlocks.size(); }
     /// Calls f(vertex, pattern) for the vertices of a block that have from 3 to 7 cells, in ascending order.
     template <class F>
@@ -37,7 +42,7 @@ public:
     }
 
     int getPattern(VCD vertex) const { return getPattern(getWords(vertex & ~u64(63)), static_cast<int>(vertex & 63)); }
-    /// The greatest vertex that a cell touches, or 0.
+    /// The greatest vertex that a cell touches; 0 without cells.
     VCD getLastVertex() const { return lastVertex; }
 
 private:

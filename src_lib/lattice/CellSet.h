@@ -14,7 +14,7 @@ namespace MIRT_ZAV
 class CellSet
 {
 public:
-    /// Whether the cell is new.
+    /// \return whether the cell is new
     bool insert(RCD r)
     {
         if (const RCD base = BrickTable::getBaseOf(r); base != lastBase)

@@ -14,7 +14,7 @@ namespace
 {
 /// The cells one face step from a layer, without those of the layer itself and of the one before. Shifted by a
 /// constant, a sorted list stays sorted: the six shifted copies are merged in one pass. A step below code 0 is left
-/// out, since it would wrap round to the largest codes.
+/// out, since it would wrap round to the largest codes and the copy would be sorted no more.
 std::vector<RCD> getNextLayer(const std::vector<RCD>& layer, const std::vector<RCD>& previous)
 {
     constexpr std::array<RCD, 3> units = {rcd::xUnit, rcd::yUnit, rcd::zUnit};
@@ -58,7 +58,7 @@ std::vector<RCD> getNextLayer(const std::vector<RCD>& layer, const std::vector<R
     }
 }
 
-/// Sets of connected indices, with the smallest index of a set as its name.
+/// Disjoint sets of indices (union-find with path halving). A set is known by its smallest index.
 class UnionFind
 {
 public:
@@ -85,7 +85,7 @@ private:
     std::vector<std::uint32_t> parent;
 };
 
-/// A run of codes behind a cell, from cell + first to cell + last, that counts as touching it.
+/// Codes that touch a cell: a run above its own code, from cell + first to cell + last.
 struct TouchingRun
 {
     RCD first;
@@ -142,7 +142,8 @@ void inflateRCD(std::vector<RCD>& cells, int numSteps, bool bKeepInput, std::vec
     sortMT(layer.begin(), layer.end());
     if (bKeepInput)
         out.insert(out.end(), layer.begin(), layer.end());
-    // A later shell can reach only the two preceding ones.
+    // From the outermost shell, a face step can't lead further in than to the shell before it: these two are all that
+    // has to be kept.
     std::vector<RCD> previous;
     for (int s = 0; s < numSteps; ++s)
     {
@@ -155,7 +156,12 @@ void inflateRCD(std::vector<RCD>& cells, int numSteps, bool bKeepInput, std::vec
 
 void createCC_RCD(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& components)
 {
-    // The 13 neighbours that sort behind a cell: four whole columns of three, and the cell above.
+    // The 13 neighbours that sort behind a cell r: four columns of three cells along z, and the next cell in its own.
+    //
+    //            y-1   y   y+1
+    //     x+1     C    C    C       C: column
+    //     x       .    r    C
+    //     x-1     .    .    .
     const auto column = [](RCD offset) { return TouchingRun{offset - rcd::zUnit, offset + rcd::zUnit}; };
     createComponents(cells,
                      {column(rcd::xUnit + rcd::yUnit),
@@ -189,7 +195,7 @@ void getNeigs26(std::vector<RCD>& sortedSet, RCD r, std::vector<RCD>& out)
 
 namespace
 {
-/// Whether the coordinates of two cells differ by at most 1 on every axis.
+/// Whether two cells share at least a corner.
 bool touch(RCD a, RCD b)
 {
     const auto near = [](u64 i, u64 j) { return i <= j + 1 && j <= i + 1; };
@@ -205,7 +211,7 @@ std::vector<RCD>::const_iterator findLone(const std::vector<RCD>& cells)
         { return std::none_of(cells.begin(), cells.end(), [s](RCD other) { return other != s && touch(s, other); }); });
 }
 
-/// Whether a way through the set leads from one cell to a neighbour of it other than the direct step.
+/// Whether a way through the set, other than the direct step, leads from a cell to a given neighbour of it.
 bool leadsRound(std::vector<RCD>& sortedCells, RCD from, RCD to)
 {
     std::vector<bool> visited(sortedCells.size(), false);

@@ -9,10 +9,10 @@
 namespace MIRT_ZAV
 {
 
-/// Grows a set of cells by shells of face neighbours.
+/// Grows a set shell by shell: each shell holds what is one face step further away, under the Manhattan distance.
 /// \param cells       row codes in any order, none with a coordinate of 0; not changed
 /// \param numSteps    number of shells; -1 gives nothing, 0 only the input
-/// \param bKeepInput  whether the input itself stands first in the result
+/// \param bKeepInput  whether the input, sorted, stands in front of the shells
 /// \param out         the shells are appended by growing distance, each one sorted; not sorted as a whole
 void inflateRCD(std::vector<RCD>& cells, int numSteps, bool bKeepInput, std::vector<RCD>& out);
 
@@ -27,15 +27,23 @@ void createCC_RCD_6Neig(std::vector<RCD>& cells, std::vector<std::vector<RCD>>& 
 /// Appends the members of a sorted set among the 26 neighbours of a cell, in the order of Calc::completeArray26_RCD.
 void getNeigs26(std::vector<RCD>& sortedSet, RCD r, std::vector<RCD>& out);
 
-/// Whether a cycle leads through a cell of a sorted set. Only the first cell from index start on that has a neighbour
-/// which touches none of its other neighbours is examined, deliberately also where that is the end of a tail: the
-/// answer is whether another way than the direct one leads from that lone neighbour back to the cell.
+/// Whether thin cells close into a ring. The one place that is looked at is the first cell c, from index start on, with
+/// a lone neighbour l, one that touches none of the other neighbours of c: is there a way through the set from l back
+/// to c, other than the direct step? Neighbours that touch each other would give such a way at every bend.
+///
+///     o c l o        c l o o o
+///     o     o            o   o
+///     o o o o            o o o
+///       ring         no ring: c is the end of a tail
+///
+/// A ring with a tail counts as one only if c lies on the ring; which rims hole control cuts depends on it.
+/// \param sortedCells  row codes in ascending order
 bool isRing(std::vector<RCD>& sortedCells, int start);
 
 /// Appends every cell's eight vertices paired with the cell, then sorts all of out.
 void getRCC2RCD(std::vector<RCD>& cells, std::vector<std::pair<RCC, RCD>>& out);
 
-/// The six face neighbours in the order z-1, z+1, y-1, y+1, x-1, x+1.
+/// The six face neighbours: along z, y and x, each time the lower one first.
 inline void getFaceNeigs(RCD r, RCD* out)
 {
     out[0] = r - rcd::zUnit;

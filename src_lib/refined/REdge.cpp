@@ -11,7 +11,8 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Whether three points lie, seen from the first, in one direction or in opposite ones.
+/// Whether p and q lie on one line with the corner, to within 0.01 degrees: a triangle of the three has next to no
+/// area.
 bool isFlatAt(const Point3* corner, const Point3* p, const Point3* q)
 {
     const Vector3 u = *p - *corner;
@@ -107,7 +108,13 @@ REdge* REdge::tryFlipEdge(RMesh* pMesh, RTriangle* pT0, RTriangle* pT1)
 
     Point3* const pNext = pT0->getCorner((i + 1) % 3);
     ZAV_ASSERT(has(pNext), "false");
-    // The rim edges, by the end of this one that they share and the corner at their other end.
+    // The rim edges: the first digit is the end of this edge where they start, the second the corner where they end.
+    //
+    //            c0                             c0
+    //    pRE00 / T0 \ pRE10             pRE00 / | \ pRE10
+    //      pVtx0 --- pVtx1      ->        pVtx0 | pVtx1
+    //    pRE01 \ T1 / pRE11             pRE01 \ | / pRE11
+    //            c1                             c1
     REdge* const pRE00 = pT0->getRE(pT0->getICI(pVtx1));
     REdge* const pRE10 = pT0->getRE(pT0->getICI(pVtx0));
     REdge* const pRE01 = pT1->getRE(pT1->getICI(pVtx1));

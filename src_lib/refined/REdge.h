@@ -12,9 +12,9 @@ namespace MIRT_ZAV
 
 class RMesh;
 
-/// Joins two vertices and knows its triangles. It has no state of its own: its degree, the number of alive triangles,
-/// says whether it is dead (0), a border (1), regular (2) or non-manifold (3 and more). Lives in the pool of its RMesh
-/// and is never removed; a dead edge comes alive again with the next triangle on it.
+/// Joins two vertices and knows its triangles. How many of these are alive, its degree, is all the state it has: none
+/// makes it dead, one a border, two regular, more non-manifold. Lives in the pool of its RMesh and is never removed; a
+/// dead edge comes alive again with the next triangle on it.
 class REdge
 {
 public:
@@ -22,7 +22,7 @@ public:
 
     Point3* pVtx0; ///< the end at the lower address
     Point3* pVtx1;
-    TriangleList vRT; ///< the triangles in order of arrival, up to checkOut; a dead one stays only transiently
+    TriangleList vRT; ///< the triangles in order of arrival, until checkOut moves the last one forward
 
     /// p0_ must be the lower address.
     REdge(Point3* p0_, Point3* p1_);
@@ -52,22 +52,26 @@ public:
     }
     /// Appends the alive triangles.
     void getAliveTriangles(std::vector<RTriangle*>& out) const;
-    /// The first two alive triangles, null where there is none. The result is whether there are exactly two or, without
-    /// bExact, two or more.
+    /// Sets t0 and t1 to the first two alive triangles, null where there is none.
+    /// \return whether there are exactly two or, without bExact, two or more
     bool getTwoTriangles(RTriangle*& t0, RTriangle*& t1, bool bExact) const;
-    /// The one alive triangle that isn't pRT; null when there is none or more than one.
+    /// The neighbour of pRT across this edge: the only other triangle that is alive. Null at a border, and where there
+    /// are several.
     RTriangle* getUniqueOtherTriangle(const RTriangle* pRT) const;
 
     /// Replaces the two triangles by those on the other diagonal, in the winding of the first one. This edge stays
     /// behind dead.
     /// \param pT0, pT1  the triangles; both null: they are looked up
-    /// \return the new edge, or null, and nothing changed, when there aren't exactly two alive triangles, their opposite
-    ///         corners have an edge already, or a new triangle would have no area at the first of these corners
+    /// \return the new edge, or null, and nothing changed, when there aren't exactly two alive triangles, their
+    ///         opposite corners have an edge already, or a new triangle would be flat at the first of these corners.
+    ///         Needles that are sharp elsewhere pass: the bytes of every result depend on it
+    /// \throws ZavBugException  when only one triangle is given, or both have the same opposite corner
     REdge* tryFlipEdge(RMesh* pMesh, RTriangle* pT0, RTriangle* pT1);
 
     /// Adds a triangle that has this edge.
     void checkIn(RTriangle* pRT) { vRT.push_back(pRT); }
-    /// Removes a triangle; the last one of the list takes its place. A bug when it isn't there.
+    /// Removes a triangle; the last one of the list takes its place, and later passes depend on that order. A bug when
+    /// it isn't there.
     void checkOut(RTriangle* pRT);
 };
 

@@ -17,7 +17,7 @@ namespace
 {
 constexpr double cosWide = -0.6427861415753421;     // of about 130 degrees
 constexpr double cosVeryWide = -0.9396918140444841; // of about 160 degrees
-constexpr double sharpestFold = 1.984807753;        // bending at about 170 degrees
+constexpr double sharpestFold = 1.984807753;        // bending where the normals are about 170 degrees apart
 
 double clampCos(double x)
 {
@@ -50,7 +50,8 @@ double getDistance(const Point3* p, const Point3* q)
     return (*q - *p).length();
 }
 
-/// What a flip gains by taking an edge across a border of colours into one along it. There is no reverse term.
+/// What a flip gains by taking an edge across a border of colours into one along it. The contrast has to fall by more
+/// than 4.6, twice what an eye can just tell apart, so that noise turns no edges. A flip the other way pays nothing.
 double getColorBonus(const Point3* a, const Point3* b, const Point3* opp0, const Point3* opp1)
 {
     if (!a->hasColor() || !b->hasColor() || !opp0->hasColor() || !opp1->hasColor())
@@ -62,8 +63,14 @@ double getColorBonus(const Point3* a, const Point3* b, const Point3* opp0, const
 }
 } // namespace
 
-/// The two triangles on an edge. After the flip they are (opposite corner 0, a, opposite corner 1) and (opposite corner
-/// 0, opposite corner 1, b).
+/// The two triangles on an edge, and what the flip makes of them. The windings are the order of the letters: t0 is
+/// (opp0, a, b), the new ones are (opp0, a, opp1) and (opp0, opp1, b).
+///
+///              opp0                          opp0
+///        r02 /  t0  \ r01              r02 /  |  \ r01
+///           a ------ b         ->         a   |   b
+///        r11 \  t1  / r12              r11 \  |  / r12
+///              opp1                          opp1
 struct REdgeEnergy::Quad
 {
     RTriangle* t0;
@@ -72,9 +79,9 @@ struct REdgeEnergy::Quad
     int i1;
     Point3* pOppCorner0;
     Point3* pOppCorner1;
-    const Point3* a; ///< t0's corner after i0 in the winding
-    const Point3* b; ///< t0's corner before i0
-    Vector3 vec0;    ///< normals of t0 and t1
+    const Point3* a; ///< ends of the edge, in the order in which t0 comes to them from its opposite corner
+    const Point3* b;
+    Vector3 vec0; ///< normals of t0 and t1
     Vector3 vec1;
     Vector3 altVec0; ///< normals of the triangles after the flip, at a and at b
     Vector3 altVec1;
@@ -86,7 +93,7 @@ struct REdgeEnergy::Quad
     {
     }
 
-    /// The directions of the sides of the triangles after the flip; they serve their angles and their normals.
+    /// The directions of the new triangles' sides; their angles and their normals both need them.
     Vector3 toA, toB, toOpp1; ///< from opposite corner 0
     Vector3 aToOpp1;
     Vector3 opp1ToB;
@@ -120,15 +127,18 @@ struct REdgeEnergy::Quad
     }
 };
 
-/// The energies of one of the four rim edges before and after the flip; 0 where the edge is a border or not manifold.
+/// The energies of one of the four rim edges before and after the flip; 0 where the edge is a border or not manifold,
+/// as it then has no single neighbour to bend against.
 struct REdgeEnergy::RimTerm
 {
     double cur = 0.0;
     double alt = 0.0;
 
-    /// \param iRim  the rim edge, by its index in the triangle
-    /// \param text  the condition that a bug report names
-    /// \param exclamation  if given, stands with the normals before the report
+    /// \param iRim         the rim edge, by its index in the triangle
+    /// \param curNormal    of the triangle inside of the rim edge before the flip
+    /// \param altNormal    of the one that will lie there
+    /// \param text         the condition that a bug report names
+    /// \param exclamation  if given, is printed with the normals before the report
     RimTerm(RTriangle* pRT, int iRim, const Vector3& curNormal, const Vector3& altNormal, const char* text,
             const char* exclamation = nullptr)
     {
@@ -193,7 +203,8 @@ bool REdgeEnergy::computeAs(bool bMayChange)
     return true;
 }
 
-/// The gain of a flip whose new edge isn't there yet, or impossible.
+/// The gain of a flip whose new edge isn't there yet, or impossible. A wide angle is paid eleven times where the flip
+/// gains next to nothing.
 double REdgeEnergy::getGain(Quad& quad) const
 {
     quad.getAltDirections();
@@ -215,7 +226,8 @@ double REdgeEnergy::getGain(Quad& quad) const
 }
 
 /// Moves the opposite corners, which coincide, towards their neighbours or, where that doesn't help, the first one off
-/// the surface.
+/// the surface. mVtx lists only one of the two. If the first one moves it takes that listing along, so that a move of
+/// the second one ends in a bug; callers take that for an impossible flip, and by then the two are apart.
 void REdgeEnergy::separateCorners(Quad& quad)
 {
     pRMesh->laplacianForOne(quad.pOppCorner0);
@@ -224,7 +236,8 @@ void REdgeEnergy::separateCorners(Quad& quad)
     const Point3 px = *quad.pOppCorner1;
     if (p0 == px)
     {
-        // Deliberately not by updateVertex: mVtx keeps the old place, where the other corner still is.
+        // Not by updateVertex, which would unlist the old place, where the other corner still is. The price: this one
+        // isn't listed at its new place, so that a later updateVertex of it ends in a bug.
         const double shift = 0.1 * pRMesh->getSideLen();
         bool ok = false;
         const Vector3 n = quad.t0->getNNV(ok);
@@ -239,7 +252,8 @@ double REdgeEnergy::getMinCosPhi(const Point3* p0, const Point3* p1, const Point
     return getMinCos(normalize(*p1 - *p0), normalize(*p2 - *p0), normalize(*p2 - *p1));
 }
 
-/// What a flip pays that makes the largest angle wide and wider than it was. False when a new triangle has no angles.
+/// What a flip pays that makes the largest angle wide and wider than it was; the energy alone doesn't mind slivers.
+/// False when a new triangle has no angles.
 bool REdgeEnergy::getAnglePenalty(const Quad& q, double& penalty) const
 {
     const double newCos = std::min(getMinCos(q.toOpp1, q.toB, q.opp1ToB), getMinCos(q.toA, q.toOpp1, q.aToOpp1));
@@ -256,7 +270,7 @@ bool REdgeEnergy::getAnglePenalty(const Quad& q, double& penalty) const
     return true;
 }
 
-/// The energy of the five edges before the flip minus the one after it.
+/// How far the energy of the five edges falls. The rims are named as in the sketch of Quad.
 double REdgeEnergy::getEnergyDrop(const Quad& q, double curDih, double altDih) const
 {
     const auto after = [](int i) { return (i + 1) % 3; };

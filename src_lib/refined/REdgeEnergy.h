@@ -1,7 +1,9 @@
 // How much a mesh gains when an edge is replaced by the other diagonal of its two triangles.
 //
-// The energy of an edge is its bending, 1 minus the cosine between the normals at its sides, times its length, to the
-// power 0.335. The gain is the energy of the five edges of the quadrilateral before the flip minus the one after it.
+// An edge costs (bending * length)^0.335. Its bending is 1 minus the cosine between the normals of its two triangles: 0
+// for a flat edge, 2 for a fold. With an exponent below 1 one sharp edge is cheaper than several blunt ones, so that
+// edges gather along the features of the surface. A flip changes the cost of five edges, the diagonal and the four rims
+// of the quadrilateral around it; the gain is what they cost now less what they cost then.
 #pragma once
 
 #include "zav/Point3.h"
@@ -16,6 +18,7 @@ class REdge;
 class RMesh;
 class RTriangle;
 
+/// Evaluates one edge. Doesn't own what it points to.
 class REdgeEnergy
 {
 public:
@@ -23,18 +26,20 @@ public:
 
     RMesh* pRMesh;
     REdge* pRE;    ///< the edge that may be flipped
-    double result; ///< the gain, above 0 if the flip improves the mesh
+    double result; ///< the gain: above 0 if the flip improves the mesh; impossible until it is computed
 
     REdgeEnergy(RMesh* pRMesh, REdge* pRE);
 
     /// Fills the result. Flips the second triangle where the two disagree in winding, and moves opposite corners that
-    /// coincide apart; the latter can end in ZavBugException where other vertices coincide, too.
+    /// coincide apart.
+    /// \throws ZavBugException  where coincident vertices are in the way: opposite corners that would both have to
+    ///                          move, or the ends of the edge at one place
     void compute();
-    /// The same, but only if that leaves the mesh as it is; false otherwise. With all normals cached, threads may call
-    /// it at once.
+    /// The same, but only if that leaves the mesh as it is; false, and the result impossible, otherwise. With all
+    /// normals cached, threads may call it at once.
     bool computeUnchanged();
 
-    /// Cosine of the largest angle of a triangle; impossible when a side has no direction.
+    /// Cosine of the largest angle of a triangle, -1 to 0.5; impossible when a side has no direction.
     double getMinCosPhi(const Point3* p0, const Point3* p1, const Point3* p2) const;
 
 private:

@@ -16,7 +16,7 @@ namespace MIRT_ZAV
 {
 namespace
 {
-// Pools start small, as most meshes of a run may be small, and double up to blocks of 100,000,000 bytes.
+// Pools start tiny, as a program may hold many small meshes, and double up to blocks of 100,000,000 bytes.
 constexpr int numFirstBlock = 3;
 constexpr int maxVtxPerBlock = 3125000;
 constexpr int maxRTPerBlock = 1136363;
@@ -24,7 +24,7 @@ constexpr int maxREPerBlock = 2500000;
 
 using CodedVertex = std::pair<CCD, Point3*>;
 
-/// Finds vertices by their cell codes. Neighbouring triangles have neighbouring codes, so that a search starts at the
+/// Finds vertices by their cell codes. Neighbouring triangles have neighbouring codes: a galloping search starts at the
 /// last result and doubles its step outwards before it bisects.
 class VertexFinder
 {
@@ -98,13 +98,14 @@ RMesh::RMesh(CMesh* pCMesh) : RMesh(pCMesh->getSideLen())
         for (const CodedVertex& vertex : vCCDVertex)
             listVertex(vertex.second);
     };
-    // Vertices, the triangles of vertices, and edges are listed each in containers of their own.
+    // Neither task of a pair touches what the other one fills: triangles beside mVtx, then edges beside mmVtxT.
     runBothMT(makeTriangles, listVertices);
     runBothMT([this] { std::for_each(vRT.begin(), vRT.end(), [this](RTriangle* pRT) { attachEdges(pRT); }); },
               [this] { std::for_each(vRT.begin(), vRT.end(), [this](RTriangle* pRT) { listAtCorners(pRT); }); });
 }
 
-/// Makes the vertices in the order of codes, which is the order of the result. They aren't listed by coordinates yet.
+/// Makes the vertices in the order of codes, which thereby becomes their order in the result. They aren't listed by
+/// coordinates yet.
 void RMesh::createVerticesOf(CMesh* pCMesh, std::vector<CodedVertex>& vCCDVertex)
 {
     const std::map<CCD, Bundle*>& mCCDBundle = pCMesh->getRefToBundleMap();
@@ -204,8 +205,8 @@ void RMesh::attachEdges(RTriangle* pRT, REdge* pRE01, REdge* pRE12, REdge* pRE02
     pRT->pRE02 = attachToEdge(pRE02, pair1, pRT);
 }
 
-/// Adds the triangle to the edge with this key, which is looked for unless it is known, and created unless it is there,
-/// dead or alive.
+/// Adds the triangle to the edge with this key: to the one given, else to the listed one, dead or alive, else to a new
+/// one.
 REdge* RMesh::attachToEdge(REdge* pKnownRE, const VertexPair& key, RTriangle* pRT)
 {
     REdge* pRE = pKnownRE;
@@ -321,7 +322,7 @@ void RMesh::getDegN(int n, std::vector<REdge*>& out) const
         warning(ZAV_LOCATION, "deg=" + toString(n));
         ZAV_BUG("false");
     }
-    if (n == 0) // only mRE tells dead edges from those that were merged away
+    if (n == 0) // both kinds are dead: only mRE tells edges that may come alive again from merged ones
     {
         for (const auto& [key, pRE] : mRE)
             if (!pRE->isAlive())
@@ -408,10 +409,10 @@ void RMesh::exchangeCorner(Point3* pSrc, Point3* pTrg)
     }
 }
 
-/// The triangles that a collapse of the edge would flatten.
+/// Kills the triangles that a collapse of the edge would flatten.
 void RMesh::killTrianglesOn(const REdge* pKillEdge)
 {
-    const REdge::TriangleList vCopy = pKillEdge->vRT; // the edge's own list shrinks
+    const REdge::TriangleList vCopy = pKillEdge->vRT; // each kill takes one out of the edge's own list
     for (RTriangle* const pRT : vCopy)
         if (pRT->isAlive())
             pRT->kill(this);

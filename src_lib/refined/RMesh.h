@@ -1,9 +1,9 @@
 // The refined mesh: triangles in real coordinates, on which all quality operations and all writers work.
 //
-// A pointer mesh with tombstones. A vertex is identified by the address of its Point3, an edge by the ordered pair of
-// those addresses. Vertices, triangles and edges come from pools whose addresses rise with creation, so that every
-// order by address is an order of creation, the same in every run. Nothing is removed: killed triangles and edges
-// without triangles stay in their lists.
+// A pointer mesh with tombstones. The address of a Point3 says which vertex it is, the ordered pair of two addresses
+// which edge. Vertices, triangles and edges come from pools whose addresses rise with creation, so that every order by
+// address is an order of creation, the same in every run. Nothing is removed: killed triangles and edges without
+// triangles stay in their lists, so that a pass may iterate over a copy while it changes the mesh.
 #pragma once
 
 #include "base/OrderedIndex.h"
@@ -28,8 +28,9 @@ class CMesh;
 class RPatch;
 class Visualizer3;
 
-/// Hash of vertices and of pairs of them. Vertices of neighbouring cells have neighbouring addresses, and topology is
-/// worked on place by place: small groups of vertices share a neighbourhood of the table, the groups are scattered.
+/// Hash of vertices and of pairs of them. Work on the topology goes from place to place, and vertices of neighbouring
+/// cells have neighbouring addresses: 16 vertices in a row take 16 slots in a row, and the edges of 8 lower ends in a
+/// row share 32 slots. Such groups stay in the cache; the table scatters one from the other.
 struct VertexHash
 {
     std::uint64_t operator()(const Point3* p) const
@@ -46,26 +47,27 @@ struct VertexHash
     }
 };
 
-/// A collapse that reduce() may do. It waits under its penalty as key.
+/// A collapse that reduce() may do. It waits in the queue under its penalty.
 struct RECandidate
 {
     REdge* pRE;
     std::int16_t which;            ///< 0: getVtx0() moves onto getVtx1(); 1: getVtx1() onto getVtx0()
-    std::int16_t generation = -1;  ///< the evaluation of all edges that it comes from, from 0; -1: of some edges only
-    std::uint32_t evaluatedAt = 0; ///< in collapses of the run
+    std::int16_t generation = -1;  ///< which evaluation of all edges it comes from; -1: another, which has no copies
+    std::uint32_t evaluatedAt = 0; ///< how many collapses the run had done when the penalty was computed
 };
 
-/// Not thread-safe. Queries of several threads may overlap while nothing changes the topology, except those in mRE
-/// order.
+/// Not thread-safe. Queries of several threads may overlap while nothing changes the topology, except getDegN(0), which
+/// puts mRE in order.
 class RMesh
 {
 public:
     using VertexPair = std::pair<Point3*, Point3*>; ///< the lower address first
 
-    std::vector<Point3*> vZeroVtx; ///< the vertices without an input point of their own, sorted by address
-    /// Vertices by coordinates. Of coincident vertices only the one at the lowest address is listed.
+    std::vector<Point3*> vZeroVtx; ///< the vertices that close holes, without an input point; sorted by address
+    /// Vertices by coordinates. Of coincident vertices only the one at the lowest address is listed. Vertices that a
+    /// collapse has left behind stay in.
     MIRT_TOOLS::OrderedIndex<Point3, Point3*, PointHash> mVtx;
-    MIRT_TOOLS::OrderedIndex<VertexPair, REdge*, VertexHash> mRE; ///< every edge that wasn't merged into another one
+    MIRT_TOOLS::OrderedIndex<VertexPair, REdge*, VertexHash> mRE; ///< every edge that no collapse has merged away
     std::vector<RTriangle*> vRT;                                  ///< every triangle in order of creation
     std::vector<REdge*> vRE;                                      ///< every edge in order of creation
     std::vector<RPatch*> vPatches;                                ///< patches of the last orientation, owned
@@ -87,9 +89,9 @@ public:
 
     /// A new vertex with the coordinates and the colour of p. Coincident vertices are not merged.
     Point3* createVertex(const Point3& p);
-    /// A new triangle; the order of the arguments is its winding. Equal vertices are a bug. Nothing checks orientation
-    /// or manifoldness: an edge may collect any number of triangles.
-    /// A caller who knows some of the triangle's edges may give them, which spares looking for them.
+    /// A new triangle; the order of the arguments is its winding. Equal vertices are a bug. The orientation of its
+    /// neighbours doesn't matter, nor how many there are: noise leaves edges with three and more triangles.
+    /// A caller who knows some of the triangle's edges may give them, which spares looking for them; they must fit.
     RTriangle* createT(Point3* p0, Point3* p1, Point3* p2, REdge* pRE01 = nullptr, REdge* pRE12 = nullptr,
                        REdge* pRE02 = nullptr);
 
@@ -119,43 +121,47 @@ public:
     void getIncidentT(const Point3* p, std::vector<RTriangle*>& out) const;
     /// Adds the edges at p of its alive triangles; out becomes a set sorted by address.
     void getIncidentRE(const Point3* p, std::vector<REdge*>& out) const;
-    /// Appends, for each alive triangle of p, the edge opposite p.
+    /// Appends the rim of the fan around p: of each alive triangle there the side that p isn't on.
     void getRingRE(const Point3* p, std::vector<REdge*>& out) const;
     /// Appends the alive triangles in order of creation.
     void getAliveTriangles(std::vector<RTriangle*>& out) const;
     /// Appends the three corners of each alive triangle in order of creation.
     void getTriangleCorners(std::vector<Point3*>& out) const;
-    /// The corners of the alive triangles, sorted by address, each once. out must be empty.
+    /// The vertices that alive triangles use, each once and sorted by address. out must be empty.
     void getPoints(std::vector<Point3*>& out) const;
-    /// Appends edges in mRE order: those of degree n; for n == -1 those of degree 3 or more, for -99 all alive ones.
-    /// Other negative numbers are a bug.
+    /// Appends edges in mRE order, which is by their ends.
+    /// \param n  the degree they have; 0: the dead ones that mRE lists; -1: 3 or more; -99: all that are alive
+    /// \throws ZavBugException  for other negative numbers
     void getDegN(int n, std::vector<REdge*>& out) const;
     /// Numbers for humans, on standard output.
     void printStatistics(const std::string& text) const;
-    /// Writes the alive triangles as one object, then the edges that don't have two triangles, each degree in a colour.
+    /// Writes the alive triangles as one object, then the edges that don't have two triangles, by degree: 1, 3 and 4 in
+    /// a colour each, all above in one.
     /// \param color  of the triangles; empty: those of the vertices
     void show(Visualizer3* pVisualizer, const std::string& color, bool bEdges, bool bBackfaces) const;
 
     /// Kills triangles that have the same three vertices as an earlier triangle of one of their edges, whatever their
-    /// winding. Returns how often one was found; a triangle may be found at several of its edges.
+    /// winding. Returns how often one was found: mostly three times each, once at each of its edges.
     unsigned long removeDups();
     /// Makes the patches anew, one for every set of triangles connected across regular edges, and winds the triangles
     /// of each like its first one. Returns their number.
     unsigned long createPatchesOrient();
-    /// Collapses triangles whose angle at corner 0 is below 0.01 or above 179.99 degrees or doesn't exist, then removes
-    /// duplicates.
+    /// Collapses triangles that are flat at corner 0, with an angle under 0.01 or over 179.99 degrees or a side of no
+    /// length there; then removes duplicates. Needles that are sharp at another corner stay.
     void killDegenerate();
     /// Moves every zero vertex that isn't on a border to the mean of itself and its neighbours, nIter times, one after
-    /// the other. With three zero vertices or fewer nothing moves. Vertices that coincide, also with one that a
-    /// collapse has left behind, can end it in ZavBugException.
+    /// the other, so that each sees where the last one went. With three zero vertices or fewer nothing moves. Vertices
+    /// that coincide, also with one that a collapse has left behind, can end it in ZavBugException.
     void smoothZeros(int nIter);
-    /// Moves every vertex that isn't on a border to the mean of its neighbours, nIter times, all at once. Vertices that
-    /// coincide can end it in ZavBugException as above. Cached normals are left as they are.
+    /// Laplacian smoothing with equal weights: moves every vertex that isn't on a border to the mean of its neighbours,
+    /// nIter times, all at once. Vertices that coincide can end it in ZavBugException as above. Cached normals are left
+    /// as they are.
     void smoothAll(int nIter);
-    /// Moves a vertex towards the mean of its neighbours, by at most a tenth of a cell side and to a place where no
-    /// vertex is listed, which may take draws from rand(). False, and nothing moved, when it has no triangle, when one
-    /// would turn by more than 170 degrees, or when no free place is found. Tells on standard output what it does.
-    /// Coincident vertices can end it in ZavBugException.
+    /// Moves a vertex towards the mean of its neighbours, by at most a tenth of a cell side. Where a vertex is listed
+    /// already it goes on from there in random steps, drawn from rand(), of up to that length along each axis. Reports
+    /// on standard output what it does. Coincident vertices can end it in ZavBugException.
+    /// \return false, and nothing moved, when it has no triangle, when one would turn by more than 170 degrees, or when
+    ///         no free place is found
     bool laplacianForOne(Point3* p);
     /// Gives vertices without colour the mean colour of their neighbours, ring by ring from the coloured ones inwards.
     void colorizeFilledHoles();
@@ -164,24 +170,26 @@ public:
 
     /// Evaluates the flips of edges on all CPUs.
     /// \param vInRE           edges, dead ones allowed
-    /// \param minImprovement  gain from which on an edge is taken; one of 0 or more always is, deliberately
-    /// \param temperature     above 0, an edge of lower gain is taken with the probability exp(gain / temperature), drawn
-    ///                        by rand() in the order of vInRE on the calling thread
+    /// \param minImprovement  gain from which on an edge is taken. One of 0 or more always is, so that a limit above 0
+    ///                        changes nothing: the bytes of every result depend on it
+    /// \param temperature     above 0, an edge of lower gain is taken with the probability exp(gain / temperature),
+    ///                        drawn by rand() in the order of vInRE on the calling thread
     /// \param vImpRE          must be empty; receives gain and edge by rising gain, equal gains in the order of vInRE
-    /// Coincident opposite corners are moved apart, and a neighbour of opposite winding is flipped, on the calling
+    /// Coincident opposite corners are moved apart, and a neighbour of opposite winding is flipped, both on the calling
     /// thread.
     void getEdgeFlipCandidates_MT(const std::vector<REdge*>& vInRE, double minImprovement, double temperature,
                                   std::vector<std::pair<double, REdge*>>& vImpRE);
-    /// Flips edges by falling gain, each evaluated again when its turn comes, until no gain is above 0.005; collapses
-    /// degenerate triangles then. Edges that flips make aren't considered.
+    /// Flips edges by falling gain, then collapses degenerate triangles. Each edge is evaluated again when its turn
+    /// comes: one that gains less than it did waits for its new turn, or is dropped at 0.005 and below. One that gains
+    /// as much is flipped, even if that is 0. Edges that flips make aren't considered.
     void flipEdges();
 
-    /// Collapses edges by rising penalty as long as any collapse is allowed; see the public function of this name.
+    /// Half-edge collapses by rising penalty as long as any is allowed; see the public function of this name.
     /// \param maxLen2      limit for the squared length of an edge
     /// \param maxAngleDeg  limit for the turn of a triangle, in degrees
     /// \return the number of triangles that the collapses took away
     int reduce(double maxLen2, double maxAngleDeg);
-    /// Appends the collapses of the edges that are allowed, with their penalties: in the order of the edges, for each
+    /// Appends those collapses of the edges that are allowed, with their penalties: in the order of the edges, for each
     /// one the direction 0 before 1. Runs on all CPUs. Edges may be dead.
     void getPrioqEntries(double maxAngleRad, double maxLen2, const std::vector<REdge*>& vEdges,
                          std::vector<std::pair<double, RECandidate>>& vEntries) const;
@@ -190,7 +198,7 @@ public:
     /// \param which  see RECandidate; it goes by the ends that the edge has now
     /// \param vIncT  becomes the alive triangles of the moving vertex, unless length or colours refuse before that
     /// \return DBL_MAX where the collapse isn't allowed, and where the penalty wouldn't be a number. A triangle without
-    ///         a normal is told on standard output and counts for nothing
+    ///         a normal is reported on standard output and counts for nothing
     double getPenalty(const REdge* pRE, int which, double maxLen2, double maxAngleRad,
                       std::vector<RTriangle*>& vIncT) const;
 
@@ -198,15 +206,23 @@ public:
     void unregisterTriangle(RTriangle* pRT);
     /// Moves a vertex; its colour stays. The caller must have made sure by hasVertex that no vertex is listed at the
     /// new place. Cached normals of the triangles around it are left as they are.
+    /// \throws ZavBugException  when nothing is listed at the old place: of coincident vertices the first that moves
+    ///                          takes their only entry along
     void updateVertex(Point3* pVtx, const Point3& newPoint);
-    /// Collapses pSrc onto pTrg: kills the triangles that have both, and moves all others of pSrc to pTrg. Edges of
-    /// pSrc go on under their new ends, or are merged into an edge that is there already and stay behind dead. pSrc
-    /// remains as a vertex without triangles.
+    /// Collapses pSrc onto pTrg: kills the triangles that have both, and moves all others of pSrc to pTrg. An edge of
+    /// pSrc goes on under its new ends, as the one to r does here; or it is merged into the edge that has these ends
+    /// already, as those to u and w are, and stays behind dead. pSrc remains as a vertex without triangles.
+    ///
+    ///         u                      u
+    ///       / | \                  / |
+    ///     r--pSrc--pTrg     ->     r--pTrg
+    ///       \ | /                  \ |
+    ///         w                      w
     void exchangeCorner(Point3* pSrc, Point3* pTrg);
 
 private:
-    std::uint32_t numFlips = 0;     // counts changes by flips, see RTriangle::changedAt
-    std::uint32_t allChangedAt = 0; // when a change was wider than the triangles around one edge
+    std::uint32_t numFlips = 0;     // counts evaluations that changed the mesh, too; see RTriangle::changedAt
+    std::uint32_t allChangedAt = 0; // its last value at which more than the triangles around one edge may have changed
 
     static VertexPair makeKey(Point3* a, Point3* b) { return a < b ? VertexPair(a, b) : VertexPair(b, a); }
     void reserve(size_t numVertices, size_t numTriangles);
@@ -233,7 +249,8 @@ private:
                                std::vector<std::pair<double, REdge*>>& vImpRE);
 };
 
-/// One round of annealed flips: evaluates all edges, shuffles those taken by rand(), and flips each that still can be.
+/// One round of simulated annealing at one temperature: evaluates all edges, shuffles those taken by rand(), and flips
+/// each that still can be.
 void edgeFlipsSimA(RMesh* pRMesh, double temperature);
 
 } // namespace MIRT_ZAV

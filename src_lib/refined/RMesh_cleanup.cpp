@@ -27,8 +27,8 @@ void getRepeatedTriangles(const REdge* pRE, std::vector<KeyedTriangle>& out)
             out.push_back({{pRE->pVtx0, pRE->pVtx1}, pRT});
 }
 
-/// Whether the corners 1 and 2 lie in one direction from corner 0 or in opposite ones. The other corners' angles are
-/// deliberately not looked at.
+/// Whether the triangle is flat at corner 0. The angles at corners 1 and 2 don't count: a needle goes if its point is
+/// corner 0, and stays otherwise. The bytes of every result depend on that.
 bool isDegenerate(const RTriangle* pRT)
 {
     const Vector3 u = *pRT->pVtx[1] - *pRT->pVtx[0];
@@ -81,8 +81,8 @@ unsigned long RMesh::removeDups()
                   for (size_t i = begin; i < end; ++i)
                       getRepeatedTriangles(vRE[i], out);
               });
-    // In the order of mRE. Each edge judges for itself, so that both of two equal triangles may stand in the list where
-    // their order differs between edges; that both die then is deliberate.
+    // In the order of mRE. Each edge judges for itself: if one lists T before U, and another one U before T, the first
+    // finds U and the second finds T. Both go then, and the bytes of every result depend on it.
     std::stable_sort(vKill.begin(), vKill.end(),
                      [](const KeyedTriangle& x, const KeyedTriangle& y) { return x.first < y.first; });
     for (const auto& [key, pRT] : vKill)
@@ -110,7 +110,9 @@ unsigned long RMesh::createPatchesOrient()
         if (!pSeed->isAlive() || pSeed->bVisited)
             continue;
         vPatches.push_back(new RPatch(this));
-        queue.assign(1, pSeed); // deliberately not marked: a neighbour may queue it once more, and flip it
+        // The seed isn't marked, so that a neighbour queues it once more. That is one more step of progress and nothing
+        // else: its neighbours are marked, and wound like it, by then.
+        queue.assign(1, pSeed);
         for (size_t i = 0; i < queue.size(); ++i)
         {
             progress->incProgressByOne();
@@ -143,7 +145,7 @@ void RMesh::queueUnvisitedNeighbours(RTriangle* pRT, std::vector<RTriangle*>& qu
 void RMesh::killDegenerate()
 {
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("RM_kdeg", 3 * vRT.size());
-    // A collapse queues all triangles that it changes, so that the others are what they are now when their turn comes.
+    // Sound triangles needn't be queued: they stay sound unless a collapse changes them, which queues them then.
     std::vector<RTriangle*> stack;
     collectMT(vRT.size(), stack,
               [this](size_t begin, size_t end, std::vector<RTriangle*>& out)
@@ -165,8 +167,9 @@ void RMesh::killDegenerate()
     removeDups();
 }
 
-/// Collapses the edge at a corner of the triangle that turns the triangles around it least; of equals the first. The
-/// result is the vertex that the corner moved to.
+/// Collapses an edge at one of the triangle's corners: the one that turns the triangles around the corner least, of
+/// equals the first. It needn't be a side of the triangle.
+/// \return the vertex that the corner moved to
 Point3* RMesh::collapseBest(const RTriangle* pRT)
 {
     Collapse best;

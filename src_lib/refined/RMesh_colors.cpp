@@ -29,7 +29,8 @@ unsigned char toByte(double value)
     return value > 255.0 ? 255 : static_cast<unsigned char>(value);
 }
 
-/// The mean colour of the coloured corners around a vertex; false when there is none.
+/// The mean colour of the coloured corners around a vertex; false when there is none. Sums and quotient are in single
+/// precision, on which the last bit of a colour may depend.
 bool getColorFromNeighbours(const RMesh& mesh, const Point3* pVtx, Color& color)
 {
     ZAV_ASSERT(!pVtx->hasColor(), "!pVtx->hasColor()");
@@ -84,7 +85,7 @@ struct ColorHistogram
                 }
     }
 
-    /// The last level up to which fewer than target values lie; 0 when there is none.
+    /// The highest level that, with all below, holds fewer than target values; 0 when there is none.
     int getLowCut(std::int64_t target) const
     {
         std::int64_t sum = 0;
@@ -94,7 +95,8 @@ struct ColorHistogram
         return cut;
     }
 
-    /// One above the first level, from the top, from which on target values lie, at most 255; 0 when there is none.
+    /// One above the highest level that, with all above, holds at least target values; 255 at most; 0 when there is
+    /// none.
     int getHighCut(std::int64_t target) const
     {
         std::int64_t sum = 0;
@@ -120,7 +122,7 @@ std::array<unsigned char, numLevels> getStretchTable(double minVal, double range
     for (size_t i = 0; i < numLevels; ++i)
     {
         const double value = (static_cast<double>(i) - minVal) * scale + 0.5;
-        if (value > 0.0) // not so for what isn't a number, where the range is 0
+        if (value > 0.0) // a range of 0 gives no number at minVal, which becomes 0 as well
             table[i] = toByte(value);
     }
     return table;
@@ -137,7 +139,7 @@ void RMesh::colorizeFilledHoles()
     std::copy_if(vPoints.begin(), vPoints.end(), std::back_inserter(vUncolored),
                  [](const Point3* p) { return !p->hasColor(); });
 
-    // After the first round only neighbours of what the last one coloured can have got a coloured neighbour.
+    // After the first round only those can be coloured next that lie beside what the last round coloured.
     while (!vUncolored.empty())
     {
         std::vector<std::pair<Point3*, Color>> vNew; // written at the end of the round, which sees one state
@@ -163,7 +165,8 @@ void RMesh::contrastSpread(double lowFraction, double highFraction)
     double range = histogram.maxVal - minVal;
     if (range > 20.0) // colours that hardly differ are stretched without a cut
     {
-        const double nVals = 3.0 * static_cast<double>(vPoints.size()); // deliberately with the uncoloured vertices
+        // Vertices without colour count: callers give fractions of all vertices.
+        const double nVals = 3.0 * static_cast<double>(vPoints.size());
         minVal = histogram.getLowCut(toCount(lowFraction * nVals));
         range = histogram.getHighCut(toCount(nVals * highFraction)) - minVal;
     }

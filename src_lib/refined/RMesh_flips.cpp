@@ -22,13 +22,13 @@ using GainEdge = std::pair<double, REdge*>;
 constexpr double leastGain = 0.005;
 constexpr double impossible = REdgeEnergy::impossible;
 
-/// A gain that isn't a number, as lengths beyond all measure give it, counts as impossible.
+/// A gain that isn't a number, as lengths that overflow give it, has no place in an order and counts as impossible.
 double getUsable(double gain)
 {
     return std::isnan(gain) ? impossible : gain;
 }
 
-/// The gain of flipping an edge. One that can't be evaluated because vertices coincide counts as impossible.
+/// The gain of flipping an edge; impossible where coincident vertices make the evaluation fail.
 double computeGain(RMesh* pRMesh, REdge* pRE)
 {
     try
@@ -65,7 +65,7 @@ std::string getCandidateStage(double temperature)
     return temperature > 0.0 ? "RM_gEfCandMT_" + toString(temperature) : std::string("RM_gEfCandMT");
 }
 
-/// Whether an edge that a flip makes worse is taken all the same at this temperature.
+/// Whether a flip that makes the mesh worse is taken all the same at this temperature: the rule of Metropolis.
 bool isDrawn(double gain, double temperature)
 {
     const double r = std::rand() / 2147483647.0;
@@ -113,7 +113,7 @@ void RMesh::getEdgeFlipCandidates_MT(const std::vector<REdge*>& vInRE, double mi
     for (const Chunk& chunk : vChunks)
         for (const size_t i : chunk.vPostponed)
         {
-            allChangedAt = ++numFlips;
+            allChangedAt = ++numFlips; // its evaluation moves vertices or flips a triangle
             if (const double gain = computeGain(this, vInRE[i]); gain != impossible)
                 vImpRE[i] = {gain, vInRE[i]};
         }
@@ -175,11 +175,11 @@ namespace
 struct FlipCandidate
 {
     REdge* pRE;
-    std::uint32_t evaluatedAt; ///< in flips of the mesh
+    std::uint32_t evaluatedAt; ///< the mesh's count of flips when the gain was computed
 };
 
 /// Notes that a triangle changed, for itself and for those that share an edge with it: the gain of an edge depends on
-/// its two triangles and on the triangles next to them.
+/// its two triangles and on the ones beside them, and isUpToDate asks only the two.
 void noteChange(const RTriangle* pRT, std::uint32_t now)
 {
     for (int i = 0; i < 3; ++i)
@@ -196,7 +196,8 @@ bool isUpToDate(const FlipCandidate& candidate)
            std::max(t0->changedAt, t1->changedAt) <= candidate.evaluatedAt;
 }
 
-/// Starts to load what the flips of later candidates need, each step for those whose last one is done by now.
+/// Starts to load what later candidates will need. Each step follows pointers that an earlier call has fetched: first
+/// the edge, eight candidates later its triangles, then their edges and corners.
 template <class Queue>
 void fetchAhead(const Queue& queue)
 {
@@ -206,7 +207,7 @@ void fetchAhead(const Queue& queue)
         for (const RTriangle* const pRT : pLater->pRE->vRT)
         {
             __builtin_prefetch(pRT);
-            __builtin_prefetch(reinterpret_cast<const char*>(pRT + 1) - 1);
+            __builtin_prefetch(reinterpret_cast<const char*>(pRT + 1) - 1); // it may reach into the next cache line
         }
     if (const FlipCandidate* const pLater = queue.lookAhead(8))
         for (const RTriangle* const pRT : pLater->pRE->vRT)
@@ -220,7 +221,7 @@ void fetchAhead(const Queue& queue)
 
 void RMesh::flipEdges()
 {
-    const std::vector<REdge*> vEdges = vRE; // flips add edges, which aren't considered
+    const std::vector<REdge*> vEdges = vRE; // a copy, as flips add edges
     const std::uint32_t evaluatedAt = numFlips;
     std::vector<GainEdge> vCand;
     getEdgeFlipCandidates_MT(vEdges, leastGain, 0.0, vCand);
@@ -236,8 +237,8 @@ void RMesh::flipEdges()
         fetchAhead(queue);
         ZAV_ASSERT(savedImprovement > impossible, "savedImprovement>-DBL_MAX");
         ZAV_ASSERT(pRE != nullptr, "pRE!=__null");
-        // Flips nearby may have changed the gain since; an entry that fell sinks in the queue in place of being
-        // flipped.
+        // Flips nearby may have changed the gain since. An edge that gains less by now goes back into the queue: others
+        // may come first.
         double freshImprovement = savedImprovement;
         if (candidate.evaluatedAt < allChangedAt || !isUpToDate(candidate))
         {
@@ -274,7 +275,7 @@ void edgeFlipsSimA(RMesh* pRMesh, double temperature)
         if (const size_t j = static_cast<size_t>(std::rand()) % (i + 1); j != i)
             std::swap(vImpRE[i], vImpRE[j]);
     for (const auto& [gain, pRE] : vImpRE)
-        if (pRE->getDegree() == 2 && computeGain(pRMesh, pRE) != impossible) // what it gains by now doesn't count
+        if (pRE->getDegree() == 2 && computeGain(pRMesh, pRE) != impossible) // the draw went by the older gain
             pRE->tryFlipEdge(pRMesh, nullptr, nullptr);
 }
 

@@ -1,4 +1,4 @@
-// Reduction: edge collapses by rising penalty.
+// Reduction: half-edge collapses by rising penalty, computed ahead for all edges and again when a collapse comes up.
 #include "base/Progress.h"
 #include "base/StableQueue.h"
 #include "base/sortMT.h"
@@ -29,18 +29,19 @@ struct Turns
     int angleCount = 0;
 };
 
-/// Whether the colours of the ends may become one. diff is their difference, 0 for two ends without colour. The longer
-/// the edge, the closer they must be.
+/// Whether the colours of the ends may become one. diff is their difference, 0 for two ends without colour. Edges that
+/// are longer than a cell need colours that are closer, as the change shows over a larger area.
 bool areColorsClose(const Point3* p0, const Point3* p1, double ratio, double& diff)
 {
     diff = 0.0;
     if (!p0->hasColor() && !p1->hasColor())
         return true;
-    diff = getColorDiffCIE76(p0, p1); // an end without colour deliberately counts with its bytes
+    diff = getColorDiffCIE76(p0, p1); // an end without colour counts with its bytes: results depend on it
     return !(diff > std::min(1.0, 1.0 / ratio));
 }
 
-/// A number not above the cosine of an angle, and close to it up to a right angle.
+/// A number not above the cosine of an angle, and close to it up to a right angle: the cosine's Taylor series up to a
+/// negative term.
 double getCosBelow(double angle)
 {
     const double square = angle * angle;
@@ -64,7 +65,7 @@ bool addTurn(const RTriangle* pRT, int iSrc, const Point3* pTrg, double maxAngle
     const double mLength = m.length();
     if (mLength < 1e-10)
         return false;
-    // Far beyond the limit, which spares the arc cosine. The margin is far above all rounding.
+    // Refuses what is clearly beyond the limit, which spares the arc cosine. The margin is far above all rounding.
     if (nLength > 1e-100 && n * m < (getCosBelow(maxAngleRad) - 1e-9) * nLength * mLength)
         return false;
     const double angle = getAngleRad(normalize(n), normalize(m));
@@ -109,7 +110,8 @@ double RMesh::getPenalty(const REdge* pRE, int which, double maxLen2, double max
             return refused;
     if (!bShared)
         return refused;
-    // Where an edge of the ring around pSrc has a triangle at pTrg, the collapse would repeat that triangle.
+    // The link condition. Let u, w be the side of a triangle across from pSrc: the collapse turns (u, w, pSrc) into
+    // (u, w, pTrg), which mustn't be there already.
     for (const RTriangle* const pRT : vIncT)
         if (!pRT->has(pTrg) && hasTriangleWith(pRT->getRE(pRT->getICI(pSrc)), pTrg))
             return refused;
@@ -152,15 +154,21 @@ void RMesh::getPrioqEntries(double maxAngleRad, double maxLen2, const std::vecto
 
 namespace
 {
-/// When a vertex changed that has no triangles any more.
+/// Stands in place of the last change for a vertex that was collapsed away.
 constexpr std::uint32_t gone = 0xffffffffu;
 
 /// One run of collapses.
 ///
-/// A full refresh puts all candidates into the queue once more, beside the ones that are there, while hardly any of
-/// them has changed. Such repetitions aren't stored: an entry stands for itself and for its copies of all later
-/// generations up to the one that evaluated its edge anew. Candidates of one generation arrive under numbers that
-/// follow from their edges, which is why the place of every copy is known.
+/// A generation puts all candidates into the queue: the first one at the start, another with each full refresh, beside
+/// the ones that are there. Hardly any of them has changed then, and such repetitions aren't stored: an entry stands
+/// for itself and for its copies in all later generations up to the one that evaluates its edge anew.
+///
+///     generation                  0      1      2      3
+///     edge that stays as it is    entry  copy   copy   copy
+///     edge that changes after 1   entry  copy   entry  copy
+///
+/// Candidates of one generation arrive under numbers that follow from their edges, so that the place of a copy among
+/// equal penalties is known before it is stored.
 class Reduction
 {
 public:
@@ -211,12 +219,12 @@ private:
     RMesh& mesh;
     const double maxLen2;
     const double maxAngleRad;
-    std::vector<Point3*> vBorderVtx; // sorted; judged once, before the first collapse
+    std::vector<Point3*> vBorderVtx; // sorted; as it is before the first collapse
     MIRT_TOOLS::StableQueue<double, RECandidate> queue;
     std::vector<Generation> vGenerations;                // at most 5
     MIRT_TOOLS::PoolIndex<REdge, std::uint8_t> vRenewed; // bit i: generation i evaluates the edge anew
     Progress* progress = nullptr;
-    std::vector<Point3*> vTouched; // where collapses went since the last refresh
+    std::vector<Point3*> vTouched; // the targets of the collapses since the last refresh
     int numRefreshes = 0;
     std::uint32_t numCollapses = 0;
     std::vector<std::uint32_t> vChangedAt; // per vertex, the last collapse that changed its triangles
@@ -253,7 +261,7 @@ void Reduction::fillQueue()
     stage->stopClock();
 }
 
-/// Begins a generation in which these edges, in the order of creation, are evaluated; the others repeat what they gave.
+/// Begins a generation that evaluates these edges, in the order of creation; all others have copies in it.
 void Reduction::pushGeneration(const std::vector<REdge*>& vEdges)
 {
     const auto generation = static_cast<std::int16_t>(vGenerations.size());
@@ -312,14 +320,15 @@ void Reduction::pushCopy(double penalty, RECandidate candidate)
     queue.pushAt(penalty, getArrival(candidate), candidate);
 }
 
-/// Copies deliberately don't count here: only the fraction shown would differ.
+/// Copies that aren't stored don't count: only the fraction shown differs by them.
 void Reduction::setTodo()
 {
     const double todo = 1.5 * static_cast<double>(queue.size());
     progress = getThreadProgress()->getChildProgressSetTodo("RM_redprocprioq", static_cast<std::uint64_t>(todo));
 }
 
-/// Starts to load what later candidates need, each step for those whose last one is done by now.
+/// Starts to load what later candidates will need. Each step follows pointers that an earlier call has fetched: the
+/// edge, then when its ends last changed, then the ends and where their lists of triangles begin, then the list.
 void Reduction::fetchAhead() const
 {
     if (const RECandidate* const pLater = queue.lookAhead(48))
@@ -338,7 +347,7 @@ void Reduction::fetchAhead() const
 }
 
 /// The penalty as it is now. It depends on the triangles of both ends alone: where those haven't changed, neither has
-/// the penalty. A collapse leaves its edges' new ends changed, too.
+/// the penalty. An edge that a collapse gave a new end is covered, as collapse() marks the ends of all such edges.
 double Reduction::getFreshPenalty(double saved, const RECandidate& candidate)
 {
     const std::uint32_t lastChange = changedAt(candidate.pRE);
@@ -355,15 +364,19 @@ Reduction::Fate Reduction::judge(double saved, const RECandidate& candidate, dou
     fresh = getFreshPenalty(saved, candidate);
     if (fresh == refused)
         return Fate::dropped;
-    if (fresh > 2.0 && fresh > saved + 3.0)
+    if (fresh > 2.0 && fresh > saved + 3.0) // a smaller rise isn't worth another turn in the queue
         return Fate::sinks;
     if (staysOnBorder(candidate.pRE, candidate.pRE->getVertex(candidate.which)))
         return Fate::collapses;
-    *vRenewed.find(candidate.pRE) |= static_cast<std::uint8_t>(1u << vGenerations.size()); // it was in the queue
+    // Its penalty allows it, so that the next generation will hold it once more; but no entry is left to copy.
+    *vRenewed.find(candidate.pRE) |= static_cast<std::uint8_t>(1u << vGenerations.size());
     return Fate::dropped;
 }
 
-/// False where the collapse would take a border vertex off the border, or a corner out of it.
+/// False where the collapse would take a border vertex off the border, or a corner out of it. A border vertex may only
+/// slide along a border edge, and only where the border is nearly straight:
+///
+///     ---- o ---- pSrc ---- o ----     170 degrees or more at pSrc
 bool Reduction::staysOnBorder(const REdge* pRE, const Point3* pSrc) const
 {
     if (!std::binary_search(vBorderVtx.begin(), vBorderVtx.end(), pSrc))
@@ -404,8 +417,9 @@ bool Reduction::isRefreshDue() const
     return queue.empty() || n > 5000 || (queue.front().first > 6.0 && n > 50);
 }
 
-/// Adds collapses that have become possible. Those that are in the queue stay beside the new ones: each is evaluated
-/// again when its turn comes.
+/// Adds collapses that have become possible: of all edges up to four times in a run, of those near the last collapses
+/// otherwise. Candidates that are in the queue stay there beside the new ones: each is evaluated again when its turn
+/// comes.
 void Reduction::refresh()
 {
     const size_t n = vTouched.size();
@@ -460,7 +474,8 @@ int Reduction::processQueue()
         fetchAhead();
         double fresh;
         const Fate fate = judge(saved, candidate, fresh);
-        // Without another entry of the same key between them, copies fare alike, one right after the other.
+        // Copies come up under the same key. With no other entry of that key left, they come one right after the other,
+        // and nothing happens between them: they all fare like this one.
         const bool bWithCopies = fate != Fate::collapses && (queue.empty() || queue.front().first > saved);
         const unsigned numAlike = bWithCopies ? 1 + countCopies(candidate) : 1;
         if (!bWithCopies)

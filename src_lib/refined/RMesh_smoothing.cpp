@@ -58,8 +58,8 @@ std::vector<Point3*> getBorderVertices(const std::vector<REdge*>& vEdges)
     return vBorder;
 }
 
-/// Every vertex that isn't on a border with every vertex at the other end of its edges, sorted. Dead edges count, too,
-/// which is deliberate: an edge that a flip left behind goes on pulling its ends together.
+/// Every vertex that isn't on a border with every vertex at the other end of its edges, sorted. Dead edges count, too:
+/// one that a flip left behind goes on pulling its ends together. The positions in every smoothed mesh depend on that.
 std::vector<VertexNeighbour> getNeighbours(const std::vector<REdge*>& vEdges, const std::vector<Point3*>& vBorder)
 {
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("list", vEdges.size());
@@ -109,14 +109,14 @@ void RMesh::smoothZeros(int nIter)
                     for (size_t i = begin; i < end; ++i)
                         vRecords[i] = getNeighbourhood(*this, vZeroVtx[i]);
                 });
-    if (vRecords.size() <= 3) // deliberate: so few stay as they are
+    if (vRecords.size() <= 3) // so few stay where they are; the bytes of results depend on it
         return;
     for (int iter = 0; iter < nIter; ++iter)
         for (const Neighbourhood& record : vRecords)
         {
             if (record.empty())
                 continue;
-            // Moved at once: a later vertex of the round sees it. The vertex itself takes part in its mean.
+            // Moved at once, so that a later vertex of the round sees it. The vertex itself takes part in its mean.
             const Point3 mean = getMean(record.data(), record.data() + record.size());
             if (mean.isFinite() && !hasVertex(mean))
                 updateVertex(record.front(), mean);
@@ -175,7 +175,8 @@ bool RMesh::laplacianForOne(Point3* p)
     return true;
 }
 
-/// Shifts a point at random until no vertex is listed there. False where the shifts are too small for the coordinates.
+/// Shifts a point at random until no vertex is listed there. False after many tries: far from the origin the shifts can
+/// be too small to change the coordinates.
 bool RMesh::leaveOtherVertices(Point3& p, double limit) const
 {
     const auto getShift = [limit] { return std::rand() * limit / 2147483647.0; };

@@ -30,7 +30,7 @@ public:
 
 private:
     RMesh* pRMesh;
-    mutable std::vector<RTriangle*> vRT; // a set once sorted; arrivals are sorted in when somebody asks
+    mutable std::vector<RTriangle*> vRT; // made a set when somebody asks
     mutable bool bSorted = true;
 };
 

@@ -83,7 +83,9 @@ Vector3 RTriangle::getNNV(bool& ok)
         return nnv;
     }
     const Vector3 normal = getNormalVector(*pVtx[0], *pVtx[1], *pVtx[2], ok);
-    if (ok && !normal.isZero()) // once the normals are filled, nobody writes any more, which lets threads read
+    // Infinite coordinates give ok and a zero. Stored, that would look like an empty cache: each reader would write it
+    // again, several threads at once.
+    if (ok && !normal.isZero())
         nnv = normal;
     return normal;
 }

@@ -24,9 +24,9 @@ public:
     REdge* pRE12 = nullptr;   ///< opposite corner 0
     REdge* pRE02 = nullptr;   ///< opposite corner 1
     RPatch* pPatch = nullptr; ///< patch of the last orientation of the mesh, or null
-    bool bVisited = false;    ///< scratch mark of traversals
+    bool bVisited = false;    ///< scratch mark of RMesh::createPatchesOrient
     bool bAlive = true;       ///< goes to false once and never back
-    /// When, in flips of the mesh, the triangle or one that shares an edge with it last changed.
+    /// The count of the mesh's flips when this triangle, or one that shares an edge with it, last changed.
     std::uint32_t changedAt = 0;
 
     RTriangle(Point3* p0, Point3* p1, Point3* p2) : pVtx{p0, p1, p2} {}
@@ -55,7 +55,7 @@ public:
     int getICI(const Point3* p) const;
     /// Index of the first corner that is neither a nor b; 3, which getCorner refuses, when there is none.
     int getICI(const Point3* a, const Point3* b) const;
-    /// The corner that is neither a nor b.
+    /// The corner besides a and b; having none ends the process.
     Point3* getThirdPoint(const Point3* a, const Point3* b) const { return getCorner(getICI(a, b)); }
 
     /// The edge opposite corner i; any other i is a bug.
@@ -64,21 +64,27 @@ public:
     void replaceRE(const REdge* pOld, REdge* pNew);
 
     /// Unit normal, from the cache if it is filled. ok is false, and the result zero, for a degenerate triangle. Fills
-    /// the cache: threads may call it at once only after that. The cache isn't dropped when a corner moves.
+    /// the cache: threads may call it at once only after that. A vertex that moves doesn't drop the normals around it.
     Vector3 getNNV(bool& ok);
     void resetNNV() { nnv = Vector3(); }
 
-    /// 1 if b follows a in the winding, 2 if a follows b, 0 if they aren't both corners.
+    /// 1 if the winding goes from a to b, 2 if it goes from b to a, 0 if one of them is no corner.
     int getRTriOri(const Point3* a, const Point3* b) const;
-    /// Whether a neighbour runs through the common edge in the same direction, against a common winding. With several
-    /// common edges the first in the order 01, 12, 20 counts; having none is a bug.
+    /// Whether a neighbour has to be flipped so that both are wound alike.
+    ///
+    ///     wound alike:  a --this--> b      to be flipped:  a --this--> b
+    ///                   a <-other-- b                      a --other-> b
+    ///
+    /// With several common edges the first in the order 01, 12, 20 counts; having none is a bug.
     bool needFlip(const RTriangle* pOther) const;
-    /// Reverses the winding and the cached normal.
+    /// Reverses the winding, by exchanging corners 0 and 1, and the cached normal.
     void flipNNV();
 
-    /// How far the normal would turn, in degrees, if corner i were moved: 360.0 when the new triangle has no normal,
-    /// -1.0 when only the present one has none. With bTreatCoincidence a newPoint that coincides with any of the three
-    /// corners gives 0.0. Any i but 0, 1, 2 ends the process.
+    /// How far the normal would turn if corner i moved to newPoint, in degrees, 0 to 180. Two values stand outside:
+    /// 360.0, worse than any turn, when the new triangle has no normal; -1.0, better than any, when only the present
+    /// one has none. Any i but 0, 1, 2 ends the process.
+    /// \param bTreatCoincidence  whether a newPoint that coincides with any of the three corners gives 0.0: a collapse
+    ///                           onto a corner leaves no triangle that could turn
     double getDevIfRepl(int i, const Point3& newPoint, bool bTreatCoincidence) const;
 
 private:

@@ -35,7 +35,7 @@ const std::string Visualizer3::CCRIMSON = ".86 .08 .24 0.5";
 const std::string Visualizer3::CDARKORANGE = "1 .55 0 0.5";
 const std::string Visualizer3::CGOLDENROD = ".85 .65 .13 0.5";
 const std::string Visualizer3::COLIVE = ".5 .5 .0 0.5";
-const std::string Visualizer3::CLAWNGREEN = "0.49\t0.99 0.00 0.5"; // the tab is deliberate, as it is below
+const std::string Visualizer3::CLAWNGREEN = "0.49\t0.99 0.00 0.5"; // files depend on the tab, here and below
 const std::string Visualizer3::CGREENYELLOW = "0.68 1.00 0.18 0.5";
 const std::string Visualizer3::CPALEGREEN = "0.60\t0.98 0.60 0.5";
 const std::string Visualizer3::CMEDSPRINGGREEN = "0.00 0.98 0.60 0.5";
@@ -111,7 +111,7 @@ void Visualizer3::endList()
     out.put("}\n");
 }
 
-/// The vertices aren't shared between triangles.
+/// Each triangle brings its own three vertices, which spares an index of them.
 template <class CornerAt>
 void Visualizer3::putTriangles(size_t nFaces, const CornerAt& cornerAt, const std::string& color, bool bEdges)
 {
@@ -182,7 +182,7 @@ void Visualizer3::putLines(size_t nLines, size_t pointsPerLine, const PointAt& p
         putNumber(pointsPerLine);
         out.put(' ');
     }
-    out.put("\n1 "); // the one colour belongs to the first line and goes on for the others
+    out.put("\n1 "); // the first line has one colour, the others have none and take the same
     for (size_t i = 1; i < nLines; ++i)
         out.put("0 ");
     out.put('\n');

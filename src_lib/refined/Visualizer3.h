@@ -30,9 +30,10 @@ public:
     /// Triangles with this in place of a colour are written in the colours of their points.
     static const std::string VERTEXCOLORS;
 
-    /// Opens the file; isValid() tells whether that worked, and a message if it didn't.
+    /// Opens the file. Where that fails there is a message, and isValid() is false.
     /// \param pCalc        the lattice of what is shown, or null; not owned
-    /// \param bAuthorized  false ends in ZavBugException: such files are written only where a caller stands by it
+    /// \param bAuthorized  whether the caller stands by writing a debugging file
+    /// \throws ZavBugException  unless bAuthorized
     Visualizer3(const std::string& path, Calc* pCalc, bool bAuthorized);
     ~Visualizer3();
     Visualizer3(const Visualizer3&) = delete;
@@ -44,23 +45,24 @@ public:
     void setBackfaces(bool bBackfacesArg) { bBackfaces = bBackfacesArg; }
     Calc* getCalc() const { return pCalc; }
 
-    /// The i-th of 27 colours. Deliberately, an i above 26 is taken modulo 26; a negative one gives CWHITE.
+    /// The i-th of 27 colours. A negative i gives CWHITE. One above 26 is taken modulo 26, not 27, so that the last
+    /// colour doesn't come round: the colours in files depend on it.
     static const std::string& getColor(int i);
     /// The next colour in turn, shared by all objects; those that are hard to see are left out.
     static const std::string& getNextColor();
 
-    // Each call writes one object; points and segments none when there are none. Sizes and widths are in pixels.
+    // Each call writes one object, but an empty list of points or segments writes none. Sizes and widths are in pixels.
     void writePoint(const Point3& point, int size, const std::string& color);
     void writePoints(const std::vector<Point3>& vPoints, int size, const std::string& color);
     void writePoints(const std::vector<Point3*>& vPoints, int size, const std::string& color);
     void writeSegments(const std::vector<Segment3>& vSegments, int width, const std::string& color);
     void writeSegments(const std::vector<REdge*>& vEdges, int width, const std::string& color);
-    /// Three corners per triangle.
+    /// Three corners per triangle. \param bEdges  whether edges are drawn
     void writeTriangles(const std::vector<Point3>& vCorners, const std::string& color, bool bEdges);
     void writeTriangles(const std::vector<Point3*>& vCorners, const std::string& color, bool bEdges);
     void writeTriangles(const std::vector<RTriangle*>& vRT, const std::string& color, bool bEdges);
 
-    /// Begins an object of triangles, to be followed by its vertices and faces. \param bEdges  whether edges are drawn
+    /// Begins an object of triangles, to be followed by its vertices and faces.
     void startList(size_t nVertices, size_t nFaces, bool bEdges, bool bVertexColors);
     void endList();
     /// Ends the file. Nothing may be written afterwards.

@@ -11,8 +11,8 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Corners with fewer entries are searched one by one. With a tree the time does not grow with the square of the number
-/// of edges where a great fan meets in its hub.
+/// Corners with fewer entries are searched one by one, others in a k-d tree of directions. Without it the hub of a
+/// great fan would cost the square of the number of its edges.
 constexpr size_t leastTreeSize = 64;
 constexpr size_t leafSize = 8;
 
@@ -39,7 +39,7 @@ struct FeatureEdgeMap::Search
     size_t entry = ~size_t(0);
     double turn = 361.0;
     double leastCosine = 0.5 - tolerance; // directions below it turn by more for certain, and need no arc cosine
-    double radius = 1.0 + tolerance;      // the distance between unit vectors that belongs to it
+    double radius = 1.0 + tolerance;      // how far apart the tips of such unit vectors are at most
 
     static constexpr double tolerance = 1e-6; // far above what rounding does to either
 
@@ -75,7 +75,7 @@ FeatureEdgeMap::FeatureEdgeMap(const std::vector<FeatureEdge*>& vFE)
         const auto [pCorner, c] = vSorted[i];
         const Point3* const pFar = c->pSrc == pCorner ? c->pTrg : c->pSrc;
         const Vector3 direction = normalize(*pFar - *pCorner);
-        vEntries[i] = {c, direction.isNV() ? direction : Vector3()}; // what isn't a number continues nothing
+        vEntries[i] = {c, direction.isNV() ? direction : Vector3()}; // zero has cosine 0, too little for any turn
         if (i == 0 || vSorted[i - 1].first != pCorner)
             vCorners.emplace_back(pCorner, i);
     }
@@ -92,7 +92,8 @@ FeatureEdgeMap::FeatureEdgeMap(const std::vector<FeatureEdge*>& vFE)
     }
 }
 
-/// Cuts a range along the axis of its greatest extent, so that lesser coordinates stand before its middle.
+/// Cuts a range along the axis of its greatest extent: the middle becomes the root, none before it has a greater
+/// coordinate and none behind it a lesser one.
 void FeatureEdgeMap::buildTree(size_t first, size_t last)
 {
     if (last - first <= leafSize)
@@ -183,7 +184,7 @@ bool FeatureChain::growBack(const FeatureEdgeMap& mmVtxFE)
     Point3* const q = b->pTrg;
     FeatureEdge* const pNextFE = mmVtxFE.findStraightest(b, q, normalize(*b->pTrg - *b->pSrc));
     if (pNextFE == nullptr || pNextFE->pChain != nullptr)
-        return false; // deliberately no look at the second best
+        return false; // a free second best isn't tried: where chains end depends on it
     orient(pNextFE, &FeatureEdge::pSrc, q);
     ZAV_ASSERT(pNextFE->pSrc == q, "pNextFE->pSrc==q");
     lEdges.push_back(pNextFE);

@@ -16,9 +16,9 @@ class FeatureChain;
 /// A border edge of the soup, or one whose fold is sharp.
 struct FeatureEdge
 {
-    Point3* pSrc = nullptr;
+    Point3* pSrc = nullptr; // the chain that takes the edge may swap the two
     Point3* pTrg = nullptr;
-    FeatureChain* pChain = nullptr; // null for the seed of a chain, too
+    FeatureChain* pChain = nullptr; // that grew over it; null for an edge that was only a seed
     double angle = 0.0;             // of the fold in degrees; 9999 for a border
 };
 
@@ -39,8 +39,8 @@ public:
     /// The edges at a corner.
     std::span<const Entry> getEntries(Point3* pCorner) const;
 
-    /// The edge at an end of another one that continues it best, or null: it turns by at most 60 degrees and less than
-    /// all others, the first one of equals. A border continues borders only, and a fold folds only.
+    /// The edge that carries on in the straightest way at an end of another one; null if all turn by more than 60
+    /// degrees. Of equal ones the first wins. A border goes on as a border only, and a fold as a fold.
     /// \param pEdge      the edge to be continued
     /// \param pEnd       which of its ends
     /// \param direction  unit vector along pEdge towards that end
@@ -59,16 +59,23 @@ private:
     std::vector<unsigned char> vAxis; // along which a range of the tree is cut, by its root
 };
 
-/// Feature edges in walking order: the pTrg of each one is the pSrc of the next. The seed stays free for another chain,
-/// deliberately: an edge can stand in two chains, and the later one can turn it around.
+/// Feature edges in walking order: the pTrg of each one is the pSrc of the next.
+///
+///                   d
+///                  /
+///     a --- b === c --- e --- f       seed b-c: grows to e and f, then back to a
+///                                     c-d turns more than c-e and begins a chain of its own
+///
+/// The seed doesn't count as taken. A later chain can grow over it, too, and turn it around; the order in which edges
+/// claim cells, and with it the bytes of every cloud made of triangles, depends on that.
 class FeatureChain
 {
 public:
     /// Grows a chain from an edge in both directions.
     FeatureChain(FeatureEdge* pSeed, const FeatureEdgeMap& mmVtxFE);
 
-    /// Adds the edge that continues the chain best at its end; false when there is none, when it belongs to a chain
-    /// already, or when the chain is closed now.
+    /// Adds the edge that carries on in the straightest way at the chain's end.
+    /// \return whether to go on: not without such an edge, nor if a chain has grown over it, nor if it closes this one
     bool growBack(const FeatureEdgeMap& mmVtxFE);
     /// The same at the chain's beginning.
     bool growFront(const FeatureEdgeMap& mmVtxFE);

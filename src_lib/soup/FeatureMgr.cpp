@@ -15,7 +15,7 @@ FeatureMgr::FeatureMgr(std::vector<FeatureRecord>& vInArg)
         vFE.push_back(&edges[i]);
     }
     mmVtxFE = FeatureEdgeMap(vFE);
-    for (auto it = vFE.rbegin(); it != vFE.rend(); ++it) // the sharpest ones come last
+    for (auto it = vFE.rbegin(); it != vFE.rend(); ++it) // the sharpest first
         if ((*it)->pChain == nullptr)
             vChains.push_back(new FeatureChain(*it, mmVtxFE));
 }

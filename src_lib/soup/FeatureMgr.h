@@ -1,4 +1,5 @@
-// Orders the feature edges of a triangle soup, so that the sharpest lines come last and lines stay together.
+// Orders the feature edges of a triangle soup, so that the edges of a line stay together and the sharpest lines, and
+// borders, come last. Cells are claimed from the end of the list.
 #pragma once
 
 #include "soup/FeatureChain.h"
@@ -16,7 +17,7 @@ using FeatureRecord = std::pair<double, std::pair<Point3*, Point3*>>;
 class FeatureMgr
 {
 public:
-    /// Links the edges into chains, beginning with the last edge.
+    /// Links the edges into chains. Seeds are taken from the end, so that the sharpest edges decide how lines run.
     /// \param vIn  sorted by angle; must live as long as this
     explicit FeatureMgr(std::vector<FeatureRecord>& vIn);
     ~FeatureMgr();

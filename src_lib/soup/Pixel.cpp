@@ -57,7 +57,8 @@ struct Part
 };
 
 /// Rasterises pieces in batches of bounded size: the parts of a batch are filled in parallel, then claim their cells
-/// one after the other, in the order in which the pieces were added.
+/// one after the other, in the order in which the pieces were added. So a cell goes to the same piece for any number of
+/// threads.
 /// \tparam Fill   fill(piece, part) appends to the part, and reads what claims have changed
 /// \tparam Claim  claim(part)
 template <class Fill, class Claim>
@@ -104,8 +105,9 @@ private:
 /// The samples of a piece of a large face.
 constexpr double pieceSize = 4096.0;
 
-/// Puts points into buckets of about equal size, the cells of one before those of the next, in place. The result are
-/// the ends of the buckets.
+/// The first half of a sample sort: puts points into buckets of about equal size, the cells of one before those of the
+/// next, in place.
+/// \return the ends of the buckets
 std::vector<size_t> distribute(std::span<Point3> points, const Calc& calc)
 {
     constexpr size_t pointsPerBucket = 32768, samplesPerBucket = 16;
@@ -221,7 +223,7 @@ void Pixel::linkEdge2T(const std::vector<Point3*>& vCorners)
     sortMT(vEdge2Tri.begin(), vEdge2Tri.end());
 }
 
-/// Whether the entry before belongs to another edge; so does what would follow the last one.
+/// Whether an entry is the first of its edge. The end of the list counts as one.
 bool Pixel::isFirstOfRun(size_t i) const
 {
     if (i == 0 || i == vEdge2Tri.size())
@@ -249,14 +251,15 @@ void Pixel::linkRuns(std::vector<std::array<size_t, 3>>& runs) const
                    });
 }
 
-/// Puts the triangles into breadth-first order, so that neighbours lie close in the list.
+/// Puts the triangles into breadth-first order over shared edges, starting at the last one. Cells that are claimed in a
+/// row then share bricks, and what waits for its turn lies near in memory.
 void Pixel::bfsSort()
 {
     const size_t triSiz = vTri.size();
     std::vector<std::array<size_t, 3>> runs(triSiz); // where the entries of each edge of a triangle begin
     linkRuns(runs);
 
-    std::vector<bool> bVisited(triSiz), bRunDone(vEdge2Tri.size()); // a run brings nothing new a second time
+    std::vector<bool> bVisited(triSiz), bRunDone(vEdge2Tri.size()); // an edge brings nothing new a second time
     std::vector<Tri*> queue;                                        // and the new list
     queue.reserve(triSiz);
     const auto visit = [&](Tri* t)
@@ -327,14 +330,14 @@ void Pixel::pixelAllEdges(double featureAngle, std::vector<Point3>& vPixels, Cel
     splitEdges(featureAngle, vFE, vNonFeat);
     sortMT(vFE.begin(), vFE.end());
     reorderFeatureEdges(vFE);
-    if (featureAngle >= 360.0)
+    if (featureAngle >= 360.0) // borders alone; which of their points stay depends on this turn of the order
         std::reverse(vFE.begin(), vFE.end());
     claimFeatureEnds(vFE, vPixels);
     claimFeatureEdges(vFE, vPixels, vFeatures, vBorders);
     claimFlatEdges(vNonFeat, vPixels);
 }
 
-/// The largest fold at an edge, given by its first entry.
+/// The largest fold between the first triangle at an edge and another one there. The edge is given by its first entry.
 double Pixel::getFoldAngle(size_t run) const
 {
     if (isFirstOfRun(run + 1))
@@ -353,7 +356,7 @@ void Pixel::splitEdges(double featureAngle, std::vector<FeatureRecord>& vFE, std
 {
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("dih2e", vEdge2Tri.size());
     ParallelLoop()(triangles.size(), [this](size_t i) { triangles[i].prepareNormal(); });
-    for (const auto& [pA, rest] : vEdge2Tri) // here, as a triangle without a normal ends in a report
+    for (const auto& [pA, rest] : vEdge2Tri) // reports triangles without a normal, on the caller's thread
         if (!rest.second->hasNormal())
             rest.second->getNNV(pA, rest.first);
 

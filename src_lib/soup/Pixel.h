@@ -22,7 +22,14 @@ namespace MIRT_ZAV
 using Raster = std::vector<std::pair<RCD, Point3>>;
 using CellPairs = std::vector<std::pair<CCD, CCD>>;
 
-/// How a triangle is sampled: along segments between two of its sides, parallel to the third one.
+/// How a triangle is sampled: in strips parallel to its longest side, at equal distances, from the base A-B towards the
+/// apex.
+///
+///             apex
+///            /----\         strip 3
+///        e1 /------\ e2     strip 2
+///          /--------\       strip 1
+///         A----------B      strip 0
 struct Strips
 {
     Strips(const Point3& p0, const Point3& p1, const Point3& p2, double spacing);
@@ -35,7 +42,8 @@ struct Strips
     size_t numStrips = 0; // none where an angle at the base is next to nothing
 };
 
-/// Coordinates of lattice planes along one axis, the same bits as those of Calc, by a table of the lower levels' sums.
+/// Coordinates of lattice planes along one axis, the same bits as those of Calc::extractDoubleCCD: a table holds the
+/// sums of the lower levels, and the upper ones are added to them in the same order.
 class AxisPlanes
 {
 public:
@@ -62,7 +70,8 @@ private:
     int numLevels;
 };
 
-/// Cells that were met a moment ago: neighbouring strips meet most cells twice.
+/// Cells that were met a moment ago. Neighbouring strips meet most cells twice; what is forgotten only costs time, as a
+/// cell that comes again is turned away when it is claimed.
 class RecentCells
 {
 public:
@@ -83,10 +92,11 @@ public:
     /// The angle that marks border edges.
     static constexpr double borderAngle = 9999.0;
 
-    /// \param vTriangleCorners  three pointers per triangle, equal ones for equal points, into one array; degenerate
-    ///                          triangles are left out with a warning. An empty list and one whose size isn't a
-    ///                          multiple of three end in ZavBugException.
+    /// \param vTriangleCorners  three pointers per triangle, equal ones for equal points: that is how edges find their
+    ///                          triangles. They point into one array, whose order decides that of the edges.
+    ///                          Degenerate triangles are left out with a warning.
     /// \param pCalc             must live as long as this; the soup should lie in its lattice
+    /// \throws ZavBugException  for an empty list, and one whose size isn't a multiple of three
     Pixel(std::vector<Point3*>& vTriangleCorners, Calc* pCalc);
     Pixel(const Pixel&) = delete;
     Pixel& operator=(const Pixel&) = delete;
@@ -104,18 +114,19 @@ public:
 
     /// Appends one point for each cell that an edge touches.
     void pixelAllEdges(double featureAngle, std::vector<Point3>& vPixels, CellPairs& vFeatures, CellPairs& vBorders);
-    /// The cells that a segment passes through, from a to b; nothing if both lie in one cell. The ends stay as they
-    /// are, the other points are middles of pieces of the segment.
+    /// The cells that a segment passes through, from a to b, by a walk from lattice plane to lattice plane (grid
+    /// traversal); nothing if both ends lie in one cell. The first and the last point are a and b themselves, each
+    /// other one is the middle of the piece of the segment in its cell.
     void rasterizeEdge(const Point3& a, const Point3& b, Raster& vR) const;
-    /// The cells of a triangle, sampled in strips along one side. Cells can come several times; those that are claimed
-    /// are left out.
+    /// The cells of a triangle, by its strips. Cells can come several times; those that are claimed are left out.
     void convertOneT(const Point3& p0, const Point3& p1, const Point3& p2, Raster& vR) const;
-    /// The same for one segment in a plane. The cell of a doesn't count unless the walk comes back to it.
-    /// \param pRecent  cells of earlier segments that the caller has no use for again, or null
+    /// The same for one segment in a plane. The cell in which it begins is left to the edge of the triangle there; it
+    /// comes only if rounding leads back into it.
+    /// \param pRecent  cells of earlier segments that the caller has no use for again, brought up to date; or null
     void rasterizePlane(const Plane& plane, const Point3& a, const Point3& b, Raster& vR,
                         RecentCells* pRecent = nullptr) const;
-    /// The mean of the places where the edges of a cell cut a plane; ok is false, after a warning, where there are too
-    /// few of them.
+    /// The mean of the points where the edges of a cell cut a plane. With fewer than three of them, or an edge along
+    /// the plane, ok is false after a warning.
     Point3 getMidOfCutPlane(RCD r, const Plane& plane, bool& ok) const;
 
     const std::vector<Tri*>& getTriangles() const { return vTri; }
@@ -138,7 +149,7 @@ private:
     void claimFlatEdges(const std::vector<size_t>& vNonFeat, std::vector<Point3>& vPixels);
     void claimFaces(std::vector<Point3>& vPixels);
 
-    /// The number of lattice planes between two points.
+    /// The number of lattice planes between two points: about the steps of a walk from one to the other.
     u64 countSteps(const Point3& a, const Point3& b) const;
     void rasterizeStrips(const Strips& strips, size_t first, size_t last, Raster& vR, RecentCells* pRecent) const;
     Point3 getCorner(RCD r) const;
@@ -150,7 +161,7 @@ private:
     const double spacingAbs;
     std::vector<Tri*> vTri; // owned: all lie in one array in the order of the input
     /// Three entries per triangle, sorted: the ends of an edge by address, and the triangle. The entries of one edge
-    /// are a run. Nested so that the sort sees a plain key in front.
+    /// are a run, and its first entry stands for the edge. Nested so that the sort sees a plain key in front.
     std::vector<std::pair<Point3*, std::pair<Point3*, Tri*>>> vEdge2Tri;
     std::vector<Tri> triangles;
     const AxisPlanes xPlanes, yPlanes, zPlanes;

@@ -14,7 +14,8 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Distance of strips, and of samples in a strip along the longest axis, in lattice sides.
+/// Distance of strips, and of samples in a strip along the longest axis, in lattice sides. The bytes of every cloud
+/// that is made of triangles depend on it.
 constexpr double sampleDistance = 0.577;
 
 /// What fits into the lattice at most: samples along one axis, and strips along its diagonal. Only triangles that leave
@@ -22,7 +23,8 @@ constexpr double sampleDistance = 0.577;
 constexpr double maxSamples = 3634616.0; // 2^21 / 0.577
 constexpr double maxStrips = 6295339.0;  // the same times the root of 3
 
-/// sin(x) for x from 0 to 3.2. The C library's sine may round differently from one processor to the next.
+/// sin(x) for x from 0 to 3.2, by its Taylor series. The C library's sine may round differently from one processor to
+/// the next.
 double sine(double x)
 {
     constexpr double piHigh = 3.14159265358979311600, piLow = 1.22464679914735317723e-16;
@@ -119,8 +121,8 @@ void Pixel::rasterizeEdge(const Point3& a, const Point3& b, Raster& vR) const
     vR.emplace_back(stopRCD, b);
 }
 
-/// The strips run parallel to the base from A to B. The tests of the sides' lengths are kept as they are, deliberately:
-/// the base is not the longest side in general, and the choice decides where samples lie.
+/// Takes the longest side as the base from A to B. Which of its ends is A, and which of equally long sides it is,
+/// follows from the order of the tests; where samples lie depends on that.
 Strips::Strips(const Point3& p0, const Point3& p1, const Point3& p2, double spacing) : plane(p0, p1, p2), A(p1), B(p0)
 {
     Point3 apex = p2;
@@ -145,7 +147,7 @@ Strips::Strips(const Point3& p0, const Point3& p1, const Point3& p2, double spac
     const double beta = getAngleDegree(-e3, e2);
     if (alpha < 1e-5 || beta < 1e-5)
         return;
-    // 3.14159 is deliberate: the steps depend on it.
+    // No better pi here: where samples lie depends on these digits.
     stepA = spacing / sine(alpha * 3.14159 / 180.0) * sampleDistance;
     stepB = spacing / sine(beta * 3.14159 / 180.0) * sampleDistance;
     const double n = std::min(std::ceil(len / stepA), maxStrips);
@@ -187,7 +189,7 @@ void Pixel::rasterizePlane(const Plane& plane, const Point3& a, const Point3& b,
         Point3 candidate = plane.projection(getMid(r));
         if (pCalc->getRCD(&candidate) != r)
             candidate = q;
-        if (k + 1.0 >= n && (candidate - a).length() > length)
+        if (k + 1.0 >= n && (candidate - a).length() > length) // the last sample's point lies beyond b
             return;
         vR.emplace_back(r, candidate);
         if (pRecent != nullptr)
@@ -204,7 +206,7 @@ AxisPlanes::AxisPlanes(double origin, double step, int numLevelsArg)
                 vLow[index] += std::ldexp(step, n);
 }
 
-/// As Calc::getRefPoint and getMidPoint.
+/// Corner and middle of a cell, to the bit as Calc::getRefPoint and getMidPoint give them for its CCD.
 Point3 Pixel::getCorner(RCD r) const
 {
     return {xPlanes.get(rcd::getX(r)), yPlanes.get(rcd::getY(r)), zPlanes.get(rcd::getZ(r))};
@@ -215,6 +217,8 @@ Point3 Pixel::getMid(RCD r) const
     return getCorner(r) + Vector3(0.5 * pCalc->stepX, 0.5 * pCalc->stepY, 0.5 * pCalc->stepZ);
 }
 
+/// The mean of the points where the edges of a cell cut a plane, without a message.
+/// \return whether there are at least three, and none of these edges lies along the plane
 bool Pixel::cutCell(RCD r, const Plane& plane, Point3& mean, int& numCuts, bool& bAllMet) const
 {
     const Point3 low = getCorner(r);

@@ -30,8 +30,8 @@ Vector3 Tri::getNNV(const Point3* pA, const Point3* pB)
 {
     if (nnv.isZero())
     {
-        // The order of the corners counts in the last bits: a needle can have a normal as it stands in the soup, and
-        // none here.
+        // A needle may have passed as it stands in the soup and still have no normal here: the corners come in another
+        // order, which changes the last bits.
         bool bOK = false;
         nnv = getNormalVector(*pVtx0, *pVtx1, *pVtx2, bOK);
         if (!bOK)

@@ -6,7 +6,8 @@
 namespace MIRT_ZAV
 {
 
-/// Corners ascend by address, whatever the winding of the soup: the normal belongs to that order.
+/// Corners ascend by address, whatever the winding in the soup, and the normal belongs to that order: a soup needs no
+/// common winding.
 class Tri
 {
 public:
@@ -14,8 +15,9 @@ public:
     /// Takes the corners in any order.
     Tri(Point3* a, Point3* b, Point3* c);
 
-    /// The unit normal seen along the edge from pA to pB: negated where that runs against the order of the corners.
-    /// Triangles without a normal end in ZavBugException.
+    /// The unit normal for a winding in which the edge runs from pA to pB. Two triangles that lie flat on both sides of
+    /// an edge get opposite ones.
+    /// \throws ZavBugException  for a triangle without a normal, after a message
     Vector3 getNNV(const Point3* pA, const Point3* pB);
 
     /// Computes the normal where it is possible, without a message where it isn't.
