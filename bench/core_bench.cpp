@@ -1,7 +1,7 @@
-// The ground floors: parallel sort, cell codes, the mesh's index, sets of cells.
+// What every stage stands on: parallel sort, cell codes, the mesh's index, sets of cells.
 //
-// Targets: sortMT of 10^7 keys at least 1.6 times as fast as std::sort with 2 CPUs; 30 million points per second to
-// codes on one core. std::sort of 10^6 keys is the yardstick for comparing machines.
+// Something is wrong if sortMT of 10^7 keys on 2 CPUs isn't at least 1.6 times as fast as std::sort, or one core turns
+// fewer than 30 million points per second to codes. std::sort of 10^6 keys is the yardstick between machines.
 #include "base/OrderedIndex.h"
 #include "base/sortMT.h"
 #include "base/vectorHelpers.h"
@@ -26,7 +26,7 @@ std::vector<u64> randomKeys(size_t n)
     return keys;
 }
 
-/// Sorts a fresh copy of the keys in every iteration; only the sort is timed.
+/// Sorts a fresh copy of the keys in every iteration, and times the sort alone.
 template <class T, class Sort>
 void timeSort(benchmark::State& state, const std::vector<T>& keys, const Sort& sort)
 {
@@ -53,7 +53,7 @@ void keys_sortMT(benchmark::State& state)
     timeSort(state, randomKeys(static_cast<size_t>(state.range(0))), sort);
 }
 
-/// What no radix sort takes: structs under a comparator.
+/// Structs under a comparator, where the digits of keys are no help.
 struct Record
 {
     u64 key;
@@ -106,7 +106,7 @@ void points_getCCD(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(points.size()));
 }
 
-/// Row codes of the cells that a sphere's surface passes through; about 4 pi radius^2 * 1.5 of them.
+/// Row codes of a shell of cells one cell thick around a sphere; about 4 pi radius^2 of them.
 std::vector<RCD> sphereShell(double radius)
 {
     std::vector<RCD> cells;
@@ -122,8 +122,8 @@ std::vector<RCD> sphereShell(double radius)
 }
 constexpr double shellRadius = 89.0; // 10^5 cells
 
-/// The keys that a mesh makes: pairs of neighbouring cells in the order in which a walk over the surface meets them,
-/// every one of them looked up several times.
+/// Keys as extraction makes them: pairs of neighbouring cells, region after region, but in no order inside of a region.
+/// The benchmarks look each one up several times, as a mesh does.
 std::vector<std::pair<CCD, CCD>> meshEdges()
 {
     const Calc calc(0, 0, 0, 1, 1, 1, 21);

@@ -1,5 +1,5 @@
-// Extraction of triangles from a shell of about 10^6 cells: finding the vertices and their patterns alone, then the
-// whole step with the triangles in the mesh.
+// Extraction of triangles from a shell of about 10^6 cells: first the patterns around lattice vertices and the
+// triangles they give, then all of it, with the triangles entered in the mesh, which is most of the work.
 
 #include "base/Progress.h"
 #include "base/tools.h"

@@ -1,4 +1,5 @@
-// Edge flips: evaluating candidates on one and on two CPUs, and flipping, on a torus of 10^6 triangles with rough skin.
+// Edge flips on a torus of 10^6 triangles with rough skin, so that there is much to flip: what candidates are worth, on
+// one and on two CPUs, and whole calls.
 #include "base/Progress.h"
 #include "base/ctpl.h"
 #include "base/tools.h"
@@ -16,7 +17,7 @@ using namespace MIRT_ZAV;
 
 namespace
 {
-/// Candidates per second of wall time; the argument is the number of CPUs.
+/// Edges per second of wall time; the argument is the number of CPUs.
 void evaluateCandidates(benchmark::State& state)
 {
     const MeshPtr mesh = makeRoughTorus(1000, 500);
@@ -38,7 +39,7 @@ void evaluateCandidates(benchmark::State& state)
 }
 BENCHMARK(evaluateCandidates)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-/// A whole call, with the evaluation in front and the clean-up behind.
+/// Flips per second of a whole call, evaluation and clean-up included. Each flip appends two triangles to the mesh.
 void flip(benchmark::State& state)
 {
     std::int64_t numFlips = 0;

@@ -1,5 +1,5 @@
-// Reading and writing a million points (arguments: the number of points) in each of the point formats, and reading the
-// faces of a mesh. The files are in the page cache, so that this measures the conversion, not the disk.
+// Reading and writing points in each of their formats, and reading the faces of a mesh; the argument is the number of
+// points or faces. The files stay in the page cache: what counts here is the conversion, not the disk.
 #include "files/plyMesh.h"
 #include "zav/pointFiles.h"
 
@@ -18,7 +18,7 @@ namespace
 {
 using Points = std::vector<Point3>;
 
-/// A directory of its own for every benchmark; and quiet, as the writers tell what they do.
+/// A directory of its own for every benchmark. It also silences standard output, where the writers report.
 struct Place
 {
     Place()
@@ -67,7 +67,7 @@ bool read(const std::string& format, const std::string& path, Points& points)
     return readPly(path.c_str(), true, points);
 }
 
-/// Points and bytes of the file a second.
+/// Reports points and bytes of the file per second.
 void setProcessed(benchmark::State& state, const std::string& path)
 {
     state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -80,7 +80,7 @@ void BM_Write(benchmark::State& state, const std::string& format)
     Points points = somePoints(size_t(state.range(0)));
     for (auto _ : state)
     {
-        std::filesystem::remove(place.path("a")); // to write over a file can wait for the disk
+        std::filesystem::remove(place.path("a")); // writing over a file may have to wait for the disk
         if (!write(format, place.path("a"), points))
             state.SkipWithError("not written");
     }
@@ -102,7 +102,7 @@ void BM_Read(benchmark::State& state, const std::string& format)
     setProcessed(state, place.path("a"));
 }
 
-/// As many faces as points, as in a mesh with colours: rows of 16 and of 13 bytes.
+/// A file as colourful meshes give: rows of 16 bytes for vertices, and as many of 13 bytes for faces.
 void BM_ReadFaces(benchmark::State& state)
 {
     const Place place;

@@ -1,4 +1,5 @@
-// Hole control on the same rim in shells of different size: its cost follows the rim.
+// Hole control with the same rims in shells of different size, and with ten times the rims: its cost has to follow the
+// rims, not the shell.
 
 #include "base/Progress.h"
 #include "base/tools.h"
@@ -14,7 +15,7 @@ using namespace MIRT_ZAV;
 
 namespace
 {
-/// A sphere of unit cells with round openings 12 cells wide. A point stands in every cell, off its middle.
+/// Points on a sphere, some six for each cell of side 1, but for round openings that are 12 cells wide.
 std::vector<Point3> getSphereWithOpenings(double radius, int numOpenings)
 {
     const double golden = M_PI * (3.0 - std::sqrt(5.0));
@@ -42,7 +43,7 @@ std::vector<Point3> getSphereWithOpenings(double radius, int numOpenings)
     return points;
 }
 
-/// The difference between a preparation with and without hole control is what the passes cost.
+/// Times the stage of hole control alone, as the run's own clock gives it; making and pruning cells doesn't count.
 void prepare(benchmark::State& state)
 {
     std::vector<Point3> points = getSphereWithOpenings(double(state.range(0)), int(state.range(1)));

@@ -1,5 +1,5 @@
-// From triangles to clouds and meshes: a rippled sphere of 640,000 triangles about the size of cells, which is
-// the hard case: nearly every cell lies on an edge.
+// From triangles to clouds and meshes: a rippled sphere of 640,000 triangles, about as large as cells. That is the hard
+// case, as nearly every cell lies on an edge.
 #include "zav/zav_api.h"
 
 #include <benchmark/benchmark.h>
@@ -29,7 +29,7 @@ std::vector<Point3> getSphere(int n)
     return corners;
 }
 
-/// Wall time; points of the cloud per second. The argument is the number of CPUs.
+/// Points of the cloud per second of wall time; the argument is the number of CPUs.
 void makeCloud(benchmark::State& state)
 {
     std::vector<Point3> corners = getSphere(400);

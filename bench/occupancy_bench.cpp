@@ -1,4 +1,4 @@
-// Reading neighbourhoods, the decision tables, and the removal loops on a noisy shell.
+// Occupied cells: reading their neighbourhoods, deciding by them, and the loops that remove cells of a noisy shell.
 #include "cells/RemoveDeciderFast.h"
 
 #include "base/vectorHelpers.h"
@@ -13,7 +13,7 @@ using namespace MIRT_ZAV;
 
 namespace
 {
-/// Points around a sphere in a lattice of unit cells, one point per cell, sorted by cell.
+/// Cells of side 1 around a sphere, sorted, with one point each.
 struct Shell
 {
     Calc calc{0.0, 0.0, 0.0, 2097152.0, 2097152.0, 2097152.0, 21};
@@ -43,8 +43,8 @@ Shell& bigShell()
     return shell;
 }
 
-/// Reads at random indices. The tables are made at the first read and stay, so that their making shows once only, in
-/// the counter.
+/// Reads at random indices. The first read makes the tables, once for the whole program, and the counter says how long
+/// that took.
 void tables(benchmark::State& state)
 {
     const auto start = std::chrono::steady_clock::now();
@@ -61,7 +61,7 @@ void tables(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
     state.counters["firstRead_ms"] = msToMake;
 }
-BENCHMARK(tables); // first in line, so that it sees the tables unmade
+BENCHMARK(tables); // has to be the first: any other would make the tables
 
 void getConfiguration(benchmark::State& state)
 {

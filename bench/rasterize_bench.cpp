@@ -1,5 +1,5 @@
-// Rasterisation of a torus in triangles far larger than cells, of about their size, and smaller: faces cost most, then
-// edges, then the links between triangles.
+// Rasterisation of one torus in triangles with sides of about 60, 6 and 1.5 cells: first faces cost most, then edges,
+// then the links between triangles.
 
 #include "base/Progress.h"
 #include "base/tools.h"
@@ -14,7 +14,7 @@ using namespace MIRT_ZAV;
 
 namespace
 {
-/// A grid of n x n / 2 points on a torus, two triangles per mesh.
+/// A grid of n x n / 2 points on a torus, with two triangles for each square.
 struct Torus
 {
     std::vector<Point3> points;

@@ -1,4 +1,5 @@
-// Reduction: evaluating collapses on one and on two CPUs, and whole runs, on a torus of 10^6 triangles with rough skin.
+// Reduction by edge collapse of a torus of 10^6 triangles with rough skin: which collapses are allowed, on one and on
+// two CPUs, and whole calls.
 #include "base/ctpl.h"
 #include "base/tools.h"
 #include "refined/RMesh.h"
@@ -15,7 +16,7 @@ using namespace MIRT_ZAV;
 
 namespace
 {
-/// Candidates per second of wall time; the argument is the number of CPUs.
+/// Candidates per second of wall time, two for each edge; the argument is the number of CPUs.
 void evaluateCollapses(benchmark::State& state)
 {
     const MeshPtr mesh = makeRoughTorus(1000, 500);
@@ -35,8 +36,8 @@ void evaluateCollapses(benchmark::State& state)
 }
 BENCHMARK(evaluateCollapses)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-/// A whole call; the arguments are the limits, for length in tenths and for the angle. "left" is the share of triangles
-/// that stays.
+/// A whole call. The arguments are its two limits, the edge length in tenths and the angle in degrees; "left" is the
+/// share of triangles that stays.
 void reduceTorus(benchmark::State& state)
 {
     for (auto _ : state)

@@ -1,4 +1,4 @@
-// A mesh to work on.
+// A large mesh to work on, for benchmarks of the finished mesh.
 #pragma once
 
 #include "refined/RMesh.h"
@@ -9,7 +9,8 @@
 #include <random>
 #include <vector>
 
-/// A torus of 2 m n triangles of about the side 1, with a rough skin.
+/// A torus of 2 m n triangles with a rough skin. m points go around its axis and n around its tube. Edges are about 1
+/// long around the tube; around the axis, from 1 on the inner side to 1 + 2 n / m on the outer side.
 inline MIRT_ZAV::MeshPtr makeRoughTorus(int m, int n)
 {
     using namespace MIRT_ZAV;

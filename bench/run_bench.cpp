@@ -1,4 +1,4 @@
-// Whole runs on a synthetic cloud: what a reconstruction costs per point, from the call to the finished mesh.
+// Whole reconstructions of a synthetic cloud, from the call to the finished mesh.
 
 #include "zav/zav_api.h"
 
@@ -12,7 +12,7 @@ using namespace MIRT_ZAV;
 
 namespace
 {
-/// A torus with some noise across it, sampled at random.
+/// Random points on a torus with radii 3 and 1. The noise across it is 0.3 of the mean spacing.
 std::vector<Point3> getTorus(size_t n)
 {
     std::mt19937_64 random(5);

@@ -1,4 +1,5 @@
-// readPly, points and corners: as many as the header says, and the same ones again.
+// readPly, for points and for corners of triangles: there have to be as many as the header says, and the same ones
+// again at a second reading.
 #include "files/tinyply.h"
 #include "fuzzing.h"
 #include "zav/pointFiles.h"
@@ -7,7 +8,7 @@
 
 namespace
 {
-/// Rows of the first element of the name; 0 without one.
+/// The number of rows of the first element with a name; 0 if there is none.
 std::uint64_t numRows(const PLY::PlyFile& file, const std::string& name)
 {
     for (const PLY::PlyElement& element : file.getElements())

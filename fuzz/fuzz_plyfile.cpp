@@ -1,4 +1,5 @@
-// PlyFile: everything that a header offers is requested and read, and what can be written again is the same then.
+// PlyFile: requests and reads everything that a header offers, then writes it and reads that again. What can be written
+// has to come back the same.
 #include "files/tinyply.h"
 #include "fuzzing.h"
 
@@ -10,7 +11,7 @@ namespace
 {
 using Groups = std::vector<std::shared_ptr<PLY::PlyData>>;
 
-/// Requests all properties, those of one type and element together.
+/// Requests all properties. Those of one element and type go in one request, as they share a buffer.
 Groups requestAll(PLY::PlyFile& file, size_t listSizeHint)
 {
     Groups groups;
@@ -18,7 +19,7 @@ Groups requestAll(PLY::PlyFile& file, size_t listSizeHint)
     for (const PLY::PlyElement& element : file.getElements())
     {
         if (element.name.empty() || !elements.insert(element.name).second)
-            continue; // of equal names the first one is meant
+            continue; // a name stands for the first element that has it
         std::set<std::string> names;
         std::map<std::pair<PLY::Type, bool>, std::vector<std::string>> keys;
         for (const PLY::PlyProperty& property : element.properties)
@@ -31,7 +32,7 @@ Groups requestAll(PLY::PlyFile& file, size_t listSizeHint)
             }
             catch (const std::invalid_argument&)
             {
-                // Keys of different elements can be the same: "v" + "xy", "vx" + "y".
+                // Requests are known by element and property names put together: "v" + "xy" clashes with "vx" + "y".
             }
     }
     return groups;
@@ -57,7 +58,7 @@ bool isFinite(const PLY::PlyData& data)
     return true;
 }
 
-/// False when the file has something that can't be written.
+/// \return false if the file has something that can't be written
 bool write(PLY::PlyFile& file, std::ostream& out, bool bBinary)
 {
     for (const PLY::PlyElement& element : file.getElements())
@@ -76,7 +77,7 @@ bool write(PLY::PlyFile& file, std::ostream& out, bool bBinary)
 
 void requireSameAgain(PLY::PlyFile& file, const Groups& groups, size_t listSizeHint, bool bBinary)
 {
-    // Text can't hold "nan" and "inf".
+    // The reader doesn't take "nan" and "inf" in text.
     if (!bBinary && !std::all_of(groups.begin(), groups.end(), [](const auto& data) { return isFinite(*data); }))
         return;
     std::stringstream stream;

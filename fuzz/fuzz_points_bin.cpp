@@ -1,10 +1,10 @@
-// Binary points: the rows must give what a plain reader gives, also where the count lies.
+// Binary points: the reader has to give what a plain one gives, also when the count in the file lies.
 #include "fuzzing.h"
 #include "zav/pointFiles.h"
 
 namespace
 {
-/// Whether the count makes the reader fill up the file with many points: nothing new, but slow.
+/// Whether the count makes the reader add many points to a file that has too few: that is slow and tries nothing new.
 bool fills(const std::string& bytes)
 {
     std::uint64_t count = 0;

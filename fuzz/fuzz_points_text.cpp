@@ -1,4 +1,4 @@
-// Text points: the lines must give what a plain string stream gives.
+// Text points: the reader has to give what a string stream gives, line by line.
 #include "fuzzing.h"
 #include "zav/pointFiles.h"
 

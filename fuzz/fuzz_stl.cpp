@@ -1,4 +1,4 @@
-// Text STL: the corners must be those of a plain reader, line by line.
+// Text STL: both readers have to give the corners that plain ones give, line by line.
 #include "fuzzing.h"
 #include "zav/stlFiles.h"
 

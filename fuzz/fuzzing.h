@@ -25,7 +25,8 @@ inline void requireSame(const Points& actual, const Points& expected, const char
     require(test::bytesOf(actual) == test::bytesOf(expected), what);
 }
 
-/// The input as a file. What the library tells about it isn't printed.
+/// Puts the input in a file and returns its path; the next call writes over it. From here on the library prints
+/// nothing.
 inline std::string fileOf(const std::string& bytes)
 {
     static test::MemoryFile file;

@@ -1,4 +1,4 @@
-// Writes small valid files as seeds for each target: make_seeds DIRECTORY
+// Writes small valid files to start from, in one directory for each target: make_seeds DIRECTORY
 #include "helpers/plain_files.h"
 
 #include <filesystem>

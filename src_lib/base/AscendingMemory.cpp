@@ -11,18 +11,19 @@ namespace MIRT_TOOLS
 namespace
 {
 constexpr size_t alignment = 16;
-constexpr size_t smallCommit = size_t(64) << 10;
+constexpr size_t smallCommit = size_t(64) << 10; // a small mesh doesn't pay for a whole huge page
 constexpr size_t hugePage = size_t(2) << 20;
-constexpr size_t usualRange = size_t(16) << 30;
-constexpr size_t slotSize = size_t(64) << 30; // distance of the places at which ranges try to lie
-constexpr size_t maxBlock = size_t(1) << 46;  // half of a process's address space: no more can ever be had
+constexpr size_t usualRange = size_t(16) << 30; // address space is cheap, and most meshes stay within one range
+constexpr size_t slotSize = size_t(64) << 30;   // distance of the places at which ranges try to lie
+constexpr size_t maxBlock = size_t(1) << 46;    // half of a process's address space; keeps roundUp from overflowing
 
 size_t roundUp(size_t n, size_t unit)
 {
     return (n + unit - 1) / unit * unit;
 }
 
-/// How much address space one range may take: little where the process is limited, for its other needs' sake.
+/// How much address space one range may take. Under a limit such as that of "ulimit -v" it is a small part, or a few
+/// meshes would use the limit up and leave nothing for the general allocator.
 size_t rangeSize()
 {
     rlimit limit{};
@@ -36,8 +37,9 @@ void* reserve(void* wish, size_t size)
     return mmap(wish, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
 }
 
-/// Where the first range of the next object should lie: in the empty middle of the address space, with room to grow
-/// upwards. The system's own choice lies right below other mappings.
+/// Where the first range of the next object should lie: in a slot of its own in the empty middle of the address space,
+/// with room to grow upwards. The system would put it right below other mappings, and a second range would find no
+/// place above it. After 256 objects the slots come round again; reserveUpwards passes over those that are still taken.
 char* nextSlot()
 {
     static const std::uintptr_t middle = []
@@ -53,7 +55,7 @@ char* nextSlot()
     return reinterpret_cast<char*>(middle + slotSize * (numSlotsTaken++ % numSlots));
 }
 
-/// Address space at the lowest free place from wish upwards; anywhere if there is none near; null if there is none.
+/// Address space at wish or whole slots above it; anywhere if all of those are taken; null if there is none.
 char* reserveUpwards(char* wish, size_t size)
 {
     constexpr int maxTries = 64;
@@ -98,12 +100,12 @@ void* AscendingMemory::allocate(size_t numBytes)
 bool AscendingMemory::addRange(size_t numBytes)
 {
     const size_t leastSize = roundUp(std::max<size_t>(numBytes, 1), smallCommit);
-    char* const wish = vRanges.empty() ? nextSlot() : vRanges.back().end; // rising addresses also across ranges
+    char* const wish = vRanges.empty() ? nextSlot() : vRanges.back().end; // addresses rise across ranges, too
     for (size_t size = std::max(leastSize, rangeSize());; size = std::max(leastSize, size / 2))
     {
         if (char* const begin = reserveUpwards(wish, size))
         {
-            // Mesh pools are walked at random: huge pages save most of their page faults and address look-ups.
+            // Meshes are walked in no order: huge pages spare most page faults and TLB misses.
             madvise(begin, size, MADV_HUGEPAGE);
             vRanges.push_back({begin, begin, begin, begin + size});
             return true;
@@ -117,7 +119,7 @@ void AscendingMemory::releaseFrom(void* start)
 {
     char* const address = static_cast<char*>(start);
     const auto holdsStart = [address](const Range& r) { return address >= r.begin && address <= r.end; };
-    // From the back: where two ranges adjoin, a block at their border belongs to the upper one.
+    // From the back: where two ranges touch, the end of the lower one is the first block of the upper one.
     const auto holder = std::find_if(vRanges.rbegin(), vRanges.rend(), holdsStart);
     if (holder == vRanges.rend())
         return;

@@ -52,7 +52,7 @@ BlockBuffer::int_type BlockBuffer::underflow()
 
 std::int64_t bytesLeft(std::istream& is)
 {
-    is.clear(); // a stream that was read to its end can tell, too
+    is.clear(); // tellg fails on a stream that was read to its end
     const std::istream::pos_type here = is.tellg();
     if (here == std::istream::pos_type(-1))
         return -1;
@@ -67,7 +67,7 @@ bool isReadable(std::istream& is)
 {
     is.peek();
     const bool bReadable = !is.bad();
-    is.clear(); // an empty file is readable
+    is.clear(); // an empty file is at its end, but readable
     return bReadable;
 }
 

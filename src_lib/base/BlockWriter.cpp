@@ -7,7 +7,7 @@ namespace MIRT_ZAV
 namespace
 {
 constexpr size_t blockSize = size_t(1) << 18;
-constexpr size_t longestSurround = 32; // sign, point, zeros after it and exponent of a number, beside its digits
+constexpr size_t longestSurround = 32; // what a number has beside its digits: sign, point, zeros behind it, exponent
 } // namespace
 
 BlockWriter::BlockWriter(std::ostream& out, int precision)

@@ -10,14 +10,14 @@
 namespace MIRT_ZAV
 {
 
-/// The owner calls flush() at the end; whether the output arrived is the stream's state.
+/// The owner has to call flush() at the end: the destructor doesn't. The stream's state tells whether all has arrived.
 class BlockWriter
 {
 public:
     /// \param precision  significant digits of floating-point numbers; below 0 stands for 6, as in a stream
     BlockWriter(std::ostream& out, int precision);
 
-    /// Room for n bytes, which count as written.
+    /// Room for n bytes, which count as written: the caller fills them before the next call.
     char* take(size_t n)
     {
         if (block.size() - used < n)

@@ -1,9 +1,16 @@
 // A binary heap of small words, for millions of entries.
 //
-// Among equal keys the order in which entries leave follows from the order of pushes, and results depend on it. It is
-// the order of std::push_heap and std::pop_heap as they have always been written: a new entry rises as long as it is
-// smaller than what is above it; to take the top out, the smaller of two children (the second one of equals) moves up
-// until the gap has reached the bottom, and the last entry rises from there.
+// The bytes of every result depend on the order in which entries of equal keys leave. It is that of std::push_heap and
+// std::pop_heap as they are usually written, so this heap takes the very same steps. A new entry rises as long as it is
+// smaller than what is above it. Taking the top out is Floyd's variant: the gap sinks to the bottom, each time pulling
+// up the smaller child (of equals the second); then the last entry goes in there and rises.
+//
+//     level 0       1              ( )              3               3
+//     level 1     3   5           3   5           4   5           4   5
+//     level 2    7 4 8 6         7 4 8           7 ( ) 8         7 6 8
+//
+//                 before       the top and      the gap at      6 put in: it has
+//                              6 taken out      the bottom      nothing to rise over
 #pragma once
 
 #include <algorithm>
@@ -34,10 +41,10 @@ public:
         rise(entries.size() - 1, {value, key});
     }
 
-    /// Takes out the top. Entries that come near to it on this occasion are announced, so that what will be read for
-    /// them can be fetched ahead.
-    /// \param announce  called as announce(level, value) for the entry that moved up to each of the levels 1 to
-    ///                  announcedLevels below the top
+    /// Takes out the top. Entries that come near the top by that are announced: they will leave soon, and the caller
+    /// can fetch the memory that it will read for them.
+    /// \param announce  called as announce(level, value) for each entry that moves up to a level from 1, right below
+    ///                  the top, to announcedLevels
     template <class F>
     Entry pop(const F& announce)
     {
@@ -50,7 +57,7 @@ public:
     }
 
 private:
-    /// Writes an entry to the gap at a place or above it.
+    /// Puts an entry into the gap, or above it after larger ones have moved down.
     void rise(size_t gap, Entry entry)
     {
         while (gap > 0 && entries[(gap - 1) / 2].key > entry.key)
@@ -61,7 +68,7 @@ private:
         entries[gap] = entry;
     }
 
-    /// Moves the gap at the top to the bottom; returns its place there.
+    /// Lets the gap sink from the top to the bottom; returns where it ends.
     template <class F>
     size_t sinkGap(const F& announce)
     {
@@ -77,7 +84,7 @@ private:
         }
         for (; child < n; child = 2 * gap + 2)
         {
-            // Three levels ahead, so that the memory answers while the levels between are dealt with.
+            // All eight places three levels below the gap: memory answers while the levels between are dealt with.
             __builtin_prefetch(e + 8 * gap + 7);
             __builtin_prefetch(e + 8 * gap + 14);
             gap = moveSmallerUp(e, gap);

@@ -1,8 +1,12 @@
 // An associative container for meshes: look-ups through a hash table, results in the order of an ordered tree.
 //
 // A tree of millions of nodes costs a chain of cache misses for every look-up. Meshes look up constantly and iterate in
-// key order rarely, so the entries lie in one array with an open-addressing table beside it, and the array is put into
-// key order when an iteration asks for it. The hash decides speed only, never an order.
+// key order rarely. So the entries lie in one array, found through a hash table of their indices, and the array is
+// sorted only when an iteration asks for it. The hash decides how fast it goes, never an order.
+//
+//     slots    [ 3 |   | 0 | 4 |   |   | 1 | 2 ]     linear probing
+//     entries  [ a   c   f | d   b ]
+//                sorted      as they came            numSorted = 3
 #pragma once
 
 #include "base/sortMT.h"
@@ -15,7 +19,7 @@
 namespace MIRT_TOOLS
 {
 
-/// Spreads the bits of a 64-bit number over the whole word.
+/// Spreads the bits of a 64-bit number over the whole word: multiplicative hashing by the golden ratio (Knuth).
 inline std::uint64_t mixBits(std::uint64_t x)
 {
     x *= 0x9e3779b97f4a7c15u;
@@ -34,8 +38,9 @@ struct WordHash
     }
 };
 
-/// Unique keys with a value each, like std::map. Iteration is in key order and must not overlap with changes; entries
-/// move when others are inserted or erased. Look-ups of several threads may overlap, iterations not.
+/// Unique keys with a value each, like std::map. An insertion or erasure may move other entries, so it ends iterations
+/// and makes pointers to values invalid. Look-ups of several threads may overlap; begin() overlaps with nothing, as it
+/// may sort.
 template <class Key, class Value, class Hash = WordHash>
 class OrderedIndex
 {
@@ -60,7 +65,7 @@ public:
             rebuildSlots(numSlotsFor(n));
     }
 
-    /// The value of a key, or null.
+    /// The value of a key, or null. Valid until the next change and the next begin().
     Value* find(const Key& key)
     {
         const size_t slot = findSlot(key, Hash()(key));
@@ -69,17 +74,17 @@ public:
     const Value* find(const Key& key) const { return const_cast<OrderedIndex*>(this)->find(key); }
     size_t count(const Key& key) const { return find(key) != nullptr ? 1 : 0; }
 
-    /// Starts to load the place where the search for a key begins.
+    /// Asks the processor to load the place where the search for a key will begin.
     void prefetch(const Key& key) const
     {
         if (!slots.empty())
             __builtin_prefetch(&slots[homeOf(Hash()(key))]);
     }
 
-    /// False, and nothing changed, when the key is there already.
+    /// False when the key is there already; its value stays.
     bool insert(const Key& key, const Value& value) { return insertOrFind(key, value).second; }
 
-    /// The value of the key, new with the one given if the key wasn't there; and whether it is new.
+    /// \return the value of the key, which is the one given if the key wasn't there, and whether it wasn't
     std::pair<Value*, bool> insertOrFind(const Key& key, const Value& value)
     {
         const std::uint64_t hash = Hash()(key);
@@ -88,13 +93,14 @@ public:
         if (numSlotsFor(entries.size() + 1) > slots.size())
             rebuildSlots(numSlotsFor(entries.size() + 1));
         if (numSorted == entries.size() && (entries.empty() || entries.back().first < key))
-            ++numSorted; // arrives in order
+            ++numSorted; // keys that arrive in order spare the sort
         entries.emplace_back(key, value);
         occupy(hash, static_cast<std::uint32_t>(entries.size() - 1));
         return {&entries.back().second, true};
     }
 
-    /// The number of entries erased, 0 or 1.
+    /// The last entry fills the gap, so that the array stays dense.
+    /// \return the number of entries erased, 0 or 1
     size_t erase(const Key& key)
     {
         const size_t slot = findSlot(key, Hash()(key));
@@ -121,7 +127,7 @@ public:
     const_iterator end() const { return entries.end(); }
 
 private:
-    /// A place of the table. The tag, the upper half of the hash, spares most comparisons of keys.
+    /// A place of the table. The tag, the upper half of the hash, tells most keys apart without a look at the entries.
     struct Slot
     {
         std::uint32_t tag = 0;
@@ -148,7 +154,7 @@ private:
         return notFound;
     }
 
-    /// The place of an entry; by its index, as a key that holds something that isn't a number equals nothing.
+    /// The place of an entry. It compares indices, not keys: a point with a NaN in it isn't even equal to itself.
     size_t findSlotOf(std::uint32_t index) const
     {
         size_t slot = homeOf(Hash()(entries[index].first));
@@ -165,7 +171,11 @@ private:
         slots[slot] = {tagOf(hash), index};
     }
 
-    /// Empties a place and pulls the entries behind it forward, so that no search stops too early.
+    /// Empties a place. A search ends at the first empty place, so entries behind the hole that would no longer be
+    /// found move into it (Knuth's algorithm R for linear probing): those whose home isn't behind the hole.
+    ///
+    ///     home of x         hole         x            x moves into the hole and leaves the next one
+    ///         |...............|..........|
     void vacate(size_t hole)
     {
         for (size_t slot = next(hole); slots[slot].index != noEntry; slot = next(slot))
@@ -200,10 +210,10 @@ private:
         rebuildSlots(slots.size());
     }
 
-    // Mutable: an iteration puts the entries in order.
+    // Mutable, as an iteration over a constant index sorts it, too.
     mutable std::vector<value_type> entries;
     mutable std::vector<Slot> slots; // a power of two, at most two thirds full
-    mutable size_t numSorted = 0;    // length of the ordered front part of entries
+    mutable size_t numSorted = 0;    // so many entries from the front are in order
 };
 
 } // namespace MIRT_TOOLS

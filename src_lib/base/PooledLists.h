@@ -1,7 +1,11 @@
 // Lists of values for the objects of a pool, like a multimap with access by key.
 //
-// Objects of a pool lie side by side in the order of their creation, so that an object's address says where its list
-// begins: no look-up is needed.
+// Objects of a pool lie side by side in the order of their creation, so an object's address tells its number, and the
+// number where its list begins: no search and no hash.
+//
+//     pool     [ obj 0 | obj 1 | obj 2 | ... ]
+//     heads    [  0,3  |   -   |  1,1  | ... ]     first and last node of each list
+//     nodes    [ a ->3 | c     | free  | b   ]     obj 0 has a, b; obj 2 has c
 #pragma once
 
 #include <cstddef>
@@ -18,7 +22,7 @@ class PoolIndex
 public:
     void reserve(size_t n) { values.reserve(n); }
 
-    /// Objects are added in the order of their creation.
+    /// To be called for every object, in the order of creation.
     void add(const Object* pObject)
     {
         if (runs.empty() || pObject != runs.back().begin + runs.back().size)
@@ -29,7 +33,7 @@ public:
 
     size_t size() const { return values.size(); }
 
-    /// The number of an added object in the order of creation, from 0.
+    /// The number of an object in the order of creation, from 0. The object must have been added.
     size_t indexOf(const Object* pObject) const { return static_cast<size_t>(find(pObject) - values.data()); }
 
     /// The value of an object, or null for one that wasn't added.
@@ -38,6 +42,7 @@ public:
         for (const Run& run : runs)
         {
             const auto begin = reinterpret_cast<std::uintptr_t>(run.begin);
+            // Below the run the difference wraps round to a huge number.
             const size_t i = (reinterpret_cast<std::uintptr_t>(pObject) - begin) / sizeof(Object);
             if (i < run.size)
                 return &values[run.firstValue + i];
@@ -50,7 +55,8 @@ public:
     }
 
 private:
-    /// Objects side by side. A pool has one run unless the address space is tight.
+    /// Objects side by side. A pool is one run as long as its containers lie side by side, which they do unless the
+    /// address space is tight: find() counts on there being few.
     struct Run
     {
         const Object* begin;
@@ -62,7 +68,7 @@ private:
     std::vector<Value> values;
 };
 
-/// The values of an object keep their order of insertion.
+/// A list for each object; its values keep their order of insertion.
 template <class Object, class T>
 class PooledLists
 {
@@ -77,13 +83,13 @@ public:
         nodes.reserve(numExpectedValues);
     }
 
-    /// Makes room for the list of an object; in the order of creation, and before values are inserted for it.
+    /// Gives an object an empty list. To be called for every object, in the order of creation.
     void addObject(const Object* pObject) { heads.add(pObject); }
     size_t getNumObjects() const { return heads.size(); }
-    /// The number of an added object in the order of creation, from 0.
+    /// The number of an object in the order of creation, from 0. The object must have been added.
     size_t indexOf(const Object* pObject) const { return heads.indexOf(pObject); }
 
-    /// Appends a value to the object's list.
+    /// Appends a value to the list of an object that was added.
     void insert(const Object* pObject, T value)
     {
         const std::uint32_t node = newNode(value);
@@ -96,13 +102,13 @@ public:
         ++numValues;
     }
 
-    /// Removes every entry with this object and value; returns their number.
+    /// Takes every occurrence of the value off the object's list; returns how many there were.
     int erase(const Object* pObject, const T& value)
     {
         return eraseIf(pObject, [&value](const T& listed) { return listed == value; });
     }
 
-    /// Removes all entries of an object; returns their number.
+    /// Empties the object's list; returns how many values it had.
     int erase(const Object* pObject)
     {
         return eraseIf(pObject, [](const T&) { return true; });
@@ -115,7 +121,7 @@ public:
         return n;
     }
 
-    /// Start to load the head of an object's list, and what stands first in it.
+    // Two steps of fetching ahead: the head of an object's list, then, once that has arrived, the first value in it.
     void prefetchHead(const Object* pObject) const { __builtin_prefetch(heads.find(pObject)); }
     void prefetchFirst(const Object* pObject) const
     {
@@ -123,7 +129,7 @@ public:
             __builtin_prefetch(&nodes[head->first]);
     }
 
-    /// Calls f(value) for the values of an object, in order; never for an object that wasn't added.
+    /// Calls f(value) for the values of an object, in order. An object that wasn't added has none.
     template <class F>
     void forEach(const Object* pObject, const F& f) const
     {
@@ -188,7 +194,7 @@ private:
 
     PoolIndex<Object, Head> heads;
     std::vector<Node> nodes;
-    std::uint32_t firstFree = noNode;
+    std::uint32_t firstFree = noNode; // chain of the nodes to be used again
     size_t numValues = 0;
 };
 

@@ -10,7 +10,7 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Broadcasts that a whole run aims at.
+/// How often a subscriber should hear of a whole run: enough for a smooth bar, too seldom to cost time.
 constexpr double broadcastsPerRun = 200.0;
 
 long getPeakMemoryKB()
@@ -48,7 +48,7 @@ void StageClock::end(const std::string& label)
     {
         if (vTimings[vOpen[i].timing].label != label)
             continue;
-        // What began inside and was never closed ends with it.
+        // Stages inside it that were never ended end with it.
         while (vOpen.size() > i)
         {
             close(vOpen.back());
@@ -99,7 +99,7 @@ Progress* Progress::findChild(const std::string& childName)
 Progress* Progress::getChildProgressSetTodo(const std::string& childName, std::uint64_t todoArg)
 {
     if (todo == 0)
-        todo = 1;
+        todo = 1; // this one had nothing to do by itself; from now on its fraction is that of the stages below it
     getRoot()->clock.begin(childName);
     std::lock_guard<std::recursive_mutex> lock(mutex);
     auto q_it = mNameKids.find(childName);
@@ -120,7 +120,8 @@ void Progress::setTodo(std::uint64_t todoArg)
         todo = todoArg;
     else
     {
-        // The stage is entered again: the fraction shown must not jump back.
+        // Entered again: the new steps come on top, and done is scaled so that the fraction doesn't jump back. Where it
+        // scales down to nothing, the step is computed anew, too.
         const double reached = getFrac();
         const std::uint64_t newTodo = todoArg + done;
         done = static_cast<std::uint64_t>(static_cast<double>(newTodo) * reached);
@@ -143,7 +144,7 @@ void Progress::computeStep()
         {
             const double share = static_cast<double>(todo) / broadcastsPerRun;
             step = static_cast<std::uint64_t>(std::ceil((sumWeights / weight) * share));
-            if (todo < step) // a short stage of small weight still sends one update before its end
+            if (todo < step) // a short stage of small weight: one update on the way, not only at its end
                 step = static_cast<std::uint64_t>(std::ceil(static_cast<double>(todo) * 0.75));
         }
     }
@@ -195,7 +196,8 @@ double Progress::getFrac()
 
 void Progress::broadcast(const std::string&)
 {
-    // Only the root's mutex is held from here on. A node's own would come before its siblings', in any order of stages.
+    // No mutex is held here, and the root takes its own before those of its stages. A caller that still held a stage's
+    // would take the root's after it, against the order of all other places.
     getRoot()->tellSubscriber();
 }
 
@@ -284,7 +286,8 @@ void setUpRun(const char* name, const Stage (&stages)[N])
 
 void progressForReco()
 {
-    // "SM_run" is counted by no stage; it only holds back the fraction by its weight until the closing setDone.
+    // Nothing enters "SM_run". Its weight is part of the sum all the same and keeps the fraction below 1 until the
+    // setDone at the end of the run: the values that subscribers hear depend on it.
     static constexpr Stage stages[] = {{"CL_eres", 3.0},        {"SM_run", 3.0},           {"CL_creb", 3.0},
                                        {"HL_st", 3.0},          {"VO_ftx", 3.0},           {"VO_amb", 3.0},
                                        {"TP_unif", 10.0},       {"TP_pps", 100.0},         {"TP_cbcpl", 100.0},
@@ -296,7 +299,8 @@ void progressForReco()
 
 void progressForEstimation()
 {
-    // Deliberately never closed by its user: subscribers see about 2/3 as the last value.
+    // Nothing enters "SM_run", and an estimation ends without finishRun: the last value that subscribers hear, and rely
+    // on, is about 2/3.
     static constexpr Stage stages[] = {{"CL_eres", 3.0}, {"SM_run", 3.0}, {"CL_creb", 3.0}};
     setUpRun("Density Estimation", stages);
 }
@@ -311,7 +315,8 @@ void progressForCloud()
 
 void progressForMelt()
 {
-    // Some stages never run; they hold back the fraction by their weight until the closing setDone.
+    // Not all of these are entered. Those that aren't keep the fraction below 1 by their weight until the setDone at
+    // the end of the run: the values that subscribers hear depend on it.
     static constexpr Stage stages[] = {
         {"dih2e", 0.061},        {"reo", 0.013},         {"rFins", 0.002},          {"feate", 0.019},
         {"nfeate", 0.084},       {"ar4", 0.092},         {"oifc", 0.025},           {"mandiffe", 0.042},

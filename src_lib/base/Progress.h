@@ -1,4 +1,11 @@
-// The tree of weighted stages behind the one fraction that an application hears of, and the clock that times the stages.
+// The tree of weighted stages behind the one fraction that an application hears of, and the clock of the stages.
+//
+//     root "Reconstruct"            fraction: mean of the stages by weight
+//      |-- "CL_creb"         3      6 of 6 steps done
+//      |-- "PREP_fillHoles"  100    12 of 40 steps done
+//      `-- "VO_ftx"          3      not begun, counts as 0
+//
+// A stage may have stages of its own; then its fraction is their mean.
 #pragma once
 
 #include "zav/Progress.h"
@@ -14,14 +21,15 @@
 namespace MIRT_ZAV
 {
 
-/// Notes when stages begin and end. Stages are listed in the order in which they first began.
+/// Notes when stages begin and end. Stages are listed in the order in which they first began; a stage that is entered
+/// several times has one entry with the sum.
 class StageClock
 {
 public:
     void restart();
     void begin(const std::string& label);
     void end(const std::string& label);
-    /// Ends what is still under way, the whole run included.
+    /// Ends whatever is still under way, the whole run included.
     void endAll();
     const std::vector<StageTiming>& getTimings() const { return vTimings; }
 
@@ -29,18 +37,18 @@ private:
     using Clock = std::chrono::steady_clock;
     struct OpenStage
     {
-        size_t timing; // index in vTimings
+        size_t timing; // index into vTimings
         Clock::time_point start;
     };
 
     void close(const OpenStage& stage);
 
     std::vector<StageTiming> vTimings;
-    std::vector<OpenStage> vOpen;
+    std::vector<OpenStage> vOpen; // nested: the innermost stage last
 };
 
-/// One node of the tree. The root belongs to a thread; its children are the stages of a run. Only that thread may use
-/// the tree: the counters of the fast path have no lock. The mutexes guard the rest, locked parent before child.
+/// One node of the tree. The root belongs to a thread, its children are the stages of a run. Only that thread may use
+/// the tree, as incProgressBy counts without a lock. Where mutexes are taken, the parent's comes before the child's.
 class Progress
 {
 public:
@@ -49,25 +57,26 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// Adds a stage; one that exists stays as it is. A node named "empty" can't have any.
+    /// Adds a stage; one that exists stays as it is.
+    /// \throws ZavBugException when this node is named "empty": no run has been started on it
     void createChild(const std::string& name, double weight);
 
     /// The stage of this name, or null.
     Progress* findChild(const std::string& childName);
 
-    /// The stage, made with weight 10 if nobody registered it, with its number of steps set. A stage that is entered
-    /// again keeps the fraction it has reached.
+    /// Enters a stage and sets its number of steps. One that wasn't registered is made with weight 10. One that was
+    /// entered before goes on from the fraction it has reached: what the user sees must not fall.
     Progress* getChildProgressSetTodo(const std::string& name, std::uint64_t todo);
 
-    /// One step done. The subscriber hears of it about 200 times in a run. Takes no lock on the usual path.
+    /// One step done. Cheap enough for inner loops: most calls only count; about 200 in a run reach the subscriber.
     void incProgressByOne() { incProgressBy(1); }
-    /// A group of steps done at once.
+    /// Several steps done at once.
     void incProgressBy(std::uint64_t numSteps)
     {
         sinceBroadcast += numSteps;
         const std::uint64_t newDone = done + numSteps;
         if (newDone > todo)
-            done = todo; // never past the end
+            done = todo; // a stage that takes more steps than expected stays at its end
         else
         {
             done = newDone;
@@ -77,29 +86,31 @@ public:
         announce();
     }
 
-    /// The node and all below it count as finished.
+    /// The node and all below it count as finished, and its timing ends.
+    /// \param broadcastNow  whether the subscriber hears of it at once
     void setDone(bool broadcastNow);
 
-    /// Ends the timing of a stage that stays open in the tree.
+    /// Ends the timing of a stage without setDone: its fraction stays as it is, and the subscriber hears nothing.
     void stopClock();
 
-    /// The part done, 0 to 1; over children the mean by weight.
+    /// The part done, 0 to 1; with children their mean by weight. A stage of no steps counts as done.
     double getFrac();
 
-    /// Climbs to the root, which tells its subscriber if the fraction has changed. The text is ignored.
+    /// Makes the root tell its subscriber the fraction of the whole run, if that has changed. The argument isn't used.
     void broadcast(const std::string&);
 
-    /// Back to the "empty" state without children. The subscriber and the weight stay.
+    /// Removes all stages and names the node "empty". The subscriber and the weight stay.
     void reset();
 
-    /// Starts a run on a root: forgets the last one and gives the tree its name.
+    /// Starts a run on a root and forgets the last one, which may have ended in an exception.
     void startRun(const std::string& runName);
-    /// Ends a run on a root after a normal end: everything counts as done, the tree is empty again.
+    /// Ends a run on a root: the subscriber hears 1, and the tree is empty again.
     void finishRun();
 
+    /// Null is ignored: a subscriber can be replaced, not removed.
     void setSubscriber(ProgressBase* pProgress);
     std::string getName();
-    /// The stages of the root's last run.
+    /// The stages of this root's last run, or so far of the one under way.
     const std::vector<StageTiming>& getTimings() const { return clock.getTimings(); }
 
 private:
@@ -110,8 +121,8 @@ private:
     Progress* getRoot();
 
 public:
-    // Guarded by the mutex but for the usual path of incProgressBy.
-    std::map<std::string, Progress*> mNameKids; // the stages below this node; iterated in the order of their names
+    // Guarded by the mutex, except where incProgressBy only counts.
+    std::map<std::string, Progress*> mNameKids; // owned; in the order of names, so that sums always round the same
     std::string name;
     const double weight;
     ProgressBase* subscriber = nullptr; // not owned; only the root's is used
@@ -119,13 +130,14 @@ public:
     std::recursive_mutex mutex;
     std::uint64_t todo = 1;
     std::uint64_t done = 0;
-    std::uint64_t step = 1; // broadcast every this many steps
+    std::uint64_t step = 1; // so many steps lie between two broadcasts
     std::uint64_t sinceBroadcast = 0;
-    double lastFraction = -1.0;
-    StageClock clock; // only the root's is used
+    double lastFraction = -1.0; // what the subscriber heard last; only the root's is used
+    StageClock clock;           // only the root's is used
 };
 
-/// One object per thread, made on first use. It goes with its thread, or with the process.
+/// One object per thread, made on first use and destroyed with its thread or, for threads that are still running then,
+/// at the end of the process.
 template <class T>
 class ThreadSingleton
 {
@@ -133,7 +145,7 @@ public:
     static T* getInstance()
     {
         static Cleanup cleanup;
-        thread_local EndOfThread endOfThread; // ids of threads are used again: a new thread must not find an old object
+        thread_local EndOfThread endOfThread; // thread ids come round again: a new thread must not find an old object
         Registry& registry = getRegistry();
         std::lock_guard<std::mutex> lock(registry.mtx);
         T*& instance = registry.mInstances[std::this_thread::get_id()];
@@ -149,7 +161,7 @@ private:
         std::map<std::thread::id, T*> mInstances;
     };
 
-    /// Never destroyed, as threads may outlive the static objects.
+    /// Never destroyed: a thread may end after the static objects have gone.
     static Registry& getRegistry()
     {
         static Registry& registry = *new Registry;
@@ -183,21 +195,21 @@ private:
     };
 };
 
-/// The root of the calling thread.
+/// The calling thread's root.
 inline Progress* getThreadProgress()
 {
     return ThreadSingleton<Progress>::getInstance();
 }
 
-// Each sets up the calling thread's root for one kind of run.
+// One for each kind of run: each starts it on the calling thread's root and registers its stages.
 void progressForReco();
 void progressForEstimation();
 void progressForCloud();
 void progressForMelt();
 void progressForFlips();
-/// \param temperatures  of the rounds between the plain flips
+/// \param temperatures  of the rounds between the plain flips; each round has a stage of its own
 void progressForAnnealing(const std::vector<double>& temperatures);
-/// \param numRounds  below 1: none
+/// \param numRounds  one stage for each; none below 1
 void progressForSmoothing(int numRounds);
 void progressForReduction();
 

@@ -1,4 +1,4 @@
-// A pool of objects of one type: taking one is a pointer bump, and all are released at once with the owner.
+// A pool of objects of one type: taking one costs an addition, and all go at once with their owner.
 #pragma once
 
 #include "base/AscendingMemory.h"
@@ -12,23 +12,25 @@
 namespace MIRT_TOOLS
 {
 
-/// Hands out raw memory for objects from a list of large containers. No object goes back singly and no destructor is
-/// run. Addresses stay valid for the pool's life, and later objects lie at higher addresses, so that the order of
-/// addresses is the order of creation. Not thread-safe: objects are taken on one thread.
+/// Hands out raw memory for objects from a list of large containers. An object never moves, none goes back on its own,
+/// and the pool runs no destructors: whoever takes objects that own memory destroys them. Later objects lie at higher
+/// addresses, so that the order of addresses is the order of creation. Not thread-safe: one thread takes the objects.
+///
+///     [ numFirst objects ][ half of that ][ as many as first ][ twice that ][ ... up to maxContainer each ]
 template <class T>
 class SimplePool
 {
 public:
     std::vector<T*> vContainers;  // in order of allocation
-    std::vector<int> vSizes;      // objects per container
+    std::vector<int> vSizes;      // objects that each container has room for
     T* pCurrent = nullptr;        // container in use
-    int index = -1;               // last object taken from it
-    int capacity = 0;             // objects in it
-    int numFirst = -1;            // size of the first container
-    int numMore = -1;             // size of later ones; negative for automatic growth
-    bool bInitialized = false;    //
-    bool bSingleContainer = true; // until a second container is allocated
-    int maxContainer = -1;        // limit of automatic sizes, in objects
+    int index = -1;               // last object taken from it, -1 for none
+    int capacity = 0;             // objects that it has room for
+    int numFirst = -1;            // room in the first container
+    int numMore = -1;             // room in each later one; negative for automatic growth
+    bool bInitialized = false;    // init() has been called
+    bool bSingleContainer = true; // false from the second container on
+    int maxContainer = -1;        // limit of automatic growth, in objects
 
     SimplePool() = default;
     SimplePool(const SimplePool&) = delete;
@@ -36,12 +38,15 @@ public:
 
     ~SimplePool()
     {
-        if (vContainers.size() > 500) // a hint to the developer that numMore was chosen too small
+        if (vContainers.size() > 500) // so many small ones cost time: numMore should be larger for such data
             std::cout << "SimplePool::~SimplePool: Number of containers to release: " << vContainers.size() << '\n';
     }
 
-    /// Allocates the first container, of exactly numFirstArg objects. A negative numMoreArg lets later containers grow
-    /// by themselves, up to maxContainerArg objects each. A second call ends the process.
+    /// Allocates the first container. To be called once, before the first take(): a second call ends the process, and
+    /// so does memory that is out, here and later.
+    /// \param numFirstArg      objects in the first container
+    /// \param numMoreArg       objects in each later one; negative: they grow by themselves
+    /// \param maxContainerArg  limit of that growth, in objects; by default about 100 MB
     void init(int numFirstArg, int numMoreArg, int maxContainerArg = 100000000 / int(sizeof(T)))
     {
         if (bInitialized)
@@ -53,7 +58,8 @@ public:
         bInitialized = true;
     }
 
-    /// Adds a container of n objects, or of an automatic size when n < 0.
+    /// Allocates a container and goes on in it; what is free in the present one stays unused.
+    /// \param n  objects it has room for; negative: automatic growth
     void alloc(int n)
     {
         if (n < 0)
@@ -68,19 +74,19 @@ public:
         capacity = n;
     }
 
-    /// The memory of the next object. It is not initialised: the caller constructs in place.
+    /// \return raw memory for the next object; the caller constructs it there with placement new
     T* take()
     {
         if (++index >= capacity)
         {
-            alloc(numMore == 0 ? 1 : numMore); // a growth step that was computed as 0 must not stand still
+            alloc(numMore == 0 ? 1 : numMore); // a numMore that was computed may have rounded to 0
             ++index;
             bSingleContainer = false;
         }
         return pCurrent + index;
     }
 
-    /// Releases all containers but the first, which is handed out again from its start.
+    /// Gives up all objects. Only the first container stays and is handed out again from its start.
     void backToFirstContainer()
     {
         if (vContainers.size() > 1)
@@ -96,6 +102,7 @@ public:
     }
 
 private:
+    /// Half of the first container, then doubling: a first guess that was good wastes little on the rest.
     int automaticSize() const
     {
         if (vSizes.empty())

@@ -10,8 +10,8 @@
 namespace MIRT_TOOLS
 {
 
-/// For plain small values such as pointers. Nearly every mesh edge has two triangles: kept in place they cost neither
-/// an allocation nor a cache miss.
+/// For plain small values such as pointers. Nearly every mesh edge has two triangles: inside the edge they cost neither
+/// an allocation nor a cache miss. Further elements move all of them to the heap, for good.
 template <class T, std::uint32_t NumInside>
 class SmallVec
 {

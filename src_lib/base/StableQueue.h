@@ -1,5 +1,4 @@
-// A priority queue in which equal keys keep their order of arrival, like a multimap that is only ever read at its
-// front.
+// A priority queue in which equal keys leave in their order of arrival, like a multimap that is only read at its front.
 #pragma once
 
 #include "base/sortMT.h"
@@ -13,8 +12,11 @@
 namespace MIRT_TOOLS
 {
 
-/// The first entry under Compare comes first. A bulk that arrives at once is kept as a sorted list, which costs its
-/// readers no search; only single entries go through a heap.
+/// The smallest key under Compare comes first, and of equal keys the one with the lowest number of arrival. Entries
+/// that arrive in bulk are sorted once and then read off one by one; only single entries go through a heap.
+///
+///     list   . . . . | 1.0 1.5 1.5 2.0 ...      read up to iList
+///     heap             1.2 1.5 1.7              front() is the smaller of the two fronts
 template <class Key, class Value, class Compare = std::less<Key>>
 class StableQueue
 {
@@ -25,24 +27,25 @@ public:
     size_t size() const { return vList.size() - iList + heap.size(); }
 
     void push(const Key& key, const Value& value) { pushAt(key, takeArrivals(1), value); }
-    /// As if the entry had been pushed when this number was the next one.
+    /// The same with a number of arrival that was set aside before: the entry takes its place among equal keys as if it
+    /// had been pushed back then.
     void pushAt(const Key& key, std::uint64_t arrival, const Value& value) { heap.push({key, arrival, value}); }
-    /// Sets the next n numbers of arrival aside; returns the first.
+    /// Sets n numbers of arrival aside for entries that come later; returns the first.
     std::uint64_t takeArrivals(std::uint64_t n)
     {
         numArrived += n;
         return numArrived - n;
     }
 
-    /// As if makeValue(second) were pushed under first for all items in their order. Merging a bulk into the list costs
-    /// the length of the list: a few items beside many go through the heap.
+    /// Pushes makeValue(second) under first for all items, in their order.
     template <class T, class F>
     void pushAll(const std::vector<std::pair<Key, T>>& items, const F& makeValue)
     {
         pushAllAt(items, makeValue, [this](const T&) { return takeArrivals(1); });
     }
 
-    /// The same with the number arrivalOf(second).
+    /// The same with arrivalOf(second) as number of arrival. A merge costs the length of the list, so that a few items
+    /// beside a long list go through the heap instead.
     template <class T, class F, class G>
     void pushAllAt(const std::vector<std::pair<Key, T>>& items, const F& makeValue, const G& arrivalOf)
     {
@@ -71,7 +74,8 @@ public:
         return {entry.key, entry.value};
     }
 
-    /// The value some way ahead among those that came at once, or null; to fetch memory in time.
+    /// The value n places ahead in the list, or null: a hint at what comes soon, to fetch memory in time. Entries of
+    /// the heap don't count.
     const Value* lookAhead(size_t n) const { return n < vList.size() - iList ? &vList[iList + n].value : nullptr; }
 
     void pop()
@@ -94,7 +98,7 @@ private:
         const Compare compare;
         return compare(x.key, y.key) || (!compare(y.key, x.key) && x.arrival < y.arrival);
     }
-    struct ComesLater // the standard heap has its largest element in front
+    struct ComesLater // std::priority_queue has the largest element in front
     {
         bool operator()(const Entry& x, const Entry& y) const { return comesBefore(y, x); }
     };
@@ -102,8 +106,8 @@ private:
     bool isListDone() const { return iList == vList.size(); }
     bool isListNext() const { return !isListDone() && (heap.empty() || comesBefore(vList[iList], heap.top())); }
 
-    std::vector<Entry> vList; // in order
-    size_t iList = 0;         // its first entry that is still there
+    std::vector<Entry> vList; // sorted
+    size_t iList = 0;         // those before it have left
     std::priority_queue<Entry, std::vector<Entry>, ComesLater> heap;
     std::uint64_t numArrived = 0;
 };

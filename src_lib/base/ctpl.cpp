@@ -15,7 +15,7 @@ thread_pool::~thread_pool()
 
 thread_pool* thread_pool::getLevelPool(bool bDestroy)
 {
-    // Never destroyed: at the end of the process workers may still wait on the pools.
+    // Never destroyed: at the end of the process threads may still wait in the pools.
     static std::mutex& mtx = *new std::mutex;
     static std::map<int, thread_pool*>& mLevelPool = *new std::map<int, thread_pool*>;
 
@@ -66,7 +66,7 @@ void thread_pool::resize(int n)
         threads[id].detach();
     }
     {
-        // Under the mutex no worker stands between its last look at the flag and its wait.
+        // Without the mutex a thread that has looked at its flag but doesn't wait yet would sleep through the call.
         std::lock_guard<std::mutex> lock(shared->waitMutex);
         shared->wakeUp.notify_all();
     }
@@ -87,7 +87,7 @@ void thread_pool::stop()
     for (std::thread& thread : threads)
         thread.join();
     {
-        // Workers that a resize has detached may still look into the queue.
+        // Threads that a resize has detached may still look into the queue.
         std::lock_guard<std::mutex> lock(shared->queueMutex);
         shared->jobs = {};
     }
@@ -131,7 +131,7 @@ void thread_pool::work(int id, int level, std::shared_ptr<Shared> shared, std::s
         if (shared->pop(job))
         {
             job(id);
-            job = nullptr; // what the job holds must not outlive it in an idle worker
+            job = nullptr; // or what the job holds would live on while the thread has nothing to do
             continue;
         }
         std::unique_lock<std::mutex> lock(shared->waitMutex);
@@ -145,7 +145,7 @@ void thread_pool::work(int id, int level, std::shared_ptr<Shared> shared, std::s
         --shared->numWaiting;
         lock.unlock();
         if (!job)
-            return; // the pool is done or this worker is to stop
+            return; // the pool is done, or a resize has dropped this thread
         job(id);
         job = nullptr;
     }

@@ -1,5 +1,10 @@
-// The thread pool: a job queue with a vector of threads, and one pool per nesting level, so that a task may itself run
-// parallel work without waiting on its own pool.
+// The thread pools. A task may hand out parallel work itself and wait for it. If that went to the pool that the task
+// runs on, it could wait for ever: once all threads of a pool wait, none is left to work. So each level of nesting has
+// a pool of its own.
+//
+//     application thread    level 0   gives work to   pool 0
+//     thread of pool 0      level 1   gives work to   pool 1
+//     thread of pool 1      level 2   ...
 #pragma once
 
 #include <atomic>
@@ -16,26 +21,29 @@
 namespace ctpl
 {
 
-/// Jobs run in the order in which they were pushed, each on the first free thread. A job receives its thread's number.
+/// Jobs start in the order in which they were pushed, each on the first free thread, whose number it gets.
 class thread_pool
 {
 public:
-    static constexpr int levelNotSet = -100;
+    static constexpr int levelNotSet = -100; // a pool beside the levels: its threads stay on level 0
 
     explicit thread_pool(int poolLevel = levelNotSet) : level(poolLevel) {}
-    /// Finishes the queued jobs and joins the threads.
+    /// As stop().
     ~thread_pool();
     thread_pool(const thread_pool&) = delete;
     thread_pool& operator=(const thread_pool&) = delete;
 
-    /// With bDestroy false: the pool of the calling thread's level, made with getGlobalNumCPU() threads at first use
-    /// and never resized. With bDestroy true: ends all pools and returns null; pools come back on demand.
+    /// The pool for the work of the calling thread.
+    /// \param bDestroy  true: all pools finish their jobs and end. No other thread may be using them; the next call
+    ///                  makes them anew.
+    /// \return the pool of the caller's level, owned here, or null with bDestroy. It is made at first use with
+    ///         getGlobalNumCPU() threads, and a later change of that number doesn't reach it.
     static thread_pool* getLevelPool(bool bDestroy);
 
-    /// The nesting level of the calling thread: 0 for application threads, n + 1 on a worker of the pool of level n.
+    /// The level of the calling thread: 0 for threads of the application, n + 1 for those of the pool of level n.
     static int getLayer();
 
-    /// Queues a task; its result or its exception comes through the future.
+    /// Queues a task, called with the number of its thread. The future gives its result or throws its exception.
     template <class F>
     auto push(F&& task) -> std::future<std::invoke_result_t<std::decay_t<F>&, int>>
     {
@@ -46,17 +54,18 @@ public:
         return future;
     }
 
-    /// Sets the number of threads, at least 1. Threads beyond n end after their present job, detached.
+    /// Sets the number of threads, at least 1. Nobody waits for those that are too many: they are detached and end
+    /// after their present job.
     void resize(int n);
     int size() const { return static_cast<int>(threads.size()); }
 
-    /// Lets the queued jobs finish, joins all threads and empties the pool.
+    /// Waits until the queued jobs are done and all threads have ended. Once stopped, a pool isn't to be used again.
     void stop();
 
 private:
     using Job = std::function<void(int)>;
 
-    /// What workers share with the pool; detached workers keep it alive.
+    /// What threads share with the pool. They own it, too, as detached ones may outlive the pool.
     struct Shared
     {
         std::queue<Job> jobs;

@@ -1,4 +1,4 @@
-// Lines of text in a BlockBuffer.
+// Reads text line by line from a BlockBuffer, in constant memory even where a file is one endless line.
 #pragma once
 
 #include "base/BlockBuffer.h"
@@ -17,7 +17,7 @@
 namespace MIRT_ZAV
 {
 
-/// The bytes of a line as a stream buffer, not copied.
+/// Lets an istream read bytes where they are.
 struct LineBuffer : std::streambuf
 {
     void set(const char* first, const char* last)
@@ -27,13 +27,14 @@ struct LineBuffer : std::streambuf
     }
 };
 
-/// Finds three numbers at the beginning of a text, as a stream with the "C" locale reads them.
+/// Reads the three numbers that a text begins with. What counts as a number is decided by a stream with the "C" locale;
+/// plain ones are converted without it, which is much faster and gives the same bits.
 class PointParser
 {
 public:
     PointParser() : stream(&buffer) { stream.imbue(std::locale::classic()); }
 
-    /// False, and xyz undefined, when the text doesn't begin with three numbers.
+    /// \return false when the text doesn't begin with three numbers; xyz is undefined then
     bool parse(const char* first, const char* last, double (&xyz)[3])
     {
         const char* p = first;
@@ -41,7 +42,7 @@ public:
         {
             p = skipBlanks(p, last);
             if (p == last || !(isDigit(*p) || *p == '+' || *p == '-' || *p == '.'))
-                return false; // no number begins like this
+                return false; // a stream would fail, too
             p = scanNumber(p, last, value);
             if (p == nullptr)
                 return parseByStream(first, last, xyz);
@@ -49,7 +50,7 @@ public:
         return true;
     }
 
-    /// The same for a text that comes from elsewhere.
+    /// The same for text that isn't in memory as a whole, all of it by the stream.
     static bool parse(std::streambuf& text, double (&xyz)[3])
     {
         std::istream in(&text);
@@ -69,8 +70,9 @@ private:
     std::istream stream;
 };
 
-/// The length of the next line without its end; the window holds all of it then. The rest of the file is a line, too.
-/// Nothing when the line is longer than the window, which doesn't grow for it: that one is a LongLine.
+/// Reads on until the window holds the next line. The last line of a file needs no end.
+/// \return the length of the line without its end; nothing when the line is longer than the window, which doesn't grow
+///         for it: that one is to be read as a LongLine
 inline std::optional<size_t> findLine(BlockBuffer& in)
 {
     size_t searched = 0;
@@ -86,23 +88,29 @@ inline std::optional<size_t> findLine(BlockBuffer& in)
     return in.available();
 }
 
-/// Moves on to the next line, from one that findLine measured.
+/// Moves on to the next line.
+/// \param length  of the present line, from findLine
 inline void skipLine(BlockBuffer& in, size_t length)
 {
     in.advance(std::min(length + 1, in.available()));
 }
 
-/// A line of any length as a stream buffer, of which only the window is in memory.
+/// A line that is longer than the window, as a stream buffer. It is shown in parts that overlap by 16 bytes, so that a
+/// word on the border of two parts stands whole in the second one:
+///
+///     line        .......................vertex 1.5 2.5 ....\n
+///     1st part   [.......................v]
+///     2nd part           [...16 bytes....vertex 1.5 2.5 ..]      an istream goes on behind the 16 bytes
 class LongLine : public std::streambuf
 {
 public:
     using Look = std::function<void(std::string_view)>;
 
-    /// \param lookAt  sees the parts of the line one after the other, each with the last bytes of the part before it: no
-    ///                word of up to 16 bytes gets lost on a border
+    /// \param buffer  stands at the beginning of the line; must not be moved on by others while this one is in use
+    /// \param lookAt  is shown the parts one after the other, to look for words of up to 16 bytes
     explicit LongLine(BlockBuffer& buffer, Look lookAt = {}) : in(buffer), look(std::move(lookAt)) { show(0); }
 
-    /// Goes behind the first place of a word of up to 16 bytes. False when the line doesn't have it.
+    /// Goes behind the first occurrence of a word of up to 16 bytes. False when the line has none.
     bool skipBehind(std::string_view word)
     {
         do
@@ -118,7 +126,7 @@ public:
         return false;
     }
 
-    /// Looks at the rest and moves on to the next line.
+    /// Shows the rest to lookAt and moves the buffer on to the next line.
     void finish()
     {
         while (showNext())

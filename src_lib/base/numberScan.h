@@ -1,5 +1,5 @@
-// Numbers in text, fast. What a file may contain is decided by operator>> on a stream with the "C" locale; these
-// functions take the plain notation only, with the same bits as a result, and leave every other text to the stream.
+// Numbers in text, fast. What a file may contain is decided by operator>> on a stream with the "C" locale. Here only
+// the plain notation is read, with the same bits as a result; everything else is left to the stream.
 #pragma once
 
 #include <charconv>
@@ -26,18 +26,18 @@ inline const char* skipBlanks(const char* first, const char* last)
     return first;
 }
 
-/// Reads a number that begins at first and ends at white space or at last.
-/// \return the place behind the number; null when the text is anything else than a plain number in range, even where a
-///         stream would take it (a plus sign, numbers glued together) or take a part of it. Then value is undefined.
+/// Reads a plain number that begins at first and ends at white space or at last.
+/// \return the place behind the number; null for anything else, also where a stream would take the text or a part of it
+///         (a plus sign, "1-2"): the caller asks the stream then. value is undefined in that case.
 template <class T>
 const char* scanNumber(const char* first, const char* last, T& value)
 {
     const char* const unsignedPart = (first != last && *first == '-') ? first + 1 : first;
     if (unsignedPart == last || !(isDigit(*unsignedPart) || *unsignedPart == '.'))
-        return nullptr; // from_chars would take "inf" and "nan", a stream refuses them
+        return nullptr; // from_chars would take "inf" and "nan", which a stream refuses
     const std::from_chars_result result = std::from_chars(first, last, value);
     if (result.ec != std::errc() || (result.ptr != last && !isBlank(*result.ptr)))
-        return nullptr; // out of range, or a tail such as that of "1e", where a stream refuses the whole
+        return nullptr; // out of range, or a tail: of "1e" from_chars takes the 1, a stream nothing
     return result.ptr;
 }
 

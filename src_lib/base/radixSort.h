@@ -1,9 +1,12 @@
 // Radix sort for keys whose order is that of an unsigned 64-bit number.
 //
-// Ranges beyond the cache are cut by their highest digit; within the cache the lowest digit goes first. Only the bits
-// in which the keys differ are looked at: cell codes of one object share their upper bits, and the three fields of a
-// row code leave wide gaps of equal bits between them. The sort is stable; where pairs are ordered by both members,
-// runs of equal first members are finished by comparison.
+// A range larger than the cache is cut by the highest digit into parts; a part that fits the cache is sorted from the
+// lowest digit to the highest. Only bits in which the keys differ cost a pass. Lattice codes have few of them: those of
+// one object share the upper bits, and in a row code those of each of the three coordinates.
+//
+//     row codes of one object   ======iiiiiii ======jjjjjj ======kkkkkkk      =: the same bits in all of them
+//
+// The sort is stable. Where pairs are ordered by both members, runs of equal first members are finished by comparison.
 #pragma once
 
 #include <algorithm>
@@ -39,7 +42,7 @@ struct FirstOf<std::pair<A, B>>
 template <class T, class Compare>
 constexpr bool isLess = std::is_same_v<Compare, std::less<T>> || std::is_same_v<Compare, std::less<void>>;
 
-/// Elements that are keys or pairs with a key in front, under operator<.
+/// Keys, or pairs with a key in front, under operator<.
 template <class T, class Compare>
 constexpr bool isNaturalOrder = isLess<T, Compare> && (isKey<T> || isKey<typename FirstOf<T>::Type>);
 
@@ -47,9 +50,10 @@ constexpr bool isNaturalOrder = isLess<T, Compare> && (isKey<T> || isKey<typenam
 template <class T, class Compare, class FirstCompare>
 constexpr bool isFirstOrder = std::is_same_v<Compare, FirstCompare>&& isKey<typename FirstOf<T>::Type>;
 
-/// Numbers of keys below which a comparison sort is faster.
+/// With fewer elements a comparison sort is faster.
 constexpr std::ptrdiff_t leastSize = 1024;
 
+// Each turns a key into a number that sorts as the key does.
 inline std::uint64_t toBits(unsigned long long key)
 {
     return key;
@@ -66,7 +70,8 @@ inline std::uint64_t toBits(const void* key)
 {
     return reinterpret_cast<std::uintptr_t>(key);
 }
-/// The order of doubles; both zeros give the same bits. Numbers that aren't a number have no place in it.
+/// The usual trick for IEEE numbers: negative ones are inverted, the others get the top bit. Adding 0.0 makes both
+/// zeros the same. NaN has no place in the order; ranges that hold one aren't sorted here.
 inline std::uint64_t toBits(double key)
 {
     const auto bits = std::bit_cast<std::uint64_t>(key + 0.0);
@@ -82,18 +87,18 @@ std::uint64_t keyOf(const T& element)
         return toBits(element.first);
 }
 
-/// Digits are wide where the keys fit a near cache, for fewer passes, and narrow where every digit's run lies on a
-/// memory page of its own.
+/// Bits of a digit. Wide digits save passes, as long as everything fits a near cache. Beyond it each digit writes to a
+/// memory page of its own, and narrow digits keep the number of pages small enough for the TLB.
 constexpr int wideDigit = 11;
 constexpr int narrowDigit = 8;
 /// Ranges up to this size are sorted within the cache.
 constexpr std::size_t cacheBytes = std::size_t(1) << 19;
 
-/// Where the elements of each digit start.
+/// Where the elements of each digit start; the last entry is the end.
 template <int digitBits>
 using DigitStarts = std::array<std::size_t, (std::size_t(1) << digitBits) + 1>;
 
-/// One stable pass by the digit at shift, from one buffer to the other.
+/// One stable pass by the digit that begins at bit shift, from one buffer to the other.
 template <int digitBits, class T>
 DigitStarts<digitBits> scatterByDigit(const T* from, const T* end, T* to, int shift)
 {
@@ -133,8 +138,10 @@ struct KeySurvey
     }
 };
 
-/// Stable sort of a range that fits the cache, least significant digit first. The elements stand in from; the result
-/// goes to from or to the buffer.
+/// Stable sort of a range that fits the cache, lowest digit first. Passes go to and fro between the two buffers.
+/// \param from         holds the elements; afterwards the result or anything
+/// \param buffer       the other one, as large
+/// \param bIntoBuffer  where the result has to stand: in buffer, or in from
 template <class T>
 void sortInCache(T* from, T* buffer, std::size_t n, std::uint64_t varyingBits, bool bIntoBuffer)
 {
@@ -151,7 +158,7 @@ void sortInCache(T* from, T* buffer, std::size_t n, std::uint64_t varyingBits, b
         std::copy(from, from + n, result);
 }
 
-/// For a few elements.
+/// Stable; the fastest for a few elements.
 template <class T>
 void insertionSort(T* first, T* last)
 {
@@ -176,7 +183,9 @@ struct SerialLoop
     }
 };
 
-/// Stable sort of any range: large ones are cut by their highest digit into parts that are sorted each for itself.
+/// Stable sort of any range: a large one is cut by its highest varying digit into parts, which lie in the other buffer
+/// and are sorted each by itself. Parameters as for sortInCache.
+/// \param loop  runs the parts, possibly at the same time
 template <class T, class Loop>
 void sortRange(T* from, T* buffer, std::size_t n, bool bIntoBuffer, const Loop& loop)
 {
@@ -205,7 +214,7 @@ void sortRange(T* from, T* buffer, std::size_t n, bool bIntoBuffer, const Loop& 
          });
 }
 
-/// Stable sort by the key alone.
+/// Stable sort by the key alone. Takes a buffer as large as the range, unless that is sorted already.
 /// \param loop  runs the parts of a large range, possibly at the same time
 template <class T, class Loop = SerialLoop>
 void sortByKey(T* first, T* last, const Loop& loop = Loop())
@@ -232,6 +241,7 @@ void finishRuns(T* first, T* last, const Compare& comp)
     }
 }
 
+/// Whether a key has no place in the order of toBits.
 template <class T>
 bool hasNaN(const T* first, const T* last)
 {
@@ -243,8 +253,9 @@ bool hasNaN(const T* first, const T* last)
         return false;
 }
 
-/// Sorts a contiguous range; false, with nothing done, where a comparison sort is the better or the only choice.
+/// Sorts a contiguous range under comp, which must be operator< or, for pairs, that of the first members alone.
 /// \param loop  runs the parts of a large range, possibly at the same time
+/// \return false, with nothing done, where a comparison sort is the better or the only choice
 template <class RandomIt, class Compare, class Loop = SerialLoop>
 bool sort(RandomIt first, RandomIt last, const Compare& comp, const Loop& loop = Loop())
 {

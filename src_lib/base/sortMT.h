@@ -1,8 +1,14 @@
-// The parallel sort used everywhere in place of std::sort, and parallel loops over slices.
+// The parallel sort of the library, and parallel loops over slices.
 //
-// Comparison sorts follow a quicksort scheme: rounds of partitions around a sampled median make one range per CPU, then
-// every range is sorted by a task of its own. Plain integer keys under their natural order go through a radix sort
-// instead, whose result is the same and which is faster on one thread than the comparison sort on several.
+// Sorting by comparison is a quicksort whose first rounds run side by side: each range is split around a sampled median
+// until there is a range for every CPU, and each of these is then sorted by a task.
+//
+//     [ .............................. ]
+//     [ ..... < p ...... | ... >= p .. ]
+//     [ ...... | ....... | .... | .... ]      4 CPUs: 2 rounds
+//
+// Plain keys under their natural order go through a radix sort instead. It gives the same result and is faster on one
+// thread than the comparison sort on several.
 #pragma once
 
 #include "base/ctpl.h"
@@ -19,7 +25,7 @@
 namespace MIRT_ZAV
 {
 
-/// Order of pairs by the first member only.
+/// Compares pairs by their first members. A type of its own, so that sortMT can tell that a radix sort will do.
 struct Func_ltFirstComponent
 {
     template <class A, class B>
@@ -29,7 +35,7 @@ struct Func_ltFirstComponent
     }
 };
 
-/// Splits [first, last) around a pivot; result is the first element that is not below the pivot.
+/// Puts the elements of [first, last) that are below the pivot in front; result is where the others begin.
 template <class T, class RandomIt, class Compare>
 struct PartitionTask2
 {
@@ -60,7 +66,8 @@ struct SortTask2
     void operator()(int) { std::sort(first, last, *comp); }
 };
 
-/// A sample median: the middle of every (n / 1000)-th element.
+/// The median of a sample: of every (n / 1000)-th element, or of all where there are fewer than 1000.
+/// \throws ZavBugException when the range is empty
 template <class RandomIt, class Compare>
 typename std::iterator_traits<RandomIt>::value_type estimateMid2(RandomIt first, RandomIt last, const Compare& comp)
 {
@@ -76,9 +83,12 @@ typename std::iterator_traits<RandomIt>::value_type estimateMid2(RandomIt first,
     return vSample[vSample.size() / 2];
 }
 
-/// Pushes every task to the pool of the caller's level and waits for all of them; then the first exception, if any, is
-/// thrown. Tasks stay with the caller, so that they can be references to its data. onDone is called here after each
-/// wait, in the order of the tasks.
+/// Runs all tasks on the pool of the caller's level and waits for them. They stay with the caller and may refer to its
+/// data.
+/// \param tasks   called as task(number of the thread), each once
+/// \param onDone  called on the calling thread after each task, in their order, to count progress. It must not throw:
+///                the tasks behind would go on with data of a caller that has left
+/// \throws what the first task in their order has thrown, once all have ended
 template <class Task, class OnDone>
 void runTasks(std::vector<Task>& tasks, const OnDone& onDone)
 {
@@ -99,7 +109,7 @@ void runTasks(std::vector<Task>& tasks, const OnDone& onDone)
     }
     catch (...)
     {
-        waitForAll(); // tasks that run already hold references to the caller's data
+        waitForAll(); // those that were pushed already refer to the caller's data
         throw;
     }
     for (auto& future : futures)
@@ -133,7 +143,7 @@ void sortByPartitions(RandomIt first, RandomIt last, const Compare& comp, int nu
         std::vector<Partition> partitions;
         partitions.reserve(ranges.size());
         for (const auto& [a, b] : ranges)
-            if (a < b) // nothing to sample in an empty range; it stays as it is
+            if (a < b) // an empty range has no median; it stays as it is
                 partitions.emplace_back(estimateMid2(first + a, first + b, comp), first + a, first + b, comp);
         runTasks(partitions);
 
@@ -161,9 +171,11 @@ void sortByPartitions(RandomIt first, RandomIt last, const Compare& comp, int nu
 }
 } // namespace sortMT_detail
 
-/// Calls f(begin, end) for contiguous slices of [0, n) on the pool of the caller's level; on the calling thread with
-/// one CPU or one element. Slices have n / (slicesPerCPU * numCPU) elements, at least 1. f must touch disjoint data
-/// only.
+/// Calls f(begin, end) for contiguous slices that make up [0, n), on the pool of the caller's level, and waits for all.
+/// One CPU or one element needs no pool: f is then called here, once. Calls for different slices may overlap in time,
+/// so each has to write to data of its own.
+/// \param slicesPerCPU  a slice has n / (slicesPerCPU * number of CPUs) elements, at least 1; more slices even out work
+///                      that is spread unevenly
 template <class F>
 void forSlicesMT(size_t n, size_t slicesPerCPU, const F& f)
 {
@@ -189,7 +201,7 @@ void forSlicesMT(size_t n, size_t slicesPerCPU, const F& f)
     runTasks(tasks);
 }
 
-/// Runs f(i) for all i below n on the pool of the caller's level, in slices of neighbouring indices.
+/// Runs f(i) for all i below n, in slices as forSlicesMT makes them.
 struct ParallelLoop
 {
     template <class F>
@@ -218,9 +230,9 @@ void runBothMT(const F& f, const G& g)
                 });
 }
 
-/// Lists that are made in slices and joined in the order of the slices.
+/// Collects what slices give in the order of the slices, which is the same list for any number of CPUs.
 /// \param f    f(begin, end, list) appends to the list what the slice [begin, end) of [0, n) gives
-/// \param out  the joined list is appended
+/// \param out  all of it is appended
 template <class T, class F>
 void collectMT(size_t n, std::vector<T>& out, const F& f)
 {
@@ -240,8 +252,8 @@ void collectMT(size_t n, std::vector<T>& out, const F& f)
         out.insert(out.end(), part.begin(), part.end());
 }
 
-/// Sorts [first, last) under comp on all CPUs. Not stable: the order of elements that compare equal can differ between
-/// numbers of CPUs, so that callers whose result must not depend on it compare by a full order.
+/// Sorts [first, last) under comp on all CPUs. Not stable: elements that compare equal may end up in another order with
+/// another number of CPUs. Callers whose result hangs on it compare by an order that tells all elements apart.
 template <class RandomIt, class Compare>
 void sortMT(RandomIt first, RandomIt last, const Compare& comp)
 {
@@ -264,7 +276,7 @@ void sortMT(RandomIt first, RandomIt last)
     sortMT(first, last, std::less<typename std::iterator_traits<RandomIt>::value_type>());
 }
 
-/// Sorts pairs by the first member only.
+/// Sorts pairs by their first members; as for sortMT, the order of pairs with equal first members is open.
 template <class RandomIt>
 void sortByFirstMT(RandomIt first, RandomIt last)
 {
@@ -282,7 +294,8 @@ struct ForEachTask
     void operator()(int) const { std::for_each(first, last, *f); }
 };
 
-/// Calls f on every element, in chunks of chunkSize elements per task, at least 1.
+/// Calls f on every element, on the pool of the caller's level.
+/// \param chunkSize  elements per task; below 1 counts as 1
 template <class T, class F>
 void forEachMT(std::vector<T>& v, const F& f, size_t chunkSize)
 {
@@ -293,7 +306,7 @@ void forEachMT(std::vector<T>& v, const F& f, size_t chunkSize)
     runTasks(tasks);
 }
 
-/// Writes f(input) of a slice of inputs to its own part of the output.
+/// One slice of transformMT: writes f(input) for each input.
 template <class In, class Out, class F>
 struct TransformTask
 {
@@ -305,7 +318,7 @@ struct TransformTask
     void operator()(int) const { std::transform(first, last, out, *f); }
 };
 
-/// The same with numOut outputs per input, written by f(input, pointer to the first of them).
+/// One slice of transformMT_N: f(input, to) writes numOut outputs for each input.
 template <class In, class Out, class F>
 struct TransformTask_N
 {
@@ -334,7 +347,7 @@ void transformMT(const std::vector<In>& in, std::vector<Out>& out, const F& f)
                 });
 }
 
-/// f(in[i], &out[i * numOut]), in slices as forSlicesMT makes them; out is resized.
+/// The same with numOut outputs for each input: f(in[i], &out[i * numOut]) writes them.
 template <class In, class Out, class F>
 void transformMT_N(const std::vector<In>& in, size_t numOut, size_t slicesPerCPU, std::vector<Out>& out, const F& f)
 {

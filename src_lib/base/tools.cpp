@@ -37,7 +37,8 @@ struct NamedTimer
     double start = 0.0;
     double total = 0.0;
 
-    /// Returns the seconds since the start when it stops, a negative value when it starts.
+    /// Starts, or stops if it runs.
+    /// \return the seconds since the start; negative when it has just started
     double toggle()
     {
         running = !running;
@@ -118,13 +119,13 @@ void showBug(std::string file, std::string line, std::string function, std::stri
     std::cout << redString("      " + file + ":" + line, 0) << '\n';
     std::cout << redString("      " + function, 0) << '\n';
     errorMsg("ASSEX", "Condition [ " + condition + " failed ]");
-    std::cout.flush(); // the report must be out even if the application ends on the exception
+    std::cout.flush(); // an exception that nobody catches ends the process without a flush
     throwZavBugException();
 }
 
 void assertionFailed(const char* file, int line, const char* function, const char* condition)
 {
-    // "src_lib/Calc.cpp", without the room: a report stays the same when a file moves to another one.
+    // "src_lib/lattice/Calc.cpp" is reported as "src_lib/Calc.cpp", so that reports outlast a move to another room.
     std::string path(file);
     const size_t root = path.find('/'), name = path.rfind('/');
     if (name != std::string::npos)

@@ -26,7 +26,7 @@ void oneInstanceMT(std::vector<T>& v)
     oneInstance(v);
 }
 
-/// oneInstance with order and equality on the first member only. Which of several equal entries stays is not defined.
+/// The same by the first members alone. Which of several pairs with equal first members stays is open.
 template <class A, class B>
 void oneInstanceFirstComponent(std::vector<std::pair<A, B>>& v)
 {
@@ -35,7 +35,7 @@ void oneInstanceFirstComponent(std::vector<std::pair<A, B>>& v)
     v.erase(std::unique(v.begin(), v.end(), equalFirst), v.end());
 }
 
-/// Set difference of two sorted vectors: a becomes a minus b.
+/// Set difference: removes from a what is also in b. Both must be sorted.
 template <class T>
 void removeVec(std::vector<T>& a, const std::vector<T>& b)
 {
@@ -52,7 +52,7 @@ void removeVec(std::vector<T>& a, const std::vector<T>& b)
     a.swap(difference);
 }
 
-/// Intersection of two sorted vectors: a becomes the elements of a that are in b.
+/// Intersection: removes from a what isn't in b. Both must be sorted.
 template <class T>
 void keepVec(std::vector<T>& a, const std::vector<T>& b)
 {
@@ -63,7 +63,7 @@ void keepVec(std::vector<T>& a, const std::vector<T>& b)
             ++itB;
         return itB == b.end() || value < *itB;
     };
-    // remove_if may copy its predicate, so the walk is written out.
+    // Not std::remove_if, which may copy its predicate: this one remembers how far it has come in b.
     auto itOut = a.begin();
     for (const T& value : a)
         if (!isMissing(value))
@@ -71,7 +71,7 @@ void keepVec(std::vector<T>& a, const std::vector<T>& b)
     a.erase(itOut, a.end());
 }
 
-/// Inserts into out every value that occurs exactly n times in a sorted vector.
+/// Adds to out the values that a sorted vector holds n times, no more and no less.
 template <class T>
 void filterN(const std::vector<T>& sorted, int n, std::set<T>& out)
 {
@@ -84,7 +84,7 @@ void filterN(const std::vector<T>& sorted, int n, std::set<T>& out)
     }
 }
 
-/// Removes every entry with this key and value; returns their number.
+/// Removes the entries that have both this key and this value; returns how many there were.
 template <class K, class V>
 int eraseCertainEntry(std::multimap<K, V>& m, const K& k, const V& v)
 {

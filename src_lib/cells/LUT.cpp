@@ -1,6 +1,7 @@
-// Two tables of 2^26 bits would be told by the two rules. As corners have no part in the first rule and seldom decide
-// the second, a table over the 2^18 patterns of faces and edges is enough: it says gap, border, neither, or that the
-// corners must be looked at. It takes 64 KiB, and a millisecond or two at the first use.
+// Over all neighbourhoods, each of the two answers would fill a table of 2^26 bits, or 8 MiB. But corners have no say
+// in the first answer and seldom sway the second. So the table goes over the 2^18 patterns of faces and edges: gap,
+// border, neither, or "the corners decide", in which case they are looked at on the spot. It takes 64 KiB, and a
+// millisecond or two at the first use.
 #include "cells/LUT.h"
 
 #include <array>
@@ -15,14 +16,14 @@ enum Kind : unsigned
     KIND_GAP,
     KIND_BORDER,
     KIND_NEITHER,
-    KIND_CORNERS_DECIDE // border or neither
+    KIND_CORNERS_DECIDE // between border and neither
 };
 
 constexpr std::array<unsigned, 6> facePositions = {4, 10, 12, 14, 16, 22};
 constexpr std::array<unsigned, 12> edgePositions = {1, 3, 5, 7, 9, 11, 15, 17, 19, 21, 23, 25};
 
-/// A neighbourhood word (bit 9 * (dz + 1) + 3 * (dy + 1) + (dx + 1)) from a small set, bit n meaning the n-th position
-/// of a list.
+/// A neighbourhood word (see RCDMatrix for the positions) from a small set, whose bit n stands for the n-th position of
+/// a list.
 template <size_t N>
 constexpr unsigned toNeighbourhood(unsigned set, const std::array<unsigned, N>& positions)
 {
@@ -32,7 +33,7 @@ constexpr unsigned toNeighbourhood(unsigned set, const std::array<unsigned, N>& 
     return config;
 }
 
-/// The inverse; other positions are left out.
+/// The way back; positions that aren't in the list are dropped.
 template <size_t N>
 constexpr unsigned toSet(unsigned config, const std::array<unsigned, N>& positions)
 {
@@ -48,13 +49,14 @@ constexpr unsigned allNeigs = 0x7ffdfff;
 constexpr unsigned lowX = 0x1249249, highX = 0x4924924;
 constexpr unsigned lowY = 0x1c0e07, highY = 0x70381c0;
 
-/// The positions one step along an axis from those of a set. Masks keep a step from wrapping into the next row.
+/// The positions one step along an axis from those of a set. The masks keep a step from wrapping into the next row or
+/// layer; steps out of the first or last layer fall off or set bits above 26, which callers mask away.
 constexpr unsigned stepFrom(unsigned set)
 {
     return (set & ~highX) << 1 | (set & ~lowX) >> 1 | (set & ~highY) << 3 | (set & ~lowY) >> 3 | set << 9 | set >> 9;
 }
 
-/// The part of an empty space that hangs together with its faces; never through the centre, which isn't empty.
+/// The part of an empty space that can be reached from its faces. The centre isn't empty, so no way leads through it.
 constexpr unsigned floodFromFaces(unsigned empty)
 {
     unsigned reached = empty & allFaces;
@@ -66,7 +68,7 @@ constexpr unsigned floodFromFaces(unsigned empty)
     return reached;
 }
 
-/// The bits of the faces and edges of an index, corners squeezed out: nine of each half.
+/// An index without the bits of its corners: each half keeps nine of its 13 bits.
 constexpr unsigned patternOf(unsigned index)
 {
     const unsigned upper = index >> 13;
@@ -93,11 +95,11 @@ private:
     static unsigned countJoins(unsigned edges);
 
     std::array<unsigned, 4096> edgePattern;
-    std::array<unsigned, 4096> numJoins; // of the faces as single pieces, joined by a set of edges
-    std::array<unsigned, 4096> around;   // the edges that share a corner with a set of edges
+    std::array<unsigned, 4096> numJoins; // by set of edges, countJoins
+    std::array<unsigned, 4096> around;   // by set of edges, the edges that share a corner with one of them
     std::array<unsigned, 64> facePattern;
-    std::array<unsigned, 64> between; // the edges between two faces of a set
-    std::array<unsigned, 64> beside;  // the edges beside any face of a set
+    std::array<unsigned, 64> between; // by set of faces, the edges between two of them
+    std::array<unsigned, 64> beside;  // by set of faces, the edges beside any of them
 };
 
 KindFinder::KindFinder()
@@ -124,9 +126,11 @@ KindFinder::KindFinder()
     }
 }
 
+/// The six faces start as pieces of their own, and every edge joins the two faces beside it. Counts the edges that join
+/// different pieces, as Kruskal's algorithm does.
 unsigned KindFinder::countJoins(unsigned edges)
 {
-    std::array<unsigned, 6> pieceOf; // per face the set of faces it hangs together with
+    std::array<unsigned, 6> pieceOf; // by face, the positions of all faces of its piece
     for (size_t n = 0; n < 6; ++n)
         pieceOf[n] = 1u << facePositions[n];
     unsigned count = 0;
@@ -153,13 +157,14 @@ unsigned KindFinder::countJoins(unsigned edges)
 
 Kind KindFinder::find(unsigned emptyFaces, unsigned emptyEdges) const
 {
-    // n faces are one piece when the edges between them join n - 1 times.
+    // n faces are one piece if and only if the edges between them join n - 1 times.
     const unsigned numFaces = static_cast<unsigned>(std::popcount(emptyFaces));
     if (numFaces == 0 || numJoins[emptyEdges & between[emptyFaces]] != numFaces - 1)
         return KIND_GAP;
     if ((emptyEdges & ~beside[emptyFaces]) == 0)
         return KIND_BORDER;
-    // The other edges can be reached through corners alone, at best with all of them empty.
+    // Edges that lie beside no empty face can only be reached around corners. Those that can't be reached even with all
+    // corners empty settle it.
     unsigned reached = emptyEdges & beside[emptyFaces];
     for (unsigned previous = 0; reached != previous;)
     {
@@ -169,7 +174,7 @@ Kind KindFinder::find(unsigned emptyFaces, unsigned emptyEdges) const
     return reached == emptyEdges ? KIND_CORNERS_DECIDE : KIND_NEITHER;
 }
 
-/// The kinds of all patterns, two bits each.
+/// By pattern, its kind in two bits.
 class KindTable
 {
 public:

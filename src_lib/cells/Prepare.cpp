@@ -28,8 +28,8 @@ Prepare::Prepare(std::vector<Point3>& points, int holeControlLimitArg, Calc* pCa
 
 namespace
 {
-/// The node that holds the stages of the preparation: the root, where a reconstruction has registered them, or the
-/// stage of the bundles in a run that knows of nothing finer.
+/// The node that holds the stages of the preparation: the root where a reconstruction has registered them there, the
+/// stage of the bundles in a run that has nothing finer, and the root again where neither is known.
 Progress* getParentOfStages()
 {
     Progress* const root = getThreadProgress();
@@ -37,7 +37,7 @@ Progress* getParentOfStages()
         return root;
     Progress* const parent = root->findChild("CL_creb");
     for (const char* const label : {creatingLabel, fillingLabel, integratingLabel})
-        parent->createChild(label, 1.0); // all at once, so that the fraction never falls
+        parent->createChild(label, 1.0); // all at once: one that joins later would make the fraction fall
     return parent;
 }
 } // namespace
@@ -104,7 +104,7 @@ void Prepare::createRCDs()
                "vAllRCDsrt.size()==vAreaRCDsrt.size()+vBorderRCDsrt.size()");
 }
 
-/// The cell of every finite point, sorted by cell, then by the order of the input.
+/// The cells of all finite points, sorted by cell, then by address, which is the order of the input.
 std::vector<std::pair<RCD, Point3*>> Prepare::getCellsOfPoints() const
 {
     constexpr RCD noCell = ~RCD(0);
@@ -123,7 +123,8 @@ std::vector<std::pair<RCD, Point3*>> Prepare::getCellsOfPoints() const
     return vRCDPtr;
 }
 
-/// One point per cell: deliberately always the one latest in the input, wherever the others lie.
+/// One point for each cell: the one that comes last in the input, wherever the others lie. It is a measured point with
+/// its own colour, not a mean. The bytes of every result depend on which one is taken.
 std::vector<std::pair<RCD, Point3>> Prepare::getRepresentatives() const
 {
     const std::vector<std::pair<RCD, Point3*>> vRCDPtr = getCellsOfPoints();

@@ -1,4 +1,4 @@
-// Cell preparation: from the points of a cloud to the shell of cells that carry the mesh's vertices.
+// Cell preparation: from the points of a cloud to a thin shell of cells, whose points become the mesh's vertices.
 #pragma once
 
 #include "base/SimplePool.h"
@@ -19,55 +19,61 @@ class RemoveDeciderFast;
 class Prepare
 {
 public:
-    std::vector<std::pair<RCD, Point3*>> vRCD2Vtxsrt; // all result cells with their point in the pool, sorted by cell
-    std::vector<RCD> vAllRCDsrt;                      // alive cells, sorted: area and border together
-    std::vector<RCD> vAreaRCDsrt;                     // alive cells that aren't border, sorted
-    std::vector<RCD> vBorderRCDsrt;                   // border cells, sorted
-    std::vector<RCD> vFillRCD;                        // cells that hole control added
+    // The result: cells with their points, which live in the pool; sorted by cell. No cell is ever taken off it.
+    std::vector<std::pair<RCD, Point3*>> vRCD2Vtxsrt;
+    // The shell that the next pass of hole control sees, each list sorted: all cells, and which of them are border.
+    std::vector<RCD> vAllRCDsrt;
+    std::vector<RCD> vAreaRCDsrt; // those that aren't border
+    std::vector<RCD> vBorderRCDsrt;
+    std::vector<RCD> vFillRCD; // what each pass of hole control added, pass after pass
 
-    /// \param points            the cloud; not owned, not changed, and it must outlive this object
-    /// \param holeControlLimit  largest size of a hole control pass, in cells; below 1 there is none
+    /// \param points            the cloud; not owned and not changed, has to live as long as this object
+    /// \param holeControlLimit  size of the last hole control pass, in cells: gaps of up to about twice as many cells
+    ///                          get closed. Below 1 there is no pass
     /// \param pCalc             the lattice; not owned
     Prepare(std::vector<Point3>& points, int holeControlLimit, Calc* pCalc);
 
-    /// \param vCCDPoint  receives every result cell with a copy of its point, sorted by cell
-    /// \param vFillCCD   receives the cells that hole control added, sorted
+    /// Does all of it. Counts progress in the stages PREP_createRCD, PREP_fillHoles and PREP_integFill.
+    /// \param vCCDPoint  the result cells and copies of their points are appended, then all of it is sorted
+    /// \param vFillCCD   the cells that hole control added are appended, then all of it is sorted
     void run(std::vector<std::pair<CCD, Point3>>& vCCDPoint, std::vector<CCD>& vFillCCD);
 
-    /// Turns points into cells with one point each and prunes the surplus.
+    /// First stage: finds the cells of the points, picks a point for each, and takes surplus cells off.
     void createRCDs();
-    /// Writes the result in terms of CCDs.
+    /// Last stage: hands out the result as run() does.
     void integrateNew(std::vector<std::pair<CCD, Point3>>& vCCDPoint, std::vector<CCD>& vFillCCD);
 
-    /// The rising sizes of the hole control passes: 2, 4, 8, ..., where the last one jumps to the limit as soon as
-    /// doubling would leave less than a quarter of it undone. Empty for a limit below 1.
+    /// The sizes of the hole control passes. They double from 2 on up to the limit; a size that comes within a quarter
+    /// of the limit is replaced by the limit, so that no pass is spent on a small rest: 10 gives 2, 4 and 10.
+    /// 1 gives 1, and a limit below 1 gives nothing.
     static std::vector<int> getHoleControlSizes(int holeControlLimit);
 
 private:
-    friend struct PrepareTestAccess;                       // to see the distances of the march
+    friend struct PrepareTestAccess;                       // tests compare the distances of the march
     using Distances = std::vector<std::pair<double, RCD>>; // distance from the shell in input units, cell; by cell
 
-    /// The cells of one march.
+    /// The cells around the rim that one march is about.
     struct MarchZone
     {
         explicit MarchZone(const std::vector<RCD>& cells) : bricks(cells) {}
 
-        std::vector<RCD> newCells;           // sorted
+        std::vector<RCD> newCells;           // sorted; empty so far, may become part of the shell
         std::vector<RCD> shellCells;         // sorted
-        std::vector<Point3> shellPoints;     // at the same place; close to each other, as they are read again and again
-        CellBricks bricks;                   // of both
-        std::vector<CellBricks::Slot> slots; // of the new cells
+        std::vector<Point3> shellPoints;     // of shellCells, by index; copies, as the march reads them over and over
+        CellBricks bricks;                   // of both kinds of cells
+        std::vector<CellBricks::Slot> slots; // of newCells, by index
         // By slot, how a new cell has been reached so far.
-        std::vector<float> dists;           // to the source's point; the greatest float when unreached. With the sign
-                                            // set when it can't improve any more, and for all cells that aren't new
-        std::vector<std::uint32_t> sources; // the place of the shell cell whose point gives the distance
+        std::vector<float> dists;           // to the point of the source; FLT_MAX while there is none. Negative once
+                                            // final, and for all that isn't a new cell: no distance is below that, so
+                                            // that one comparison sorts out what mustn't change
+        std::vector<std::uint32_t> sources; // index of the shell cell that the front came from
     };
 
     std::vector<std::pair<RCD, Point3*>> getCellsOfPoints() const;
     std::vector<std::pair<RCD, Point3>> getRepresentatives() const;
     void storeKeptCells(const std::vector<std::pair<RCD, Point3>>& vRCDPoint);
 
-    // One pass of hole control: grows cells from the rim, and cuts away what bridges no gap.
+    // One pass of hole control (Prepare_holeControl.cpp): cells grow from the rim, and what bridges no gap is cut off.
     void hc_holeControlMain(int size, bool bFirstOrLast);
     std::vector<RCD> hc_findVolumeFills(const std::vector<RCD>& newCells) const;
     static void hc_addVolumeFills(const std::vector<RCD>& pockets, Distances& vDist2RCD);
@@ -77,7 +83,7 @@ private:
     void hc_takeOver(const std::vector<RCD>& membranes, const std::vector<RCD>& vCut);
     static void cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD);
 
-    // How far new cells lie from the shell: a front marches outwards and hands on the nearest shell point.
+    // How far new cells lie from the shell (Prepare_marching.cpp).
     MarchZone rcdmch_createZone(int size) const;
     void rcdmch_getDist2RCD(MarchZone& zone, Distances& vDist2RCD) const;
     void rcdmch_reachFromShell(MarchZone& zone) const;
@@ -87,7 +93,7 @@ private:
 public:
     std::vector<Point3>* pvPoints; // not owned
     int holeControlLimit;
-    Calc* pCalc;
+    Calc* pCalc; // not owned
     float sideLen;
     MIRT_TOOLS::SimplePool<Point3> poolVtx; // owns the points of vRCD2Vtxsrt
 };

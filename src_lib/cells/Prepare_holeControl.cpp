@@ -1,8 +1,22 @@
 // Hole control: closes gaps of the shell up to a width, and leaves wider ones open.
 //
-// It doesn't look for holes. A pass grows a layer of new cells from the rim cells, so that layers from opposite rims
-// meet over a narrow gap, then cuts the new cells away again, the farthest first, taking only cells whose removal opens
-// no gap. Where layers met, a membrane one cell thick stays; where they didn't, everything falls away.
+// Nobody has to find the holes or know their shape. A pass lets new cells (o) grow out of every rim, then takes them
+// off again, the farthest from the shell (#) first, unless one keeps two empty sides apart. A gap of 4 cells and one of
+// 6, seen from the side, in a pass of size 2:
+//
+//     shell        ####    ####            ####      ####
+//
+//                     o    o                  o      o
+//                    ooo  ooo                ooo    ooo
+//     grown        ####oooo####            ####oo  oo####
+//                    ooo  ooo                ooo    ooo
+//                     o    o                  o      o
+//
+//     cut          ####oooo####            ####      ####
+//
+// Where cells from two rims have met, the last of them can't go without joining the two sides, and a membrane one cell
+// thick is left. Passes get greater, so that each gap is closed by the smallest one that reaches across; to later
+// passes, its membrane is shell.
 
 #include "cells/Prepare.h"
 
@@ -35,7 +49,7 @@ bool hasLowerCell(const std::pair<double, RCD>& a, const std::pair<double, RCD>&
     return a.second < b.second;
 }
 
-/// The mean distance of a cell's face neighbours in a list; 0.0 if it has none there.
+/// The mean distance of those face neighbours of a cell that are in a list; 0.0 if none is.
 double getMeanDistanceOfFaceNeigs(const Distances& vDist2RCD, RCD r)
 {
     RCD neigs[6];
@@ -67,7 +81,7 @@ std::vector<RCD> getUnion(const std::vector<RCD>& a, const std::vector<RCD>& b)
 void Prepare::hc_holeControlMain(int size, bool bFirstOrLast)
 {
     if (vBorderRCDsrt.empty())
-        return; // a closed shell has no rim to grow from
+        return; // closed, no rim to grow from
     Distances vDist2RCD;
     std::vector<RCD> pockets;
     {
@@ -79,7 +93,8 @@ void Prepare::hc_holeControlMain(int size, bool bFirstOrLast)
     hc_pruneDown(bFirstOrLast, vDist2RCD);
 }
 
-/// Finds small pockets that the new layer almost encloses, sorted: left empty, they would become tiny closed cavities.
+/// Finds pockets of a few empty cells between the new ones, sorted. Around an empty pocket new cells would keep its
+/// inside apart from the outside and stay, as a tiny hollow ball.
 std::vector<RCD> Prepare::hc_findVolumeFills(const std::vector<RCD>& newCells) const
 {
     constexpr int maxPocket = 9;
@@ -100,7 +115,7 @@ std::vector<RCD> Prepare::hc_findVolumeFills(const std::vector<RCD>& newCells) c
     return pockets;
 }
 
-/// Gives the pockets distances in between those around them.
+/// Adds the pockets to the new cells, with distances like those around them, so that their turn to go comes together.
 void Prepare::hc_addVolumeFills(const std::vector<RCD>& pockets, Distances& vDist2RCD)
 {
     Distances vAdded;
@@ -112,8 +127,8 @@ void Prepare::hc_addVolumeFills(const std::vector<RCD>& pockets, Distances& vDis
 
 namespace
 {
-/// Brings a sorted list of the border cells up to date after cells have come or gone: only they and the cells next to
-/// them can change their class.
+/// Brings a sorted list of the border cells up to date after cells have come or gone. Only they and the cells next to
+/// them can have changed their kind, so no other is looked at.
 void updateBorder(const RemoveDeciderFast& decider, const std::vector<RCD>& changed, std::vector<RCD>& border)
 {
     std::vector<RCD> affected = changed;
@@ -133,14 +148,15 @@ void updateBorder(const RemoveDeciderFast& decider, const std::vector<RCD>& chan
 
 } // namespace
 
-/// Thins the new cells of vDist2RCD down to membranes.
+/// Takes new cells off again until membranes are left, and makes them part of the shell. The steps: down to a thin
+/// layer; pieces of it that bridge nothing; frayed ends.
 void Prepare::hc_pruneDown(bool bFirstOrLast, Distances& vDist2RCD)
 {
     const std::vector<RCD> fill = getCells(vDist2RCD);
     std::vector<RCD> all = getUnion(vAllRCDsrt, fill);
     RemoveDeciderFast decider(all, pCalc);
 
-    // Only cells of vDist2RCD can die in these three; the shell is safe.
+    // Only cells that stand in vDist2RCD can die by this; the shell is safe.
     std::vector<RCD> vKept, vKilled;
     const auto prune = [&](PruningMode mode)
     {
@@ -165,7 +181,7 @@ void Prepare::hc_pruneDown(bool bFirstOrLast, Distances& vDist2RCD)
     hc_takeOver(membranes, vCut);
 }
 
-/// Keeps the entries of the cells in vKept.
+/// Drops the entries of cells that aren't in vKept, which is sorted as the entries are.
 void Prepare::cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD)
 {
     auto itKept = vKept.begin();
@@ -181,8 +197,8 @@ void Prepare::cleanupDist2RCD(std::vector<RCD>& vKept, Distances& vDist2RCD)
 
 namespace
 {
-/// The number of distinct cells of a sorted set among the 26 neighbours of a component's cells; any number from enough
-/// on when there are so many.
+/// How many cells of a sorted set touch a piece, each one counted once. It stops counting at enough, so that a greater
+/// result only says that there are that many or more.
 size_t countNeigsInSet(const std::vector<RCD>& component, std::vector<RCD>& sortedSet, size_t enough)
 {
     std::vector<RCD> found;
@@ -198,30 +214,31 @@ size_t countNeigsInSet(const std::vector<RCD>& component, std::vector<RCD>& sort
 
 constexpr size_t manyRimCells = 4;
 
-/// Whether a piece of new cells bridges between rim cells, by the number of rim cells it touches and its size.
+/// Whether a piece of new cells spans a gap, judged by how many rim cells it touches and how large it is.
 bool isBridge(size_t numRimCells, size_t numCells)
 {
     switch (numRimCells)
     {
     case 0:
     case 1:
-        return false; // hangs on one place at most
+        return false; // a flag: it is held at one end, if at all
     case 2:
-        return numCells == 1; // one cell between two rim cells
+        return numCells == 1; // the link between the two
     case 3:
         return numCells <= 2;
     default:         // manyRimCells or more
-        return true; // joins many rim cells: a real membrane
+        return true; // held in many places, a membrane
     }
 }
 } // namespace
 
-/// Finds the kept new cells that are no bridge and may be cut.
+/// Finds those of the kept new cells that may be taken off after all: pieces that bridge nothing, and single cells that
+/// dangle from those that do.
 void Prepare::hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, std::vector<RCD>& vUnprotected) const
 {
     std::vector<std::vector<RCD>> comps;
     createCC_RCD(vKept, comps);
-    std::vector<RCD> rim = vBorderRCDsrt; // of the shell before this pass
+    std::vector<RCD> rim = vBorderRCDsrt; // still that of the shell before this pass
     std::vector<RCD> vProtected;
     for (const std::vector<RCD>& comp : comps)
     {
@@ -231,7 +248,7 @@ void Prepare::hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, 
     }
     sortMT(vProtected.begin(), vProtected.end());
 
-    // A border cell that dangles from a protected piece may go as well.
+    // Dangling: a border cell with nothing else beside it than one cell of a protected piece.
     std::vector<RCD> neigs;
     for (const RCD b : vKept)
     {
@@ -246,13 +263,13 @@ void Prepare::hc_unprotect(RemoveDeciderFast& decider, std::vector<RCD>& vKept, 
 
 namespace
 {
-/// The cells of small components that aren't rings, sorted.
+/// The cells of all connected pieces of at most maxSize border cells that aren't rings, sorted.
 std::vector<RCD> getFrayedCells(std::vector<RCD>& border, size_t maxSize)
 {
     std::vector<std::vector<RCD>> comps;
     createCC_RCD(border, comps);
     std::vector<RCD> frayed;
-    for (std::vector<RCD>& comp : comps) // each one sorted, as the border is
+    for (std::vector<RCD>& comp : comps) // sorted, as the border is
         if (comp.size() <= maxSize && !isRing(comp, 0))
             frayed.insert(frayed.end(), comp.begin(), comp.end());
     oneInstance(frayed);
@@ -260,8 +277,11 @@ std::vector<RCD> getFrayedCells(std::vector<RCD>& border, size_t maxSize)
 }
 } // namespace
 
-/// Cuts short runs of border cells that don't close into a ring, until nothing changes. Keeps vBorderRCDsrt up to date
-/// and returns the cells that were cut, sorted.
+/// Trims frayed edges: border cells in short chains with loose ends go, round by round, until no more do or there have
+/// been 2 * holeControlLimit rounds. A ring of border cells stays at any length, as it is the rim of a hole. Keeps
+/// vBorderRCDsrt up to date.
+/// \param fill  the cells of this pass, sorted
+/// \return the cells that were cut, sorted
 std::vector<RCD> Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const std::vector<RCD>& fill,
                                               bool bFirstOrLast)
 {
@@ -269,8 +289,10 @@ std::vector<RCD> Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const 
     const long long maxPasses = 2LL * holeControlLimit;
     for (long long i = 0; i < maxPasses; ++i)
     {
+        // A pass in the middle can only lose cells of its own, so its first cut is a bolder one. The first and the last
+        // pass take loose strips of the earlier shell as well.
         std::vector<RCD> frayed = getFrayedCells(vBorderRCDsrt, i == 0 && !bFirstOrLast ? 100 : 30);
-        if (!bFirstOrLast) // loose strips of the earlier shell go on the first and the last size only
+        if (!bFirstOrLast)
             keepVec(frayed, fill);
 
         Distances pairs;
@@ -287,7 +309,7 @@ std::vector<RCD> Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const 
     return vCut;
 }
 
-/// Makes the shell with the membranes and without what was cut the new one, and gives the fill cells their points.
+/// Adds the membranes to the shell, takes off what was cut, and gives each new cell its centre as its point.
 void Prepare::hc_takeOver(const std::vector<RCD>& membranes, const std::vector<RCD>& vCut)
 {
     vAllRCDsrt = getUnion(vAllRCDsrt, membranes);
@@ -298,8 +320,8 @@ void Prepare::hc_takeOver(const std::vector<RCD>& membranes, const std::vector<R
     std::vector<RCD> added = membranes;
     removeVec(added, vCut);
     vFillRCD.insert(vFillRCD.end(), added.begin(), added.end());
-    // A shell cell that was cut stays in vRCD2Vtxsrt, deliberately: the result is that list. When a later pass fills it
-    // again, it keeps its measured point.
+    // A shell cell that was cut stays in vRCD2Vtxsrt. That list is the result, so the mesh still gets the cell, and its
+    // bytes depend on that. Where a later pass fills such a cell again, the point that it has stays.
     std::vector<std::pair<RCD, Point3*>> vAdded;
     auto it = vRCD2Vtxsrt.begin();
     for (const RCD r : added)

@@ -1,7 +1,14 @@
 // How far new cells near the rim lie from the shell.
 //
-// Not a grid distance: as in a vector distance transform, a front of cells marches outwards, every cell inherits its
-// nearest shell point from the cell that reached it, and the distance is the Euclidean one to that point.
+// Counting steps would favour some directions of the lattice over others, and the cut with them. So the front hands on
+// where it came from instead, and each cell measures the straight line to that point of the shell:
+//
+//     P . . . .      P, a point of the shell, is handed on from a to b. The distance of b is then the length of P-b,
+//     . a . . .      not that of a way over cells. The cell with the lowest distance hands on first; until its own
+//     . . . b .      turn comes, b takes any other point that it is offered and that is nearer.
+//
+// This is a vector distance transform (Danielsson, Euclidean Distance Mapping, 1980) in the order of Dijkstra's
+// algorithm.
 
 #include "cells/Prepare.h"
 
@@ -24,12 +31,12 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// From a point to the centres of a cell and of its 26 neighbours.
+/// The distances from a point to the centres of a cell and of its 26 neighbours, by position.
 class DistancesAround
 {
 public:
-    /// Differences in double, kept as float, of centres kept as float: far from the origin the centres lose digits, and
-    /// the membranes get rough.
+    /// Centres are rounded to float, and so are differences, which are taken in double: far from the origin centres
+    /// lose digits, and membranes get rough. The bytes of results with closed holes depend on it.
     DistancesAround(const Point3& point, RCD r, const Calc& calc)
     {
         RCD onDiagonal = r - rcd::xUnit - rcd::yUnit - rcd::zUnit;
@@ -57,9 +64,11 @@ private:
     float squareX[3], squareY[3], squareZ[3];
 };
 
-constexpr std::array<unsigned, 6> facePositions = {12, 14, 10, 16, 4, 22}; // x-1, x+1, y-1, y+1, z-1, z+1
+// Neighbours in the order in which they are reached. It decides which of equal distances the queue hands out first, and
+// so which source wins.
+constexpr std::array<unsigned, 6> facePositions = {12, 14, 10, 16, 4, 22}; // along x, then y, then z, down before up
 
-/// All neighbours in ascending order of their codes.
+/// All 26 by ascending code, that is, with z running fastest.
 constexpr std::array<unsigned, 26> makeNeigPositions()
 {
     std::array<unsigned, 26> positions{};
@@ -81,7 +90,7 @@ void Prepare::rcdmch_getDist2RCD(MarchZone& zone, Distances& vDist2RCD) const
         vDist2RCD.emplace_back(std::abs(static_cast<double>(zone.dists[zone.slots[i]])), zone.newCells[i]);
 }
 
-/// The cells around the rim, from which a march can start.
+/// Gathers the shell cells and the empty cells within a number of face steps of the rim. Nothing is reached yet.
 Prepare::MarchZone Prepare::rcdmch_createZone(int size) const
 {
     CellBits bits(vBorderRCDsrt);
@@ -114,20 +123,21 @@ Prepare::MarchZone Prepare::rcdmch_createZone(int size) const
     return zone;
 }
 
-/// Gives the new cells next to the shell the nearest of the points around them, of equally near ones that of the least
-/// shell cell.
+/// Where the front starts: each new cell that touches the shell gets the nearest point of the shell cells around it; of
+/// equally near ones, that of the cell of lowest code.
 void Prepare::rcdmch_reachFromShell(MarchZone& zone) const
 {
     if (zone.shellCells.empty())
         return;
-    // Every slice owns the new cells of a range of x, and looks at all shell cells that touch it.
+    // A slice writes to the new cells of its range of x alone. It reads the shell one layer beyond on both sides, so
+    // that the result is that of one thread.
     const RCD firstX = std::max<RCD>(1, rcd::getX(zone.shellCells.front())) - 1;
     const RCD numX = rcd::getX(zone.shellCells.back()) + 2 - firstX;
     forSlicesMT(static_cast<size_t>(numX), 8,
                 [&](size_t begin, size_t end) { rcdmch_reachFromShell(zone, firstX + begin, firstX + end); });
 }
 
-/// The same for the new cells of one range of x alone.
+/// The part for new cells with beginX <= x < endX.
 void Prepare::rcdmch_reachFromShell(MarchZone& zone, RCD beginX, RCD endX) const
 {
     const auto findShellCell = [&zone](RCD x)
@@ -157,9 +167,10 @@ void Prepare::rcdmch_reachFromShell(MarchZone& zone, RCD beginX, RCD endX) const
     }
 }
 
+/// Lets the front run until every cell it can get to has its distance.
 void Prepare::rcdmch_march(MarchZone& zone) const
 {
-    // The bits of floats that aren't negative sort as the floats do.
+    // Keys are integers: the bits of floats from 0 on sort as the floats do.
     MIRT_TOOLS::KeyHeap queue;
     const auto push = [&queue](float dist, CellBricks::Slot slot)
     { queue.push(std::bit_cast<std::uint32_t>(dist), slot); };
@@ -190,7 +201,7 @@ void Prepare::rcdmch_march(MarchZone& zone) const
         const CellBricks::Slot slot = queue.pop(prefetch).value;
         const float dist = zone.dists[slot];
         if (std::signbit(dist))
-            continue; // done
+            continue; // an older entry of a cell that has been out before, at a lower distance
         zone.dists[slot] = -dist;
         const std::uint32_t source = zone.sources[slot];
 
@@ -206,7 +217,8 @@ void Prepare::rcdmch_march(MarchZone& zone) const
                 push(d, neig);
             }
         };
-        // Near the shell the march must pass diagonal gaps; farther out six directions are enough.
+        // Close to the shell the nearest point changes from cell to cell, so all neighbours are offered the source.
+        // Farther out those across faces are enough, at less than a quarter of the work.
         if (dist < sideLen)
             for (const unsigned position : neigPositions)
                 reachNeig(position);

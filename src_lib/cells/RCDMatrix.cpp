@@ -7,7 +7,7 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// What leads from a cell to its neighbour at a position, modulo 2^64.
+/// By position, what to add to a cell's code to get the neighbour's; a step down is added as its complement.
 constexpr std::array<RCD, 27> makeOffsets()
 {
     std::array<RCD, 27> offsets{};
@@ -17,7 +17,7 @@ constexpr std::array<RCD, 27> makeOffsets()
 }
 constexpr std::array<RCD, 27> offsetOf = makeOffsets();
 
-/// -1, 0 or 1 for a coordinate below, inside and above the block.
+/// Which block a coordinate relative to this one falls in.
 int blockOffset(int coordinate)
 {
     return coordinate < 0 ? -1 : coordinate > 63 ? 1 : 0;
@@ -113,7 +113,7 @@ unsigned RCDMatrix::getNeighbourhoodAtSide(int x, int y, int z) const
     return config;
 }
 
-/// The cells x - 1, x and x + 1 of a row, where x lies in the block and everything else may lie beside it.
+/// The cells x - 1, x and x + 1 of a row as three bits. x lies in this block, the row and the two outer cells may not.
 unsigned RCDMatrix::getThreeAtSide(int x, int y, int z) const
 {
     const int offy = blockOffset(y), offz = blockOffset(z);

@@ -1,4 +1,5 @@
-// A block of 64 x 64 x 64 lattice cells: one bit a cell, and links to the 26 blocks around it.
+// A block of 64 x 64 x 64 lattice cells: one bit for each cell, and links to the 26 blocks around it, so that reading a
+// neighbourhood searches nothing.
 #pragma once
 
 #include "base/SimplePool.h"
@@ -12,12 +13,12 @@
 namespace MIRT_ZAV
 {
 
-/// Position of a cell inside its block: z * 4096 + y * 64 + x, of the low six bits of the coordinates. x runs fastest,
-/// the opposite of the order of RCD, so that a row of 64 cells along x is one word.
+/// The place of a cell in its block: z * 4096 + y * 64 + x, of the low six bits of its coordinates. x runs fastest,
+/// while in an RCD it is z that does: this way 64 cells in a row along x make one word.
 using ADDR = unsigned;
 
-/// The bits of one block, with the meaning of a bitset over ADDR. The 64 layers of equal z get memory when a bit is
-/// first set in them; until then they read a shared layer of zeros, so that a sparse set of cells stays small.
+/// The bits of one block, by ADDR. Each of the 64 layers of equal z gets memory when its first bit is set, and reads
+/// from zeros that all blocks share until then: most blocks hold few cells.
 class BlockBits
 {
 public:
@@ -26,7 +27,7 @@ public:
 
     static constexpr ADDR size = 1u << 18;
 
-    /// The pool outlives the bits.
+    /// \param layerPool  gives memory for layers; it has to live as long as the bits
     explicit BlockBits(LayerPool& layerPool);
 
     bool test(ADDR address) const { return (word(address >> 12, address >> 6 & 63) >> (address & 63) & 1) != 0; }
@@ -37,7 +38,7 @@ public:
         if (hasLayer(address >> 12))
             (*layers[address >> 12])[address >> 6 & 63] &= ~(u64(1) << (address & 63));
     }
-    /// Clears all bits.
+    /// Clears all bits; layers keep their memory.
     void reset();
 
     /// The row of 64 cells along x.
@@ -45,32 +46,40 @@ public:
     bool hasLayer(unsigned z) const { return layers[z] != emptyLayer(); }
 
 private:
-    static Layer* emptyLayer() { return const_cast<Layer*>(&zeros); } // told apart by its address, never written
+    static Layer* emptyLayer() { return const_cast<Layer*>(&zeros); } // recognised by its address, never written
     static const Layer zeros;
 
     std::array<Layer*, 64> layers;
     LayerPool* pool;
 };
 
-/// One block. A neighbourhood is a 27-bit word: the cell at offset (dx, dy, dz) from its centre has the bit
-/// 9 * (dz + 1) + 3 * (dy + 1) + (dx + 1), called its position; the centre is position 13.
+/// One block. A neighbourhood is a word of 27 bits, for a cell and the 26 around it. The numbers of its bits are called
+/// positions:
+///
+///       dz = -1          dz = 0          dz = 1
+///       6  7  8        15 16 17        24 25 26        dy = 1
+///       3  4  5        12 13 14        21 22 23        dy = 0
+///       0  1  2         9 10 11        18 19 20        dy = -1
+///
+/// with dx = -1, 0, 1 from left to right. 13 is the cell itself, its faces are 4, 10, 12, 14, 16 and 22, and opposite
+/// to p lies 26 - p.
 class RCDMatrix
 {
 public:
-    /// Selects the low six bits of each field of an RCD, the place inside the block. The other bits are the block's.
+    /// The bits of an RCD by which the cells of one block differ: six of each coordinate. The others name the block.
     static constexpr RCD lowerMask = 0xfc0007e0003f;
     /// The six face neighbours of a neighbourhood word.
     static constexpr unsigned faceMask = 0x415410;
 
     explicit RCDMatrix(BlockBits::LayerPool& layerPool) : bits(layerPool) {}
 
-    RCD baseRCD = 0;                      // the block's cell of least coordinates
+    RCD baseRCD = 0;                      // the cell with the lowest coordinates
     RCDMatrix* aNeigMtx[3][3][3] = {};    // [dx + 1][dy + 1][dz + 1], null where there is no block, and in the middle
     BlockBits bits;                       // 1 while the cell is alive
-    unsigned long long minAddr = 0x40000; // bounds of the addresses ever stored; clearing doesn't tighten them
+    unsigned long long minAddr = 0x40000; // getAllMatrixRCD looks from here to maxAddr only: what store() has seen
     unsigned long long maxAddr = 0;
 
-    /// The address of a cell in its block; takes whole codes and lower parts.
+    /// The address of a cell in its block, from its whole code or from the lower part alone.
     static ADDR rcdToAddress(RCD r) { return static_cast<ADDR>((r & 63) << 12 | (r >> 21 & 63) << 6 | (r >> 42 & 63)); }
     static void addressToXYZ(ADDR address, unsigned& x, unsigned& y, unsigned& z)
     {
@@ -79,14 +88,17 @@ public:
         z = address >> 12;
     }
 
-    /// Clears the block and sets the cells of list[first, last), pairs of upper and lower part of a code. A lower part
-    /// that lies outside of a block throws std::out_of_range.
+    /// Clears the block and sets the cells of a part of a list.
+    /// \param list         a code's bits outside of lowerMask, then those inside
+    /// \param first, last  the part, without last
+    /// \throws std::out_of_range  for second numbers with bits outside of lowerMask
     void store(std::vector<std::pair<RCD, RCD>>& list, int first, int last);
 
-    /// Enters the neighbour block at an offset; each one can be entered once.
+    /// Links the neighbour block at an offset. To link one twice is a bug.
     void setNeigMtx(int offx, int offy, int offz, RCDMatrix* pMatrix);
 
-    /// The neighbourhood of an alive cell and the number of its bits, 1 to 27; for a dead cell config 0 and -1.
+    /// \param config  receives the neighbourhood of an alive cell; 0 for a dead one
+    /// \return the number of alive cells in it, the cell included; -1 for a dead one
     int getConfiguration(ADDR address, unsigned& config) const
     {
         config = getConfiguration(address);
@@ -95,13 +107,14 @@ public:
     /// The same without the count.
     unsigned getConfiguration(ADDR address) const { return bits.test(address) ? getNeighbourhood(address) : 0; }
 
-    /// Appends the alive ones of the 26 neighbours in the order of positions, also for a dead cell.
+    /// Appends those of the 26 neighbours that are alive, by position; the cell itself may be dead.
     void getNeigRCD26(ADDR address, std::vector<RCD>& out) const;
 
-    /// Counts the alive face neighbours; appends them in the order x-1, x+1, y-1, y+1, z-1, z+1 if out is not null.
+    /// Counts the alive face neighbours. If out isn't null they are appended, first those along x, then y, then z, the
+    /// lower one ahead; among equal weights, cells are pruned in this order.
     int getNeigs6(ADDR address, std::vector<RCD>* out) const;
 
-    /// Appends the alive cells by address.
+    /// Appends the alive cells by ascending address, between minAddr and maxAddr.
     void getAllMatrixRCD(std::vector<RCD>& out) const;
 
 private:
@@ -110,7 +123,7 @@ private:
         return baseRCD | RCD(address & 63) << 42 | RCD(address >> 6 & 63) << 21 | address >> 12;
     }
 
-    /// The neighbourhood whether the centre is alive or not. A missing block reads as empty.
+    /// The neighbourhood of a cell, alive or dead. A missing block reads as empty.
     unsigned getNeighbourhood(ADDR address) const
     {
         unsigned x, y, z;
@@ -128,7 +141,7 @@ private:
     unsigned getNeighbourhoodAtSide(int x, int y, int z) const;
     unsigned getThreeAtSide(int x, int y, int z) const;
 
-    /// The bits of a block among this one and its neighbours; null where there is none.
+    /// The bits of this block (offsets 0, 0, 0) or of a neighbour; null where there is none.
     const BlockBits* bitsAt(int offx, int offy, int offz) const;
 };
 

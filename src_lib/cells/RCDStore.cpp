@@ -25,7 +25,7 @@ void RCDStore::constructStore(const std::vector<RCD>& cells)
     list.reserve(cells.size());
     for (const RCD r : cells)
         list.emplace_back(r & ~RCDMatrix::lowerMask, r & RCDMatrix::lowerMask);
-    sortByFirstMT(list.begin(), list.end()); // bits don't care about the order inside a block
+    sortByFirstMT(list.begin(), list.end()); // inside a block the order doesn't matter
 
     createBlocks(list);
     linkBlocks();
@@ -43,7 +43,7 @@ void RCDStore::createBlocks(std::vector<std::pair<RCD, RCD>>& list)
     vFirst.push_back(list.size());
 
     layerPool.init(static_cast<int>(std::max<size_t>(64, 4 * vUpper.size())), -1);
-    vMatrix.reserve(vUpper.size()); // blocks are linked by address
+    vMatrix.reserve(vUpper.size()); // so that blocks stay where they are: the links are pointers
     for (size_t i = 0; i < vUpper.size(); ++i)
     {
         RCDMatrix& matrix = vMatrix.emplace_back(layerPool);
@@ -61,15 +61,15 @@ void RCDStore::linkBlocks()
                     linkBlocks(offx, offy, offz);
 }
 
-/// Enters the neighbours at one offset. Moved by a constant, the ascending blocks stay ascending: the two lists are
-/// walked side by side.
+/// Links the neighbours at one offset. Blocks that ascend still do so when all are moved by the same step, so one walk
+/// along both lists finds them without a search.
 void RCDStore::linkBlocks(int offx, int offy, int offz)
 {
     size_t cursor = 0;
     for (RCDMatrix& matrix : vMatrix)
     {
         const RCD neig = getUpperNeigPart(matrix.baseRCD, offx, offy, offz);
-        if (neig > vUpper.back()) // also what lies below 0
+        if (neig > vUpper.back()) // also a step below x = 0, which wraps to a huge number
             continue;
         while (vUpper[cursor] < neig)
             ++cursor;
@@ -120,7 +120,7 @@ RCDMatrix* RCDStore::findMatrix(RCD upper, BlockCache& cache) const
 
 RCDMatrix* RCDStore::lookUp(RCD upper) const
 {
-    // Binary search by additions in place of branches, which nobody could predict here.
+    // A binary search that adds in place of branching: which way a step goes is a coin toss to branch prediction.
     size_t i = 0;
     for (size_t n = vUpper.size(); n > 1; n -= n / 2)
         i += (vUpper[i + n / 2] <= upper) * (n / 2);

@@ -1,4 +1,4 @@
-// The occupied cells of one run as bit blocks, found by the upper bits of their codes.
+// The occupied cells of one run in blocks of bits, which are found by the upper bits of cell codes.
 #pragma once
 
 #include "cells/RCDMatrix.h"
@@ -8,13 +8,13 @@
 namespace MIRT_ZAV
 {
 
-/// A fixed set of blocks: cells can be cleared and set again, but only inside the blocks that exist from the start.
+/// Its blocks are made once, for the cells that are alive at first; those can die and come back, others can't join.
 /// Reads may run on several threads at once; changes of bits run on one thread, with no read under way.
 class RCDStore
 {
 public:
     /// \param calcArg  the run's lattice, not owned
-    /// \param cells    distinct cells in any order; only read
+    /// \param cells    the cells that are alive at first, each one once, in any order; not changed
     RCDStore(Calc* calcArg, std::vector<RCD>& cells);
 
     /// The block that holds a cell; null, with a warning, where there is none.
@@ -30,21 +30,22 @@ public:
     /// Appends all alive cells, block by block by ascending upper part, and by address inside a block.
     void getAllRCD(std::vector<RCD>& out) const;
 
-    /// The upper part of a neighbour block at offsets -1, 0, 1; other offsets move nothing. The ends of the lattice
-    /// aren't tested: no block of a store lies beyond them.
+    /// The upper part of the block at an offset of -1, 0 or 1 along each axis; any other offset counts as 0. A step
+    /// over an end of the lattice isn't noticed and gives a wrong block: runs keep thousands of cells free there.
     RCD getUpperNeigPart(RCD upper, int offx, int offy, int offz) const;
 
-    /// Draws a new store's identity: 1, 2, 3, ...
+    /// A new number with every call, from 1 on; safe on several threads. A thread's cache knows its store by it, as a
+    /// later store can stand at the same address.
     static unsigned getLabel();
 
     Calc* const calc;
 
 private:
-    /// The block that a thread read last. Queries in a row lie in one block nearly always.
+    /// The block that a thread read last, and nearly always reads next.
     struct BlockCache
     {
         unsigned label = 0xffffff9d; // of no store
-        RCD upper = ~RCD(0);         // of no block: bit 63 of a code is never set
+        RCD upper = ~RCD(0);         // of no block: codes have 63 bits
         RCDMatrix* pMatrix = nullptr;
     };
     static BlockCache& threadCache()
@@ -62,9 +63,9 @@ private:
 
     const unsigned label;
     BlockBits::LayerPool layerPool;
-    // The map from upper part to block: the keys, ascending, and their blocks at the same index.
+    // A map from upper part to block: the keys, ascending, and the blocks at the same index.
     std::vector<RCD> vUpper;
-    mutable std::vector<RCDMatrix> vMatrix; // a const store hands out blocks to change bits in
+    mutable std::vector<RCDMatrix> vMatrix; // bits can be changed through a const store, too
 };
 
 } // namespace MIRT_ZAV

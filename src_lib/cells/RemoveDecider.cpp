@@ -39,7 +39,8 @@ bool RemoveDecider::badDirect(int a, int b, int c, int d, int e, int f) const
 
 int RemoveDecider::getNumDirectVisible() const
 {
-    // Deliberately 5, the edge (+1, 0, -1), in place of the face 4: which cells extraction gives up depends on it.
+    // 5 is an edge, the one between the faces 4 and 14; the missing face would be 4. Which cells extraction gives up,
+    // and so the bytes of meshes, depend on it.
     constexpr std::array<int, 6> positions = {22, 5, 14, 16, 12, 10};
     return static_cast<int>(std::count_if(positions.begin(), positions.end(), [this](int p) { return !isPresent(p); }));
 }

@@ -1,4 +1,4 @@
-// The removal loops: by weight (prunePrioq), by distance (pruneByDistance), and of small pieces of border as a whole.
+// The loops that remove cells: by weight (prunePrioq), by distance (pruneByDistance), and whole pieces of border.
 #include "cells/RemoveDeciderFast.h"
 
 #include "base/KeyHeap.h"
@@ -18,8 +18,8 @@ namespace
 {
 using Weighted = std::pair<double, RCD>;
 
-/// The queue of prunePrioq: entries in ascending order of weight, equal ones in the order in which they came. The first
-/// fill is a sorted list that is read off in order; a binary heap takes what comes later.
+/// The queue of prunePrioq. It hands out the lowest weight, and of equal ones the one that came first, as a multimap
+/// would. The first fill stays in the sorted list it comes as; only later entries go to a heap.
 class PruneQueue
 {
 public:
@@ -65,7 +65,7 @@ private:
 };
 } // namespace
 
-/// getWeight for many cells: the part that doesn't change while cells die is computed once.
+/// getWeight for many cells: the distances, which stay the same while cells die, are computed once.
 class RemoveDeciderFast::PointWeights
 {
 public:
@@ -98,14 +98,14 @@ private:
     std::vector<double> distances; // of each one's point to the centre of its cell, relative
 };
 
-/// What the sweeps of one prunePrioq share.
+/// What the sweeps of one prunePrioq have in common.
 struct RemoveDeciderFast::PruneRun
 {
     const PointWeights& weights;
     const std::vector<RCD>& vRCD;
-    bool bAllCells; // vRCD has every cell that can come up
+    bool bAllCells; // vRCD has all cells, so that neighbours needn't be looked up in it
     bool killBorders;
-    std::vector<RCD> killed; // by the present sweep
+    std::vector<RCD> killed; // in the present sweep
 };
 
 std::vector<Weighted> RemoveDeciderFast::weighSorted(const std::vector<RCD>& cells, const PointWeights& weights) const
@@ -166,17 +166,18 @@ void RemoveDeciderFast::sweepPrioq(const std::vector<RCD>& candidates, PruneRun&
         kill(r);
         run.killed.push_back(r);
         neigs.clear();
-        pMatrix->getNeigs6(address, &neigs); // their weights count the cell that went
+        pMatrix->getNeigs6(address, &neigs); // they have lost a face neighbour, so they weigh less than before
         for (const RCD neig : neigs)
             if (run.bAllCells || std::binary_search(run.vRCD.begin(), run.vRCD.end(), neig))
                 queue.insert(run.weights(neig), neig);
     }
 }
 
-/// The cells around a sweep's kills, as a set: one whose neighbourhood didn't change can't change its answer.
+/// The cells around a sweep's kills, sorted, each one once. Everywhere else the kinds of cells are as they were, and a
+/// second look would find nothing new.
 void RemoveDeciderFast::getNextCandidates(std::vector<RCD>& killed, std::vector<RCD>& candidates) const
 {
-    sortMT(killed.begin(), killed.end()); // near cells in a row are read faster
+    sortMT(killed.begin(), killed.end()); // cells of one block in a row are read faster
     candidates.clear();
     for (const RCD r : killed)
         appendNeigs26(r, candidates);
@@ -187,8 +188,8 @@ namespace
 {
 enum class Verdict
 {
-    drop, // not looked at again in this call
-    wait, // until a neighbour dies
+    drop, // don't keep it for later
+    wait, // look again when a neighbour has died
     kill
 };
 
@@ -200,12 +201,12 @@ Verdict judge(PruningMode mode, unsigned config)
     const auto index = static_cast<unsigned>(getAlternativeBitmap(config));
     const bool bBorder = borderBit(index); // and so no gap cell
     if (mode == PM_PRUNE_BORDERS)
-        return bBorder ? Verdict::kill : Verdict::drop; // deliberately not put aside: a gap cell with an empty face is
-                                                        // given up for the call
+        return bBorder ? Verdict::kill : Verdict::drop; // what is dropped comes back only if it was put aside while it
+                                                        // was buried: which membranes are left depends on it
     return bBorder || gapBit(index) ? Verdict::wait : Verdict::kill;
 }
 
-/// By descending distance, then by cell, so that the order is the same for every number of CPUs.
+/// By descending distance, then by cell: only identical entries are equal, so that any number of CPUs gives one order.
 void sortByDistance(std::vector<Weighted>& vDist)
 {
     const auto negate = [&vDist]
@@ -218,18 +219,19 @@ void sortByDistance(std::vector<Weighted>& vDist)
     negate();
 }
 
-/// The candidates of one pruneByDistance and their queue. Entries have the rank of their distance in place of it, the
-/// greatest first. Those put aside can come back.
+/// The cells of one pruneByDistance and their queue. Keys are ranks of distances, 0 for the greatest and the same for
+/// equal ones, as they take 32 bits; among equal ranks KeyHeap's order holds.
 class DistanceQueue
 {
 public:
-    /// \param cells  all cells of the list, as a sorted set
+    /// \param cells  those of the list, each one once and sorted
     explicit DistanceQueue(const std::vector<RCD>& cells)
         : bricks(cells), states(bricks.getNumSlots()), asides(bricks.getNumSlots())
     {
     }
 
-    /// Looks up the neighbourhoods of the cells. Later kills are followed here, and don't go back to the source.
+    /// Reads the neighbourhoods of the cells, once: after that, kill() keeps them up to date.
+    /// \param getConfiguration  called as getConfiguration(cell), on several threads
     template <class F>
     void setConfigurations(const std::vector<RCD>& cells, const F& getConfiguration)
     {
@@ -241,7 +243,7 @@ public:
                     });
     }
 
-    /// Queues a list that is sorted by descending distance, in its order.
+    /// \param sorted  by descending distance; entered in this order
     void push(const std::vector<Weighted>& sorted)
     {
         std::vector<CellBricks::Slot> slots;
@@ -273,7 +275,7 @@ public:
             const auto [slot, rank] = heap.pop(prefetch);
             const unsigned state = states[slot];
             if ((state & alive) == 0)
-                continue; // queued twice, or dead from the start
+                continue; // queued more than once, or dead from the start
             const Verdict verdict = judge(mode, state & neighbourhood);
             if (verdict == Verdict::kill)
                 kill(slot);
@@ -285,13 +287,13 @@ public:
     bool isDead(RCD r) const { return (states[bricks.find(r)] & alive) == 0; }
 
 private:
-    // The state of a cell of the list is its neighbourhood, up to date as long as it lives, and a flag; other cells
-    // count as dead.
+    // The state of a cell is its neighbourhood as long as it lives, with its own bit saying that it does, and a flag.
+    // The states of cells that aren't in the list stay 0, so that they are never touched.
     static constexpr unsigned neighbourhood = (1u << 27) - 1;
     static constexpr unsigned alive = 1u << 13;
     static constexpr unsigned isAside = 1u << 27;
 
-    /// Of several entries of a cell the first one put aside counts.
+    /// A cell that is put aside again keeps its first rank.
     void putAside(CellBricks::Slot slot, std::uint32_t rank)
     {
         if ((states[slot] & isAside) != 0)
@@ -300,7 +302,8 @@ private:
         asides[slot] = rank;
     }
 
-    /// Neighbours that were put aside are queued again; they stay put aside, so that they can come back more than once.
+    /// Neighbours that wait are queued anew. They aren't taken off the shelf for that: the next death beside them
+    /// queues them once more.
     void kill(CellBricks::Slot slot)
     {
         states[slot] &= ~alive;
@@ -316,7 +319,7 @@ private:
 
     CellBricks bricks;
     std::vector<unsigned> states;      // by slot
-    std::vector<std::uint32_t> asides; // by slot, the rank of what was put aside
+    std::vector<std::uint32_t> asides; // by slot, the rank of a cell with isAside
     MIRT_TOOLS::KeyHeap heap;
 };
 } // namespace
@@ -370,7 +373,7 @@ size_t RemoveDeciderFast::prePruneSmallBorderCCs(std::vector<RCD>& vRemoved)
 
 size_t RemoveDeciderFast::tryRemoveBorderCC(std::vector<RCD>& cc, std::vector<RCD>& vRemoved)
 {
-    std::vector<RCD> watched; // the cells around the piece that aren't border
+    std::vector<RCD> watched; // the cells around the piece that aren't border now, and mustn't become it
     for (const RCD r : cc)
         appendNeigs26(r, watched);
     oneInstance(watched);
@@ -390,7 +393,7 @@ size_t RemoveDeciderFast::tryRemoveBorderCC(std::vector<RCD>& cc, std::vector<RC
     size_t numRemoved = 0;
     for (const RCD r : cc)
     {
-        if (removingCreatesGap(r)) // on the state that the earlier kills left
+        if (removingCreatesGap(r)) // seen from now: earlier kills of the piece may have made it so
             continue;
         kill(r);
         vRemoved.push_back(r);

@@ -10,7 +10,7 @@ namespace
 {
 using LinearTable = std::array<float, 256>;
 
-/// The linear share of light, 0 to 100, of every byte of an sRGB channel.
+/// The transfer function of sRGB (IEC 61966-2-1), undone: the share of light in percent for every byte of a channel.
 LinearTable makeLinearTable()
 {
     LinearTable table{};
@@ -29,7 +29,7 @@ float toLinear(int byte)
     return table[static_cast<size_t>(std::clamp(byte, 0, 255))];
 }
 
-/// The nearly cubic response of the eye, linear near black.
+/// The response of the eye: a cube root, with a straight piece near black, where the root would be too steep.
 float toLabResponse(float ratio)
 {
     return ratio > 0.008856f ? std::cbrt(ratio) : 7.787f * ratio + 16.0f / 116.0f;

@@ -1,6 +1,5 @@
-// Differences of colours as people see them.
-//
-// Source of the method: CIE 1976 L*a*b* (CIE 15) from sRGB under illuminant D65.
+// Differences of colours as people see them: CIE76, the distance in CIE 1976 L*a*b* (CIE 15), from sRGB under
+// illuminant D65.
 #pragma once
 
 #include "zav/Point3.h"
@@ -34,11 +33,11 @@ public:
 
     static Xyz rgbToXyz(const Rgb& color);
     static CIELAB xyzToCIELAB(const Xyz& color);
-    /// Distance of two colours in L*a*b*; 2.3 is about what an eye can tell apart.
+    /// CIE76: the distance of two colours in L*a*b*, 0 to about 259. An eye begins to tell them apart at about 2.3.
     static float getColorDeltaE(const Rgb& color0, const Rgb& color1);
 };
 
-/// The colour difference of two points, from their red, green and blue bytes, whether or not they count as coloured.
+/// CIE76 between the colours of two points. The bytes count as they are, also where hasColor() is false.
 double getColorDiffCIE76(const Point3* p0, const Point3* p1);
 
 } // namespace MIRT_ZAV

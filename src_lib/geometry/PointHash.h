@@ -1,4 +1,4 @@
-// A hash for points.
+// A hash for points, for tables that find them by their coordinates.
 #pragma once
 
 #include "base/OrderedIndex.h"
@@ -10,7 +10,7 @@
 namespace MIRT_ZAV
 {
 
-/// Hash of a point's coordinates, in agreement with the equality of points: both zeros are the same.
+/// Hash of the coordinates. Points that are equal need the same hash: adding 0.0 turns -0.0, which equals 0.0, into it.
 struct PointHash
 {
     std::uint64_t operator()(const Point3& p) const

@@ -6,7 +6,7 @@
 namespace MIRT_ZAV
 {
 
-/// Both ends by value, colours included.
+/// Keeps copies of both ends, with their colours.
 class Segment3
 {
 public:

@@ -1,7 +1,14 @@
 // The arc cosine with the same bits everywhere.
 //
-// The C library's acos may round differently from one processor to the next, which would reorder collapses of nearly
-// equal penalty. This one consists of additions, multiplications, divisions and square roots alone.
+// The C library's acos may round differently from one processor to the next. That would reorder collapses of nearly
+// equal penalty and change every triangle after them. This one is made of additions, multiplications, divisions and
+// square roots alone, which round the same everywhere.
+//
+// Method: the Taylor series of the arc sine, on which large arguments are reduced by the half angle:
+//
+//     |x| <= 0.5    acos x = pi/2 - asin x
+//     x > 0.5       acos x = 2 asin sqrt((1 - x) / 2)
+//     x < -0.5      acos x = pi - acos -x
 #pragma once
 
 #include <array>
@@ -15,13 +22,13 @@ namespace arcCosine_detail
 {
 constexpr double pi = 3.14159265358979323846;
 constexpr std::size_t numTerms = 26;    // enough for squares up to 1 / 4
-constexpr std::size_t numFewTerms = 12; // and up to 1 / 32: angles below 20 degrees, which is most of them
+constexpr std::size_t numFewTerms = 12; // enough up to 1 / 32: angles below 20 degrees, which is most of them
 
-/// Factors of x, x^3, x^5 and so on in the series of the arc sine.
+/// The factors of x, x^3, x^5 and so on.
 constexpr std::array<double, numTerms> makeFactors()
 {
     std::array<double, numTerms> factors{};
-    double binomial = 1.0; // of 2n over n, divided by 4^n
+    double binomial = 1.0; // (2n over n) / 4^n
     for (std::size_t n = 0; n < numTerms; ++n)
     {
         const double twice = 2.0 * static_cast<double>(n);
@@ -32,7 +39,7 @@ constexpr std::array<double, numTerms> makeFactors()
 }
 inline constexpr std::array<double, numTerms> factors = makeFactors();
 
-/// The arc sine of x, given with its square; x from -0.5 to 0.5.
+/// The arc sine of x from -0.5 to 0.5. The caller has the square at hand.
 inline double arcSine(double x, double square)
 {
     std::size_t n = square < 0.03125 ? numFewTerms : numTerms;
@@ -43,13 +50,13 @@ inline double arcSine(double x, double square)
 }
 } // namespace arcCosine_detail
 
-/// acos(x) to within two units in the last place; not a number for arguments beyond -1 and 1.
+/// \return acos(x) to within two units in the last place; NaN for arguments beyond -1 and 1
 inline double arcCosine(double x)
 {
     using namespace arcCosine_detail;
     if (std::fabs(x) <= 0.5)
         return 0.5 * pi - arcSine(x, x * x);
-    const double square = 0.5 * (1.0 - std::fabs(x)); // of the sine of half the angle
+    const double square = 0.5 * (1.0 - std::fabs(x)); // that of the sine of half the angle
     const double angle = 2.0 * arcSine(std::sqrt(square), square);
     return x > 0.0 ? angle : pi - angle;
 }

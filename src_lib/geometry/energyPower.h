@@ -1,7 +1,15 @@
 // The power that flattens the energy of an edge.
 //
-// The C library's pow may round differently from one processor to the next, which would reorder flips of nearly equal
-// gain. This one consists of additions and multiplications alone, gives the same bits everywhere, and is faster.
+// The C library's pow may round differently from one processor to the next. That would reorder flips of nearly equal
+// gain and change every flip after them. This one is made of additions and multiplications alone, which round the same
+// everywhere, and is faster.
+//
+// Method: look-up tables and a short series, after Tang. A number is split into three factors whose powers are easy:
+//
+//     x = 2^k * c * (1 + r)      c: middle of one of 128 steps from 1 to 2, |r| < 1/256
+//
+//     x^e = (2^k)^e * c^e * (1 + r)^e
+//            table    table   binomial series
 #pragma once
 
 #include <array>
@@ -18,7 +26,7 @@ namespace energyPower_detail
 constexpr double exponent = 0.335;
 constexpr double ln2 = 0.693147180559945309417;
 
-/// exp(x) by its series; x from 0 to 1.
+/// exp(x) by its Taylor series; x from 0 to 1.
 constexpr double expSeries(double x)
 {
     double sum = 1.0;
@@ -27,7 +35,7 @@ constexpr double expSeries(double x)
     return sum;
 }
 
-/// The natural logarithm by the series of the inverse hyperbolic tangent; x from 1 to 2.
+/// log(x) = 2 artanh((x - 1) / (x + 1)), by the Taylor series of artanh; x from 1 to 2.
 constexpr double logSeries(double x)
 {
     const double t = (x - 1.0) / (x + 1.0);
@@ -37,7 +45,7 @@ constexpr double logSeries(double x)
     return 2.0 * t * sum;
 }
 
-/// The mantissas from 1 to 2 in 128 steps: for the middle of each its reciprocal and its power.
+/// For the middle c of each step between 1 and 2: 1 / c and c^e.
 constexpr int stepBits = 7;
 constexpr std::size_t numSteps = std::size_t(1) << stepBits;
 struct Step
@@ -57,14 +65,14 @@ constexpr std::array<Step, numSteps> makeSteps()
 }
 inline constexpr std::array<Step, numSteps> steps = makeSteps();
 
-/// The powers of 2^k for k from -256 to 255.
+/// (2^k)^e for k from -256 to 255.
 constexpr int maxScale = 256;
 constexpr std::array<double, 2 * maxScale> makeScales()
 {
     std::array<double, 2 * maxScale> scales{};
     for (int k = -maxScale; k < maxScale; ++k)
     {
-        const int twoHundredths = 67 * k; // 0.335 is 67 / 200
+        const int twoHundredths = 67 * k; // 0.335 is 67 / 200: whole powers of 2 split off exactly
         int whole = twoHundredths / 200;
         if (200 * whole > twoHundredths)
             --whole;
@@ -80,14 +88,15 @@ constexpr std::array<double, 2 * maxScale> makeScales()
 inline constexpr std::array<double, 2 * maxScale> scales = makeScales();
 } // namespace energyPower_detail
 
-/// x to the power 0.335, to within 6e-16 of its value; x must not be negative.
+/// \param x  not negative
+/// \return x to the power 0.335, to within 6e-16 of its value; the C library's result beyond 2^-256 and 2^256
 inline double energyPower(double x)
 {
     using namespace energyPower_detail;
     const auto bits = std::bit_cast<std::uint64_t>(x);
     const int scale = static_cast<int>(bits >> 52) - 1023;
     if (scale < -maxScale || scale >= maxScale)
-        return x == 0.0 ? 0.0 : std::pow(x, exponent); // no energy of a mesh that makes sense
+        return x == 0.0 ? 0.0 : std::pow(x, exponent); // no mesh that makes sense has such energies
     const std::uint64_t mantissa = bits & 0xfffffffffffffu;
     const Step& step = steps[mantissa >> (52 - stepBits)];
     const double m = std::bit_cast<double>(mantissa | 0x3ff0000000000000u);
