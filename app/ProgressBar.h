@@ -8,8 +8,9 @@
 namespace zavtool
 {
 
-/// Draws one line that grows; it is to be removed by finish() before anything else is said. The library keeps the
-/// pointer of a subscriber, so it lives until the process ends.
+/// Draws one line over and over on the same row of the terminal. finish() wipes it, which has to come before any other
+/// output: that would end up on the same row. The library never lets go of a subscriber, so make one that lives as long
+/// as the process.
 class ProgressBar : public MIRT_ZAV::ProgressBase
 {
 public:

@@ -8,7 +8,15 @@ namespace
 {
 constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
 
-/// Walks over edges that weren't walked before, and cuts a loop off wherever the walk meets itself.
+/// Walks over edges that weren't walked before, and cuts a loop off wherever the walk meets itself:
+///
+///          e---d
+///          |   |     on the path a b c d e the next vertex is b again: b c d e comes
+///      a---b---c     off as a loop, and the walk goes on from b, here to f
+///          |
+///          f
+///
+/// So two holes that touch in a vertex come out as two loops, not as one figure of eight.
 class Walker
 {
 public:
@@ -28,7 +36,7 @@ public:
 
     std::vector<BorderLoop> findAll()
     {
-        for (std::size_t v = 0; v < vertices.size(); ++v) // chains first, from their ends: the rest is closed then
+        for (std::size_t v = 0; v < vertices.size(); ++v) // chains first, from their ends: what is left is closed then
             if (getDegree(v) % 2 == 1)
                 walkFrom(v);
         for (std::size_t v = 0; v < vertices.size(); ++v)
@@ -41,9 +49,9 @@ private:
     struct Vertex
     {
         std::uint32_t number;
-        std::size_t firstEnd; // in ends
-        std::size_t nextEnd;  // the first one that may be unused
-        std::size_t placeInPath;
+        std::size_t firstEnd;    // in ends
+        std::size_t nextEnd;     // the first one that may be unused; only moves on
+        std::size_t placeInPath; // nowhere when the walk isn't on it
     };
 
     std::size_t getDegree(std::size_t v) const
@@ -94,7 +102,7 @@ private:
         return bWalked;
     }
 
-    /// The path from a place on becomes a loop; of a closed one the vertex at that place stays in the path.
+    /// The path from a place on becomes a loop. The vertex at that place stays: the walk goes on from there.
     void cutOff(std::vector<std::size_t>& path, std::size_t place, bool bClosed)
     {
         BorderLoop loop;

@@ -9,8 +9,8 @@
 namespace zavtool
 {
 
-/// A walk along edges of one triangle. Closed, with no vertex twice, but for chains that end where more than two
-/// triangles meet at an edge.
+/// A walk along edges that have one triangle. It comes back to its start and meets no vertex twice. Only where edges of
+/// three and more triangles join in, it can come to an end in between: an open chain.
 struct BorderLoop
 {
     std::vector<std::uint32_t> vertices; // in the order of the walk; a closed loop's first one isn't repeated

@@ -9,7 +9,6 @@ namespace zavtool
 {
 namespace
 {
-/// Without the escape sequences of terminal colours.
 std::string withoutColors(const std::string& text)
 {
     std::string plain;

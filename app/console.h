@@ -11,7 +11,7 @@
 namespace zavtool
 {
 
-/// The run failed: exit code 1. The text is one plain sentence that says what happened and what to try.
+/// The run failed: exit code 1. The text is one plain sentence that says what happened and what to try now.
 class Failure : public std::runtime_error
 {
 public:
@@ -34,8 +34,8 @@ void tell(const std::string& line);
 /// Whether standard error is a terminal.
 bool isTerminal();
 
-/// Collects what the library writes to standard output and standard error while the object lives. Afterwards both are
-/// as before. One object at a time.
+/// Holds back what the library writes to standard output and standard error while the object lives: standard output
+/// belongs to the tool's own results, and of the messages a user wants the problems alone. One object at a time.
 class LibraryMessages
 {
 public:
@@ -48,7 +48,7 @@ public:
     std::vector<std::string> getProblems();
 
 private:
-    /// Takes text from several threads.
+    /// Takes text from several threads: the library's workers print, too.
     class Collector : public std::streambuf
     {
     public:
@@ -68,8 +68,8 @@ private:
     std::streambuf* const standardError;
 };
 
-/// Runs a piece of work with the library's messages collected. Its warnings are told afterwards unless bQuiet. What
-/// the library throws becomes a Failure.
+/// Runs a piece of work with the library's messages held back. Its warnings come on standard error afterwards unless
+/// bQuiet. What the library throws becomes a Failure.
 /// \param remedy  what the user can try when it throws, a clause: "try a greater --spacing"
 template <class Work>
 auto callLibrary(bool bQuiet, const std::string& remedy, Work work);

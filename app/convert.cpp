@@ -20,7 +20,7 @@ struct ConvertOptions
     bool bQuiet = false;
 };
 
-/// What the output can't hold.
+/// Says what the output can't hold.
 void tellLosses(const ConvertOptions& options, const Cloud& cloud)
 {
     tellNotFinite(cloud);

@@ -25,7 +25,8 @@ void refuseCutShort(bool bComplete, const std::string& path)
         throw Failure(path + " is cut short; get a complete copy");
 }
 
-/// Binary files begin with 80 bytes of any text and a count, which has a zero byte.
+/// A binary file begins with 80 bytes of any text, "solid" as likely as not, and the number of triangles in four bytes.
+/// The last of these is 0 below 2^24 triangles; a text has no such byte.
 void refuseBinaryStl(const std::string& path)
 {
     std::ifstream in = openInput(path);
@@ -35,8 +36,8 @@ void refuseBinaryStl(const std::string& path)
         throw Failure(path + " is a binary STL file; convert it to the text form, or to PLY");
 }
 
-/// A text STL file ends in a line with "endsolid"; one that was cut off doesn't. A file without that word anywhere near
-/// its end is as suspect.
+/// A text STL file ends in a line with "endsolid"; one that was cut off doesn't. Of a file that doesn't even begin with
+/// "solid" no such line is expected.
 bool endsSolid(const std::string& path)
 {
     std::ifstream in = openInput(path);
@@ -52,7 +53,7 @@ bool endsSolid(const std::string& path)
     return end.find("endsolid") != std::string::npos || end.find("ENDSOLID") != std::string::npos;
 }
 
-/// A PLY file of points with more than the library writes for them: colours, and all digits.
+/// Points as PLY with what the library's own writer leaves out: colours, and digits beyond those of a float.
 class PlyPoints
 {
 public:
@@ -138,7 +139,8 @@ private:
     size_t numChannels = 0; // of the colours
 };
 
-/// The library takes zeros for what a PLY file lacks, and warns.
+/// The library fills a damaged PLY file up with zeros and only warns. A user would mesh a clump of points at the origin
+/// without knowing why, so the tool refuses.
 void refuseDefects(LibraryMessages& messages, const std::string& path)
 {
     for (const std::string& problem : messages.getProblems())
@@ -156,7 +158,7 @@ std::string getReason(LibraryMessages& messages)
     return problems.empty() ? "" : " (" + problems.front() + ")";
 }
 
-/// The library trusts the number of points in the header.
+/// The library repeats points where the header promises more than there are; the tool refuses such a file.
 void checkBinaryPoints(const std::string& path)
 {
     std::ifstream in = openInput(path);
@@ -177,7 +179,7 @@ FileType getType(const std::string& path)
     for (const std::string ending : {".obj", ".OBJ", ".Obj"}) // only written, by a function of its own
         if (path.size() >= ending.size() && path.compare(path.size() - ending.size(), ending.size(), ending) == 0)
             return FileType::obj;
-    // The library wants at least the four characters of an extension.
+    // A name shorter than an extension makes getFileType throw.
     switch (path.size() < 4 ? -1 : MIRT_ZAV::getFileType(path))
     {
     case 0:
@@ -289,7 +291,7 @@ std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path)
 {
     readPlyHeader(path);
     std::vector<MIRT_ZAV::Point3> corners;
-    LibraryMessages messages; // mostly of colours, which don't fit corners: told only in a failure
+    LibraryMessages messages; // mostly about colours, which don't fit corners: shown only when reading fails
     const bool bRead = MIRT_ZAV::readPly(path.c_str(), false, corners);
     refuseDefects(messages, path);
     if (!bRead)

@@ -23,7 +23,7 @@ enum class FileType
     other
 };
 
-/// By the name's extension, as the library sees it.
+/// By the name's ending, as the library sees it; .obj besides, which the library picks by function and not by name.
 FileType getType(const std::string& path);
 
 /// \throws WrongUsage  when the name isn't one of a point file, or one of a binary file that is to be text
@@ -65,18 +65,21 @@ struct Triangles
 /// \throws Failure     when the file can't be read, is cut short or holds no finite triangle
 Triangles readTriangles(const std::string& path, bool bQuiet);
 
-/// An output file that appears under its name only when it is complete: what stood there before stays until then.
+/// An output file that appears under its name only when it is complete: it is written under a name beside it and
+/// renamed at the end. A run that fails, or is killed, leaves what stood there before.
 class SafeOutput
 {
 public:
-    /// \throws Failure  when nothing can be written there; so a long run doesn't end in a surprise
+    /// Tries the place at once: a long run shouldn't find out at its end that it can't be written.
+    /// \throws Failure  when nothing can be written there
     explicit SafeOutput(const std::string& path);
     ~SafeOutput();
     SafeOutput(const SafeOutput&) = delete;
     SafeOutput& operator=(const SafeOutput&) = delete;
 
-    /// \param write  writes to the path given, which has the extension of the name given to the constructor; false for a failure
-    /// \throws Failure
+    /// \param write  writes to the path it gets, which ends like the constructor's: writers go by the ending. False for
+    ///               a failure
+    /// \throws Failure  when it didn't write everything, or the file can't take its place
     void writeBy(const std::function<bool(const std::string& path)>& write);
 
 private:
@@ -94,7 +97,7 @@ enum class Coordinates
 
 /// Writes points in the format of the output's name. PLY files get the points' colours if there are any.
 /// \param bAscii  the text form of a PLY file
-/// \throws Failure
+/// \throws Failure  when the file can't be written
 void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coordinates coordinates, bool bAscii,
                  bool bQuiet);
 

@@ -37,7 +37,7 @@ void describePoints(const std::string& path)
     printBox(cloud.points);
 }
 
-/// The longest ones, a line each.
+/// \param maxListed  so many of the longest get a line each
 void printBorders(const std::vector<BorderSize>& borders, size_t maxListed)
 {
     printNumber("border loops", borders.size());

@@ -21,8 +21,7 @@ void printTiming(int depth, const std::string& label, double seconds, long peakM
     std::fputc('\n', stderr);
 }
 
-/// OBJ files are written by a function that doesn't tell whether it could: a line for each vertex and triangle must be
-/// there.
+/// toObj doesn't return whether it could write. A look at the file does: it has a line for each vertex and triangle.
 bool writeObj(const MIRT_ZAV::MeshPtr& mesh, const std::string& path)
 {
     MIRT_ZAV::toObj(mesh, path);
@@ -38,7 +37,7 @@ bool writeMeshFile(const MIRT_ZAV::MeshPtr& mesh, const std::string& path, bool 
     return getType(path) == FileType::obj ? writeObj(mesh, path) : MIRT_ZAV::writeMesh_auto(path, mesh, !bAscii);
 }
 
-/// By how much a coordinate of 1 can be off in the file.
+/// By how much a coordinate of 1 can be off in the file, at worst.
 double getRounding(FileType type, bool bAscii)
 {
     if (type == FileType::stl)
@@ -48,7 +47,7 @@ double getRounding(FileType type, bool bAscii)
     return type == FileType::obj || bAscii ? 5e-6 : 6e-8; // 6 digits, or the 24 bits of a float
 }
 
-/// What the file can't hold.
+/// Says what the file can't hold.
 void tellLosses(const MIRT_ZAV::Mesh& mesh, const std::string& path, bool bAscii)
 {
     const FileType type = getType(path);
@@ -67,7 +66,7 @@ void tellLosses(const MIRT_ZAV::Mesh& mesh, const std::string& path, bool bAscii
 
 ProgressBar& getBar()
 {
-    static ProgressBar bar; // the library keeps a subscriber's address
+    static ProgressBar bar; // the library never lets go of a subscriber
     return bar;
 }
 } // namespace

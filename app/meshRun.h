@@ -64,10 +64,10 @@ public:
 
 /// Adds --reduce; bounds stays empty without it, else it gets length and angle.
 void addReduceOption(CLI::App& command, std::vector<double>& bounds);
-/// Thins the mesh if asked for; to be called where the library's output is caught.
+/// Thins the mesh if asked for. Call it where the library's messages are held back.
 void reduceMesh(const MIRT_ZAV::MeshPtr& mesh, const std::vector<double>& bounds, Timings& timings);
 
-/// Writes the mesh, prints the times if asked for, and tells what was written.
+/// Writes the mesh, prints the times if asked for, and says what was written.
 /// \param madeFrom  e.g. "100 points"
 void writeMesh(const MIRT_ZAV::MeshPtr& mesh, SafeOutput& output, const std::string& path, const std::string& madeFrom,
                const RunOptions& options, Timings& timings);

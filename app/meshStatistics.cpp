@@ -1,4 +1,5 @@
-// Everything rests on sorting: corners by coordinates make the vertices, pairs of vertices make the edges.
+// Everything rests on sorting: equal corners come to stand side by side and are one vertex, equal pairs of vertices are
+// one edge.
 #include "meshStatistics.h"
 
 #include "borderLoops.h"
@@ -57,7 +58,7 @@ std::vector<std::uint32_t> weld(const std::vector<Point3>& corners)
     return vertexOf;
 }
 
-/// Sets of vertices that hang together.
+/// Sets of vertices that hang together (union-find). The smallest vertex of a set stands for it.
 class Components
 {
 public:

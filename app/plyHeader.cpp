@@ -22,7 +22,7 @@ std::string readBeginning(const std::string& path)
     return text;
 }
 
-/// Of the vertices.
+/// The properties of vertices that the library makes use of, by the same rules.
 std::vector<std::string> getReadNames(const std::vector<std::string>& properties)
 {
     const auto has = [&](const char* name)

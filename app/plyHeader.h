@@ -25,8 +25,8 @@ struct PlyHeader
     std::vector<std::string> getUnreadNames() const;
 };
 
-/// \throws Failure  when the file isn't readable, has no PLY header, or one with a line of an unknown kind, behind which the
-///                  library would look for the values
+/// \throws Failure  when the file isn't readable, has no PLY header, or one with a line of an unknown kind: the library
+///                  would take that for the end of the header and read the rest of it as values
 PlyHeader readPlyHeader(const std::string& path);
 
 } // namespace zavtool

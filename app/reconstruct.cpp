@@ -86,8 +86,8 @@ private:
     MIRT_ZAV::Vector3 offset; // zero when nothing was moved
 };
 
-/// What the user asked for beyond the reconstruction. Smoothing comes after the flips, which would go by normals from
-/// before it.
+/// What the user asked for beyond the reconstruction. Flips come before smoothing: the mesh caches normals, and flips
+/// after it would go by those of the old places.
 void improve(const MIRT_ZAV::MeshPtr& mesh, const ReconstructOptions& options, Timings& timings)
 {
     for (int i = 0; i < options.numFlips; ++i)

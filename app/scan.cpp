@@ -14,8 +14,7 @@ namespace
 using MIRT_ZAV::Point3;
 using MIRT_ZAV::Vector3;
 
-// --- random numbers: the standard's distributions differ between libraries, its generators don't ---
-
+/// The standard library's generators give the same numbers everywhere, its distributions don't: those are made here.
 class Random
 {
 public:
@@ -24,8 +23,8 @@ public:
     /// From 0 to 1, 1 excluded.
     double uniform() { return static_cast<double>(engine() >> 11) * 0x1p-53; }
 
-    /// Standard deviation 1. The sum of twelve uniform numbers: never beyond 6, and without functions whose last bits
-    /// differ between machines.
+    /// Mean 0, standard deviation 1. The sum of twelve uniform numbers (Irwin-Hall) is close enough to a normal
+    /// distribution, never beyond 6, and takes no logarithm or sine, whose last bits differ between machines.
     double normal()
     {
         double sum = -6.0;
@@ -34,6 +33,7 @@ public:
         return sum;
     }
 
+    /// Points of a cube until one lies in the ball: all directions are equally likely then.
     Vector3 direction()
     {
         for (;;)
@@ -52,7 +52,8 @@ private:
     std::mt19937_64 engine;
 };
 
-// --- shapes: distance to the surface, positive outside; never more than the true distance ---
+// Shapes are signed distances to their surface, positive outside. None may give more than the true distance, or the
+// walk along a ray would step across the surface.
 
 double toSphere(const Vector3& p)
 {
@@ -81,7 +82,7 @@ double toWave(const Vector3& p)
         return height / (1.0 + steepness * (dx * dx + dy * dy));
     };
     const double height = hill(0.4, 0.3, 0.4, 8.0) - hill(-0.5, 0.2, 0.3, 10.0) + hill(-0.1, -0.6, 0.3, 12.0);
-    // The slope stays below 1.5, so this factor brings the vertical distance below the true one.
+    // Above a slope of s the true distance is at least 1 / sqrt(1 + s * s) of the vertical one; s stays below 1.5.
     return (p.z() - height) * 0.5;
 }
 
@@ -108,10 +109,8 @@ Vector3 getNormal(const Shape& shape, const Vector3& p)
     return gradient / gradient.length();
 }
 
-// --- views ---
-
 constexpr double viewDistance = 4.0; // from the middle of the object
-constexpr double halfField = 0.48;   // tangent of half the angle of view; covers the cube's corners
+constexpr double halfField = 0.48;   // tangent of half the angle of view; every shape fits in, from all sides
 
 struct View
 {
@@ -119,7 +118,8 @@ struct View
     Vector3 forward, right, up;
 };
 
-/// Directions that keep away from each other: each one is the best of many random ones.
+/// Directions that keep away from each other: each is the one of many random ones that lies farthest from those before
+/// it (best-candidate sampling, Mitchell 1991).
 std::vector<View> placeViews(const Shape& shape, int numViews, Random& random)
 {
     std::vector<View> views;
@@ -153,7 +153,8 @@ std::vector<View> placeViews(const Shape& shape, int numViews, Random& random)
     return views;
 }
 
-/// Where a ray meets the surface; false if it doesn't. Walks along the ray in steps that can't cross the surface.
+/// Where a ray meets the surface; false if it doesn't. No step is longer than the surface is away, so that none crosses
+/// it (sphere tracing, Hart 1996). The wave goes on outside of the cube: hits there don't count.
 bool hit(const Shape& shape, const Vector3& eye, const Vector3& direction, Vector3& place)
 {
     double way = viewDistance - 1.8; // before the cube
@@ -171,7 +172,7 @@ bool hit(const Shape& shape, const Vector3& eye, const Vector3& direction, Vecto
 using Visitor = std::function<void(const Vector3& place, const Vector3& normal)>;
 
 /// Sends rays through a raster of numLines x numLines directions, each a little off its place, and visits the hits
-/// that aren't too slanted to be measured.
+/// where the surface isn't too slanted for a scanner.
 void sweep(const Shape& shape, const View& view, int numLines, Random& random, const Visitor& visit)
 {
     const double pixel = 2.0 * halfField / numLines;

@@ -1,8 +1,8 @@
 // Points as a scanner would measure them on a made-up object.
 //
 // Each view looks at the object from a place of its own and measures distances along a regular raster of directions.
-// So points are dense where the surface faces the scanner and sparse where it turns away, layers of several views lie
-// over each other, and what no view sees stays open.
+// So the clouds are bad in the ways that real ones are: dense where the surface faces the scanner and sparse where it
+// turns away, in layers where several views overlap, open where no view gets to.
 #pragma once
 
 #include <Point3.h>
@@ -24,8 +24,8 @@ struct ScanSettings
     std::uint64_t seed = 1;
 };
 
-/// Coloured by position. The same settings give the same bits on every machine: only arithmetic whose results are
-/// exactly defined is used, and random numbers of a generator that is.
+/// Coloured by position. The same settings give the same bits on every machine: sums, products, quotients and square
+/// roots are all there is, and the random numbers come from a generator that the C++ standard fixes.
 /// \throws Failure  when the views see too little
 std::vector<MIRT_ZAV::Point3> scan(const ScanSettings& settings);
 

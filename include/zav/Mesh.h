@@ -14,12 +14,13 @@ namespace MIRT_ZAV
 
 class RMesh;
 
-/// Owns one mesh and forwards to it. Applications hold it as a MeshPtr.
+/// What an application holds of a mesh, as a MeshPtr. The classes that do the work stay behind it, out of the public
+/// headers.
 ///
-/// The points handed out belong to the mesh: they stay valid until the next operation that changes the mesh, and no
-/// longer than the handle. The caller must not free them. Points that the caller moves are written where they are, but
-/// the operations that move vertices (laplacianSmoothing) may end in ZavBugException then: move points last.
-/// Coordinates are in input units. Not thread-safe: one operation at a time on a mesh.
+/// Points that are handed out still belong to the mesh. Never free them, and ask again after every call that changes
+/// the mesh; none outlives the handle. You may move them, and files get the new places. But the mesh also looks its
+/// vertices up by place: an operation that moves vertices itself (laplacianSmoothing) may end in ZavBugException then,
+/// so move points last. Coordinates are in input units. There is no lock: never two threads at once on one mesh.
 class ZAV_API Mesh
 {
 public:
@@ -53,15 +54,16 @@ public:
     /// Stretches red, green and blue of the coloured vertices by one straight line, the darker end to 0, the brighter
     /// one to 255. Colours that span 20 levels or fewer are stretched from the darkest to the brightest value.
     /// \param lowFraction   part of all values, 0 to 1, that may become 0; three values per vertex, coloured or not
-    /// \param highFraction  part of all values, 0 to 1, that may become 255. A part that all coloured values together don't
-    ///                      reach makes the mesh white, deliberately
+    /// \param highFraction  part of all values, 0 to 1, that may become 255. More than the coloured values make up puts
+    ///                      the brighter end at 0, and callers rely on what follows: with the darker end there, too,
+    ///                      the mesh turns white, else the line falls and most of the mesh turns black
     void contrastSpread(double lowFraction, double highFraction);
 
-    /// Writes a PLY file; false, with a message on standard output, if that fails. Deliberately crossed with
-    /// writePly_ASCII: this one writes the text form.
+    /// Writes a PLY file in the text form. The names of the two PLY writers are crossed, and callers rely on it.
+    /// \return false, after a message on standard output, when the file can't be written
     bool writePly_BIN(const std::string& name) const;
-    /// Writes a PLY file; false, with a message on standard output, if that fails. Deliberately crossed with
-    /// writePly_BIN: this one writes the binary form.
+    /// Writes a PLY file in the binary form, the other one of the crossed names.
+    /// \return false, after a message on standard output, when the file can't be written
     bool writePly_ASCII(const std::string& name) const;
 
     /// Writes a text STL file; false, with a message on standard output, if that fails.

@@ -1,4 +1,4 @@
-// The only point type of the system, also of its public input and output.
+// The one point type, from the points that an application hands in to the vertices that it gets back.
 #pragma once
 
 #include "Vector3.h"
@@ -76,7 +76,8 @@ inline bool operator!=(const Point3& p, const Point3& q)
     return !(p == q);
 }
 
-/// Lexicographic on x, y, z. A coordinate that is not a number compares as equal and passes to the next one.
+/// Lexicographic on x, y, z. Not a number is neither below nor above anything: the next coordinate decides. Lists with
+/// such points can't be sorted by it.
 inline bool operator<(const Point3& p, const Point3& q)
 {
     if (p.x() < q.x())

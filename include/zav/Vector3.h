@@ -32,12 +32,12 @@ public:
     double length() const { return std::sqrt(sqLength()); }
     double getMaxAbsComponent() const { return std::max({std::fabs(x_), std::fabs(y_), std::fabs(z_)}); }
 
-    /// Whether the vector counts as a normal vector.
+    /// Whether the length is 1, give or take 1.5 %: what the library accepts as a normal vector.
     bool isNV() const { return std::fabs(1.0 - sqLength()) < 0.03; }
 
     bool isZero() const { return x_ == 0.0 && y_ == 0.0 && z_ == 0.0; }
 
-    /// Dot product, summed in the order x, y, z.
+    /// Dot product. x first, then y, then z: the last bit of every angle depends on that order.
     double operator*(const Vector3& v) const { return x_ * v.x_ + y_ * v.y_ + z_ * v.z_; }
     Vector3 operator*(double f) const { return {x_ * f, y_ * f, z_ * f}; }
     Vector3 operator/(double f) const { return {x_ / f, y_ / f, z_ / f}; }

@@ -8,8 +8,8 @@
 namespace MIRT_ZAV
 {
 
-/// What the library throws when a condition failed, by a bug or by incorrect usage. Which one
-/// has been printed on standard output before.
+/// Thrown when a condition failed inside of the library, by a bug or by a call that breaks a rule. Standard output has
+/// said by then which condition it was and where; the text here is always the same.
 class ZAV_API ZavBugException : public std::exception
 {
 public:

@@ -6,8 +6,9 @@
 namespace MIRT_ZAV
 {
 
-/// Sets the number of threads that pools made from now on get. 0 sets the hardware's number, a negative value changes
-/// nothing. \return the value in force, at least 1
+/// Sets the number of threads of the pools that are made from now on; a pool that exists keeps its threads.
+/// \param numCPU  0 for the hardware's number; a negative value changes nothing
+/// \return the value in force, at least 1
 ZAV_API int getSetGlobalNumCPU(int numCPU);
 /// The value in force.
 ZAV_API int getGlobalNumCPU();

@@ -14,18 +14,23 @@
 namespace MIRT_ZAV
 {
 
-/// Uniform random numbers from minVal on, below maxVal but for rounding. \param vOut  replaced by count numbers
+/// Uniform random numbers from minVal on, below maxVal but for rounding.
+/// \param vOut  replaced by count numbers
 /// \throws ZavBugException  unless minVal < maxVal
 ZAV_API void generateRandomNumbers(std::size_t count, double minVal, double maxVal, std::vector<double>& vOut,
                                    unsigned int seed);
 
-/// Uniform random points in a square of the plane z = 0. \param minVal, maxVal  bounds of x and of y
-/// \param vPoints  count points without colour are appended \throws ZavBugException  unless minVal < maxVal
+/// Uniform random points in a square of the plane z = 0.
+/// \param minVal, maxVal  bounds of x and of y
+/// \param vPoints         count points without colour are appended
+/// \throws ZavBugException  unless minVal < maxVal
 ZAV_API void generateRandomPoints(std::size_t count, double minVal, double maxVal, std::vector<Point3>& vPoints,
                                   unsigned int seed);
 
-/// Uniform random points in a cube. \param minVal, maxVal  bounds of all three coordinates
-/// \param vPoints  count points without colour are appended \throws ZavBugException  unless minVal < maxVal
+/// Uniform random points in a cube.
+/// \param minVal, maxVal  bounds of all three coordinates
+/// \param vPoints         count points without colour are appended
+/// \throws ZavBugException  unless minVal < maxVal
 ZAV_API void generateRandomPoints3D(std::size_t count, double minVal, double maxVal, std::vector<Point3>& vPoints,
                                     unsigned int seed);
 
@@ -34,8 +39,8 @@ ZAV_API void generateRandomPoints3D(std::size_t count, double minVal, double max
 /// \param count         number of points
 /// \param numX, numY    cells of the grid; 0 counts as 1
 /// \param minX .. maxZ  the lower, then the upper bounds of the box
-/// \param vPoints       the points are appended, without colour; none, after a warning, unless the box is finite and has
-///                      positive extents
+/// \param vPoints       the points are appended, without colour; none, after a warning, unless the box is finite and
+///                      has positive extents
 /// \throws std::length_error, std::bad_alloc  when points or cells don't fit the memory
 ZAV_API void generateRandomSurfacePoints(std::size_t count, std::size_t numX, std::size_t numY, double minX,
                                          double minY, double minZ, double maxX, double maxY, double maxZ,

@@ -19,15 +19,18 @@ namespace MIRT_ZAV
 /// \return whether the file could be opened and read; if not, a line on standard output says so
 ZAV_API bool readPoints_ASCII(const char* path, std::vector<Point3>& vPoints);
 
-/// Reads the binary form, little-endian without padding: the file type as a signed 32-bit number (30 for three
-/// coordinates per point, 20 for two), the number of points n as an unsigned 64-bit number, n times x, y and, for type
-/// 30, z as 64-bit floats. Points of type 20 get z 0.0.
+/// Reads the binary form, little-endian, nothing between the values:
+///
+///     byte  0   file type   int32    30: points of x, y, z    20: points of x, y; z becomes 0.0
+///     byte  4   n           uint64   number of points
+///     byte 12   points      float64  n times 3 or 2 coordinates
+///
+/// A file may be cut off. As long as it lacks no more than 2^20 points and as many as it holds, that isn't noticed: the
+/// values read last are repeated for the missing points, 0.0 if there were none. Where it lacks more, its complete
+/// points come, and a line on standard output.
 /// \param vPoints  the points are appended, without colours
-/// \return whether the file could be opened and read; if not, a line on standard output says so. Deliberately also true
-///         after another file type, which is told on standard output and gives no points.
-/// A file that is short of its count by up to 2^20 points and as many as it holds isn't noticed: the values read last
-/// are repeated for the points that lack, 0.0 if there were none. A shorter one gives its complete points and a line on
-/// standard output.
+/// \return whether the file could be opened and read; if not, a line on standard output says so. True for another file
+///         type, too, which gives no points and a line on standard output; callers rely on that
 ZAV_API bool readPoints_BIN(const char* path, std::vector<Point3>& vPoints);
 
 /// Writes x, y, z of each point in text, with 18 significant digits, which keeps every bit. Colours aren't written.
@@ -43,20 +46,24 @@ ZAV_API bool writePoints_BIN(const char* path, const std::vector<Point3>& vPoint
 /// \return false, after a line on standard error, when the file can't be written
 ZAV_API bool writePointsPly(const std::string& path, std::vector<Point3>& vPoints, bool bAscii);
 
-/// Reads points, or the corners of faces, from a PLY file in any of its three encodings.
+/// Reads a PLY file in any of its three encodings: its vertices, or the corners of its faces.
+///
+/// Faces should be triangles. Others aren't split: the indices of all faces run on as one sequence, three are taken for
+/// each face, zeros where there are too few, and a warning says so:
+///
+///     faces in the file    0 1 2 3   4 5     ->     corners    0 1 2   3 4 5
+///
+/// Colours may be uchar, or float from 0 to 1 or above; other types are left out, with a message. The fourth byte comes
+/// from "alpha", else from "scalar_Intensity".
 /// \param bPointsOnly  true: the vertices, with their colours if the file has red, green and blue. False: three corners
-///                     per face in file order, not shared between faces. They have no colours; deliberately, they get
-///                     those of the vertices in order where there are just three vertices for each face. The faces
-///                     should be triangles, a warning tells of others.
-///                     Lists of another width aren't split, their indices run on as one sequence, of which three per
-///                     face are taken, and zeros where they are short of that.
+///                     per face in file order, not shared between faces and without colours. Except in a file of just
+///                     three vertices for each face: there the corners get the colours of the vertices in order,
+///                     whatever the indices say, and callers rely on it
 /// \param vPoints      replaced; unchanged when the coordinates can't be read
 /// \return false when the file can't be read: unreadable, no PLY, coordinates missing, of several types, or of other
 ///         types than float, double and int, indices out of range or no integers; also for colours without a vertex. A
-///         file that was cut off, or that has a word in place of a number, is no failure: a warning tells of it, and
-///         what lacks is zeros.
-/// Colours may be of type uchar, or float in the range 0 to 1 or above; others are told and left out. The fourth byte
-/// comes from "alpha", else from "scalar_Intensity".
+///         file that was cut off, or that has a word in place of a number, is no failure: a warning says so, and zeros
+///         stand for what is missing
 ZAV_API bool readPly(const char* path, bool bPointsOnly, std::vector<Point3>& vPoints);
 
 } // namespace MIRT_ZAV

@@ -12,15 +12,15 @@ namespace MIRT_ZAV
 {
 
 /// Turns a point cloud into a mesh on a lattice whose cell side is a multiple of the detected point spacing.
-/// \param points            the cloud, not changed; colours are carried along. Points that aren't finite make no cells, but
-///                          a first point that isn't a number, or an infinite coordinate, spoils the bounding box: take
-///                          such points out first
+/// \param points            the cloud, not changed; colours are carried along. Points that aren't finite make no cells,
+///                          but a first point that isn't a number, or an infinite coordinate, spoils the bounding box:
+///                          take such points out before
 /// \param spacingFactor     cell side as a multiple of the detected spacing: 1.0 for cells at that spacing, more for a
 ///                          coarser mesh, less for a finer one with more holes
-/// \param holeControlLimit  number of cells that hole control grows from the rims: gaps up to about twice as wide are closed,
-///                          wider ones stay open; below 1 none is closed. It works with single-precision centres of
-///                          cells: a cloud more than 10^5 cells from the origin should be moved with autoOffset first
-/// \return the mesh, or a null pointer, after a message, when no cell came out
+/// \param holeControlLimit  number of cells that hole control grows from the rims: gaps up to about twice as wide are
+///                          closed, wider ones stay open; below 1 none is closed. It works with single-precision
+///                          centres of cells: move a cloud that is more than 10^5 cells from the origin with autoOffset
+/// \return the mesh, or null, after a message, when no cell came out
 /// \throws ZavBugException  when the spacing isn't above 0, the bounding box isn't finite or the cloud needs more than
 ///                          2087152 cells along an axis, or where two vertices of filled holes come to coincide
 ZAV_API MeshPtr reconstruct_auto(std::vector<Point3>& points, double spacingFactor, int holeControlLimit);
@@ -35,22 +35,24 @@ ZAV_API MeshPtr reconstruct_abs(std::vector<Point3>& points, double spacing, int
 /// \param spacing           side of a lattice cell in input units, above 0
 /// \param featureAngle      degrees: an edge that folds more keeps its shape; at 360.0 or more only borders do
 /// \param vOut              the points are appended, by ascending cell; none, after a warning, for no triangles
-/// \throws ZavBugException  when the spacing isn't above 0, so fine that the triangles need more than 2087152 cells along
-///                          an axis or one of them some 10^9 cells; when a coordinate is infinite, or one of the first
-///                          point not a number (elsewhere such triangles are left out); for a needle whose normal
-///                          exists in one order of its corners and not in another
+/// \throws ZavBugException  when the spacing isn't above 0, so fine that the triangles need more than 2087152 cells
+///                          along an axis or one of them some 10^9 cells; when a coordinate is infinite, or one of
+///                          the first point not a number (elsewhere such triangles are left out); for a needle whose
+///                          normal exists in one order of its corners and not in another
 ZAV_API void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle,
                      std::vector<Point3>& vOut);
 
 /// Meshes triangles anew, on the cells of toCloud: overlapping, flipped and repeated triangles melt into one surface.
-/// Parameters and errors as with toCloud. \return the mesh, or a null pointer, after a warning, for no triangles
+/// Parameters and errors as with toCloud.
+/// \return the mesh, or null, after a warning, for no triangles
 ZAV_API MeshPtr melt(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle);
 
-/// The detected average point spacing in input units; -1.0 for an empty cloud. Runs the whole intake with hole control
-/// off. Progress ends at about 2/3: a subscriber must not wait for 1.0.
+/// The detected average point spacing in input units; -1.0 for an empty cloud. Costs a whole intake with hole control
+/// off. The run stays open: the last fraction that a subscriber hears is about 2/3, so don't wait for 1.0.
 ZAV_API double estimateAvgSpacing(std::vector<Point3>& points);
 
-/// Sets the subscriber to progress of the calling thread. It stays across runs; null is ignored. Not owned.
+/// From now on the object hears of the progress of the calling thread's runs. It isn't owned and has to live until this
+/// thread runs the library no more, or another object takes its place: null is ignored.
 ZAV_API void subscribe(ProgressBase* pProgress);
 
 /// The stages of the calling thread's last run with their times: the run itself first, then each stage in the order in
@@ -65,11 +67,14 @@ ZAV_API void setGlobalNumCPU(int numCPU);
 /// Ends the thread pools, for example before unloading the library. They come back on demand.
 ZAV_API void destroySingletons();
 
-/// Moves a cloud near the origin, so that double precision is used well: subtracts the middle of the bounding box.
+/// Subtracts the middle of the bounding box, which brings a far cloud, such as one in map coordinates, to the origin,
+/// where doubles are densest.
+///
+/// Beware of an axis along which every point lies below all earlier ones; a single point is enough. A coordinate that
+/// lowers the minimum isn't tried as the maximum, which keeps its start value then, and the offset comes out at about
+/// -9e307. Callers rely on the offsets as they are.
 /// \param points   changed in place
 /// \param x, y, z  receive what was subtracted; 0 for an empty cloud
-/// A coordinate that lowers the minimum is not offered to the maximum, deliberately: on an axis along which every point
-/// lies below all earlier ones, a single point included, the offset is of the order of -9e307.
 ZAV_API void autoOffset(std::vector<Point3>& points, double& x, double& y, double& z);
 
 /// 1 and 17.

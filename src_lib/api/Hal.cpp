@@ -27,6 +27,7 @@ Hal::~Hal()
 
 MeshPtr Hal::reconstruct()
 {
+    // Two of the nine steps come, setDone makes up for the rest. What subscribers hear depends on the nine.
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("HL_st", 9);
     std::vector<CCD> vFillCCD;
     pCloudMgr->getBundles(vBundles, pCalc, vFillCCD);
@@ -40,6 +41,8 @@ MeshPtr Hal::reconstruct()
     progress->incProgressByOne();
     progress->setDone(true);
 
+    // Vertices that closed holes come from centres of cells and have no colour. They get their place first, then a
+    // colour; the flips look at both.
     MeshPtr pMesh = meshCells(vFillCCD, &Top::finalizeReconstructedMesh);
     pMesh->getRMesh()->smoothZeros(5);
     pMesh->colorizeFilledHoles();
@@ -60,7 +63,7 @@ MeshPtr Hal::meshCells(std::vector<CCD>& vFillCCD, void (Top::*finalize)(Voro*))
     auto pRMesh = std::make_unique<RMesh>(pCMesh);
     RTop(pRMesh.get()).finalizeBase();
     MeshPtr pMesh = std::make_shared<Mesh>(pRMesh.get());
-    pRMesh.release();
+    pRMesh.release(); // the handle owns it by now; making one could have thrown
     return pMesh;
 }
 

@@ -16,7 +16,7 @@ class CloudMgr;
 class Top;
 class Voro;
 
-/// Serves one flow, on the caller's thread.
+/// Made for one run and used once, on the caller's thread.
 class Hal
 {
 public:
@@ -25,8 +25,8 @@ public:
     Hal(const Hal&) = delete;
     Hal& operator=(const Hal&) = delete;
 
-    /// From the prepared cells to the finished mesh; null, after a message, when there is no cell. The result shares
-    /// nothing with this object or the cloud manager.
+    /// Cells, extraction, repair, refined mesh, colours, flips. Null, after a message, when no cell came out. The mesh
+    /// shares nothing with this object or the cloud manager: both may go.
     MeshPtr reconstruct();
 
     /// Appends the points of the cells of a cloud of triangles; they stay the cloud's. A warning when there is none.

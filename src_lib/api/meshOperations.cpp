@@ -10,7 +10,8 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Sets up the calling thread's progress unless a run is under way, and closes it then.
+/// The run of an operation that an application calls by itself. Within another run, whose progress has a name already,
+/// the operation is a stage: nothing is set up, and nothing closed.
 class OwnProgress
 {
 public:
@@ -32,6 +33,8 @@ private:
     bool bOwned;
 };
 
+/// From 0.018 on, each a tenth colder, to the first one not above 0.001: 29. Which flips a round draws depends on every
+/// digit.
 std::vector<double> getTemperatures()
 {
     std::vector<double> temperatures;

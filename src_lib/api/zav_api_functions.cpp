@@ -15,7 +15,7 @@ namespace
 {
 /// The value for an angle or spacing that isn't given.
 constexpr double notGiven = -1.0;
-/// Above any angle; only read for triangles.
+/// Above any angle. Points have no edges to compare it with.
 constexpr double noFeatureAngle = 361.0;
 
 MeshPtr reconstruct(std::vector<Point3>& points, double spacing, double spacingFactor, int holeControlLimit)
@@ -32,7 +32,8 @@ MeshPtr reconstruct(std::vector<Point3>& points, double spacing, double spacingF
     return pMesh;
 }
 
-/// Deliberately one test with an else: a value that lowers the minimum isn't offered to the maximum.
+/// A value that lowers the minimum isn't tried as the maximum, so that falling values leave that at its start. The
+/// offsets that callers get depend on the "else".
 class OffsetRange
 {
 public:

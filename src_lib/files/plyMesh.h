@@ -29,24 +29,20 @@ struct VtxColor
 /// \return false, after an error message, when the file can't be written; no exception leaves the function
 bool writePly(MIRT_ZAV::RMesh* pRMesh, const std::string& path, bool bAscii);
 
-/// Writes coordinates as 32-bit floats, without colours. A failure is told on standard error.
+/// Writes coordinates as 32-bit floats, without colours.
 /// \param bAscii  true for the text form, with 6 significant digits; false for binary little-endian
+/// \return false, after a line on standard error, when the file can't be written
 bool writePly(std::vector<MIRT_ZAV::Point3*>& vPoints, const std::string& path, bool bAscii);
 
-/// Reads points, or the corners of faces, from a PLY file in any of its three encodings.
-/// \param bPointsOnly  true: the vertices, with their colours if the file has any. False: three corners per face in
-///                     file order, not shared between faces and uncoloured. Faces are taken to be triangles: lists of
-///                     another width aren't split, their indices run on as one sequence, of which three per face are
-///                     taken, and zeros where they are short of that.
+/// The work behind readPly of zav/pointFiles.h, which says what becomes of odd faces, colours and cut files.
+/// \param bPointsOnly  true: the vertices. False: three corners per face in file order
 /// \param vPoints      replaced; unchanged when the coordinates can't be read
-/// \return false, after a message but for missing coordinates, when the file can't be read. A file that was cut off,
-///         or that has a word in place of a number, is no failure: a warning tells of it, and what lacks is zeros.
-/// Coordinates must be of the types float, double or int, colours of uchar or float; colours of other types are told
-/// and left out. The fourth colour byte comes from "alpha", else from "scalar_Intensity".
+/// \return false when the file can't be read; a message says so, except where the coordinates are missing
 bool readPly(const std::string& path, bool bPointsOnly, std::vector<MIRT_ZAV::Point3>& vPoints);
 
-/// Brings colours into the range of a byte: unit floats are multiplied by 255, colours that exceed 255 are scaled down
-/// to it. The fourth channel takes part in the scaling but has no scale of its own, so it can stay above 255.
+/// Brings colours into the range of a byte: where none is above 1 all are multiplied by 255, where one exceeds 255 all
+/// are scaled down. A file doesn't say which it means: bytes of nothing but 0 and 1 come out as 0 and 255, too. The
+/// fourth channel takes part in the scaling but has no scale of its own, so it can stay above 255.
 /// \param vColors  not empty
 void adaptTo255(std::vector<VtxColor>& vColors);
 

@@ -20,7 +20,8 @@ constexpr std::int32_t fileType2D = 20;
 constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 20; // points, besides as many as the file holds
 constexpr int digitsOfText = 18;
 
-/// Room for n more points, also when many files are read into one vector.
+/// Room for n more points. It at least doubles: with just enough room for each of many small files, all points would be
+/// copied for each of them.
 void reserveMore(std::vector<Point3>& vPoints, size_t n)
 {
     if (vPoints.size() + n > vPoints.capacity())
@@ -53,7 +54,8 @@ public:
         return numRead;
     }
 
-    /// Appends n points that the file lacks: what is left of it counts, the other bytes are those of the point before.
+    /// Appends n points that the file lacks. The first takes what is left of the file; all other bytes stay those of
+    /// the point before.
     void appendMissing(std::uint64_t n, std::vector<Point3>& vPoints)
     {
         take(in.available());
@@ -82,7 +84,7 @@ T readValue(std::istream& in)
     T value{};
     return in.read(reinterpret_cast<char*>(&value), sizeof(value)) ? value : T{};
 }
-/// Writes a file of points. \param write  fills it; whether all arrived is looked at here
+/// Writes a file of points. \param write  fills it; whether the bytes arrive is checked here
 template <class Write>
 bool writeFile(const char* path, std::ios::openmode mode, const Write& write)
 {

@@ -17,7 +17,7 @@ namespace MIRT_ZAV
 {
 namespace
 {
-/// Finds the lines of corners. What a line contains is asked for only as far as it matters.
+/// Finds the lines of corners. Asks of a line only what matters where it stands: a search through it costs time.
 class FacetState
 {
 public:
@@ -37,7 +37,7 @@ private:
     bool bInLoop = false;
 };
 
-/// Reads a corner from its line: a word and three numbers. What a line lacks stays from the line before.
+/// Reads a corner from its line: a word and three numbers. Numbers that are missing stay those of the corner before.
 class CornerParser
 {
 public:
@@ -61,8 +61,8 @@ public:
         return {xyz[0], xyz[1], xyz[2]};
     }
 
-    /// Reads a line that the window doesn't hold and moves on to the next one. Whether it was one of a corner is known
-    /// behind it.
+    /// Reads a line that is longer than the window and moves on to the next one. The numbers come by before all of its
+    /// words are known: they are kept aside until then.
     void parseLong(BlockBuffer& in, FacetState& state, std::vector<Point3>& vPoints)
     {
         std::set<std::string_view> found;

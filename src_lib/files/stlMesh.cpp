@@ -32,10 +32,10 @@ public:
 
     void putTriangle(const Point3& c0, const Point3& c1, const Point3& c2)
     {
-        bool ok = false; // deliberately not looked at: without a normal the zeros are written
+        bool ok = false; // not looked at: a triangle without a normal is written with the zeros it gets
         const Vector3 normal = getNormalVector(c0, c1, c2, ok);
         out.put("facet normal ");
-        // The sign of a zero would show.
+        // A zero can have a sign, and the file would show it.
         putNumbers(normal.isZero() ? Vector3(0.0, 0.0, 0.0) : normal);
         out.put(" outer loop\n");
         for (const Point3* const pCorner : {&c0, &c1, &c2})

@@ -13,11 +13,14 @@ class CMesh;
 class RMesh;
 struct Bundle;
 
-/// Writes the alive triangles in order of creation, with 10 significant digits. A triangle without a normal is written
-/// with a zero one. \return false, after an error message, when the file can't be written
+/// Writes the alive triangles in order of creation, with 10 significant digits. A triangle without a normal gets 0 0 0.
+/// \return false, after an error message, when the file can't be written
 bool writeSTL(RMesh* pRMesh, const std::string& path);
 
-/// The same for a coarse mesh, for debugging. \param mCCDBundle  holds every corner, else ZavBugException
+/// Writes a coarse mesh likewise, for a look at the surface before it is refined.
+/// \param mCCDBundle  where the corners lie
+/// \return as above
+/// \throws ZavBugException  for a corner that isn't in the map
 bool writeSTL(CMesh* pCMesh, const std::map<CCD, Bundle*>& mCCDBundle, const std::string& path);
 
 } // namespace MIRT_ZAV

@@ -28,7 +28,7 @@ Type typeFromName(const std::string& name)
     return it == inputNames.end() ? Type::INVALID : it->second;
 }
 
-/// 32-bit FNV-1a.
+/// 32-bit FNV-1a. The key of a property is the hash of its element's name and its own, one behind the other.
 std::uint32_t hashOf(const std::string& text)
 {
     std::uint32_t hash = 0x811c9dc5u;
@@ -70,11 +70,10 @@ void PlyBuffer::refer(std::uint8_t* bytes, size_t numBytes)
     size = numBytes;
 }
 
-// ---- header ----
-
 namespace
 {
-/// The lines of a header. No file needs longer ones: what claims to be a header and isn't must not fill the memory.
+/// The lines of a header, one after the other. The limits are far above what any file needs: bytes that claim to be a
+/// header and never end must not fill the memory.
 class HeaderLines
 {
 public:
@@ -167,8 +166,6 @@ void PlyFile::PlyFileImpl::header_property(std::istream& line)
     line >> property.name;
     elements.back().properties.push_back(std::move(property));
 }
-
-// ---- requests ----
 
 size_t PlyFile::PlyFileImpl::findElement(const std::string& name) const
 {
@@ -285,7 +282,7 @@ void PlyFile::PlyFileImpl::add(const std::string& elementKey, const std::vector<
     }
 }
 
-/// One helper for each PlyData.
+/// Properties that were requested together share their PlyData: one helper for each of these.
 std::vector<PlyFile::PlyFileImpl::ParsingHelper*> PlyFile::PlyFileImpl::groups()
 {
     std::map<const PlyData*, ParsingHelper*> byData;
@@ -302,8 +299,6 @@ void PlyFile::PlyFileImpl::resetCursors()
     for (ParsingHelper* const helper : groups())
         helper->cursor->byteOffset = 0;
 }
-
-// ---- the handle ----
 
 PlyFile::PlyFile() : impl(std::make_unique<PlyFileImpl>())
 {

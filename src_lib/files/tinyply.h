@@ -1,5 +1,5 @@
-// Reader and writer of the PLY format: elements, properties and typed buffers. What the library's own files contain is
-// known one level above, in plyMesh.
+// Reader and writer of the PLY format: elements, properties and typed buffers. Nothing here knows what a vertex or a
+// face is; which elements the library's files have is plyMesh's concern.
 #pragma once
 
 #include <cstddef>
@@ -41,7 +41,7 @@ struct PlyProperty
     Type propertyType = Type::INVALID;
     bool isList = false;
     Type listType = Type::INVALID; ///< of the count that stands before the entries
-    std::uint64_t listCount = 0;   ///< entries per list: exact when written, a hint when read
+    std::uint64_t listCount = 0;   ///< entries per list: exact for writing, a hint for reading
 };
 
 struct PlyElement
@@ -75,24 +75,29 @@ private:
     size_t size = 0;
 };
 
-/// The values of properties that were requested or added together, interleaved: all values of row 0, then of row 1.
+/// The values of properties that were requested or added together, row by row, nothing between them:
+///
+///     x, y, z                        x0 y0 z0 | x1 y1 z1 | x2 ...
+///     a list, hint 3, as expected    a0 b0 c0 | a1 b1 c1 | a2 ...
+///     the same with ragged lists     a0 b0 | a1 b1 c1 | a2 b2 | 0 0    where one ends is lost, what lacks is 0
 struct PlyData
 {
     Type t = Type::INVALID;
     std::uint64_t count = 0; ///< rows of the element, also for lists
     PlyBuffer buffer;
-    bool isList = false; ///< the entries of all lists follow each other; where one ends isn't kept
-    bool bGrows = true;  ///< false, set before read(): entries beyond what the hint promised are dropped
-    bool bEven = true;   ///< after read(): every list had as many entries as the hint promised
+    bool isList = false;
+    bool bGrows = true; ///< false, set before read(): entries beyond what the hint promised are dropped
+    bool bEven = true;  ///< after read(): every list had as many entries as the hint promised
 };
 
 /// One PLY file, to be read (parse_header, request_properties_from_element, read) or to be written
 /// (add_properties_to_element, write).
 ///
-/// What a header declares is never believed beyond what the stream can hold: read() throws std::runtime_error when the
-/// declared rows need over 1 MiB more than twice the bytes there are, or when lists must lack over 2^18 of the expected
-/// entries and one more for each byte. A smaller gap is a file that was cut off: the buffers then end in zeros. Of
-/// several elements or properties with one name the first counts, the others are skipped.
+/// A header can promise anything, and a hostile one promises more than the memory. So it is believed only as far as the
+/// stream can bear it out: read() throws std::runtime_error when the declared rows need over 1 MiB more than twice the
+/// bytes there are, or when lists must lack over 2^18 of the expected entries and one more for each byte. A smaller gap
+/// is a file that was cut off: the buffers then end in zeros. Of several elements or properties with one name the first
+/// counts, the others are skipped.
 class PlyFile
 {
 public:
@@ -107,18 +112,18 @@ public:
     bool parse_header(std::istream& is);
 
     /// Registers properties of one element for read().
-    /// \param propertyKeys  all of them must exist, be of one type and be lists all or none; their values land
-    ///                      interleaved in the order of the file, whatever the order here
-    /// \param listSizeHint  expected entries per list, which spares a counting pass; 0 when unknown. Longer lists are
-    ///                      read in full; shorter ones leave zeros at the end.
+    /// \param propertyKeys  all of them must exist, be of one type and be lists all or none; their values land side by
+    ///                      side in the order of the file, whatever the order here
+    /// \param listSizeHint  expected entries per list; 0 when unknown, which costs a pass over the file that counts
+    ///                      them. Longer lists are read in full; shorter ones leave zeros at the end.
     /// \return shared with the reader, filled by read()
     /// \throws std::runtime_error, std::invalid_argument, and nothing is registered
     std::shared_ptr<PlyData> request_properties_from_element(const std::string& elementKey,
                                                              std::vector<std::string> propertyKeys,
                                                              size_t listSizeHint);
 
-    /// Reads what was requested; properties of other names are skipped. The stream stands behind the header; where it
-    /// stands afterwards is undefined. In text, a value that operator>> refuses ends the reading: zeros follow.
+    /// Reads what was requested; properties of other names are skipped. The stream must stand behind the header; where
+    /// it stands afterwards is undefined. In text, a value that operator>> refuses ends the reading: zeros follow.
     /// \throws std::invalid_argument  when an element with rows has a property of unknown type
     /// \throws std::runtime_error     for sizes the stream can't hold, and negative list counts
     void read(std::istream& is);

@@ -81,11 +81,14 @@ inline std::uint64_t checkedSum(std::uint64_t a, std::uint64_t b)
 
 inline void swapBytes(std::uint8_t* bytes, size_t numBytes, size_t stride)
 {
-    for (size_t i = 0; stride != 0 && i + stride <= numBytes; i += stride) // plain values have a count of no bytes
+    for (size_t i = 0; stride != 0 && i + stride <= numBytes; i += stride) // 0 for the count of a plain value: no bytes
         std::reverse(bytes + i, bytes + i + stride);
 }
 
-/// Bytes that stand together both in the rows of the file and in the rows of a buffer.
+/// Bytes that stand together both in a row of the file and in a row of a buffer, so that one copy moves them:
+///
+///     row of the file    nx | x  y  z | red | green | blue       x, y, z: one run of 12 bytes at offset 4
+///     buffer             x0 y0 z0 | x1 y1 z1 | ...               and a stride of 12
 struct Run
 {
     size_t offset; // in the file's row
@@ -94,7 +97,7 @@ struct Run
     size_t stride;      // from row to row of the buffer; 0 for a constant
 };
 
-/// Rows of one length in a binary file.
+/// How rows of one length in a binary file map to buffers: the runs, and how long a row is.
 struct RowPlan
 {
     size_t numBytes = 0;
@@ -125,7 +128,8 @@ void copyFixed(std::uint8_t* to, size_t toStride, const std::uint8_t* from, size
         std::memcpy(to, from, N);
 }
 
-/// Copies n bytes per row. The common lengths have loops of their own, without a call per row.
+/// Copies n bytes per row. Loops that know the length move the bytes without a call per row: a byte, a colour, a float
+/// or index, three of these, a point of doubles.
 inline void copyRows(std::uint8_t* to, size_t toStride, const std::uint8_t* from, size_t fromStride, size_t n,
                      size_t numRows)
 {
@@ -160,12 +164,12 @@ struct PlyFile::PlyFileImpl
         std::shared_ptr<PlyData> data;
         std::shared_ptr<PlyDataCursor> cursor;
         size_t rowBytes = 0; // of the whole group; of lists, as far as the width is known
-        // The one place in the header that is meant: a hash or a name that occurs again elsewhere is something else.
+        // Which property of the header is meant. Its name or hash wouldn't do: both may occur again elsewhere.
         size_t elementIndex = 0;
         size_t propertyIndex = 0;
 
         void append(const void* bytes, size_t n);
-        /// Looks at the length of a list.
+        /// Notes whether a list is as long as was expected.
         void compareWithHint(std::uint64_t count)
         {
             if (cursor->listSizeHint != 0 && count != cursor->listSizeHint)

@@ -13,11 +13,11 @@ namespace PLY
 {
 namespace
 {
-/// A file may lack this many bytes, and as many as it holds, and still counts as one that was cut off, not as one with
-/// a false header.
+/// Where a file was cut off, its start is worth having; where its header lies, nothing is. The line between: up to this
+/// many bytes, and as many as it holds, may lack.
 constexpr std::uint64_t toleratedShortfall = std::uint64_t(1) << 20;
 
-/// Lists may lack this many entries of what was expected of them, and one for each byte that the file holds.
+/// The same for lists: so many of the expected entries may lack, and one for each byte that the file holds.
 constexpr std::uint64_t toleratedMissingEntries = std::uint64_t(1) << 18;
 
 constexpr std::uint64_t leastTextBytes = 2; // of a value: a digit and a separator
@@ -39,7 +39,8 @@ std::uint64_t listCountFrom(Type listType, const std::uint8_t* bytes)
 
 } // namespace
 
-/// Values in text, as operator>> reads them: the fast way where that is the same, else by a stream on the same bytes.
+/// Values in text, as operator>> reads them. Plain numbers go a fast way to the same bits; whatever else stands there
+/// is left to a real stream on the same bytes, which thus decides what a value is.
 class TextValues
 {
 public:
@@ -88,7 +89,7 @@ private:
         return value;
     }
 
-    /// To the next other character, or the end. Window by window: a text can be as long as the file.
+    /// To the next character of another kind, or the end. Window by window: one word can be as long as the file.
     template <class F>
     void skipWhile(const F& isSkipped)
     {
@@ -142,7 +143,8 @@ size_t PlyFile::PlyFileImpl::numElementsToRead() const
     return num;
 }
 
-/// The least that the declared rows take in the file must be there, or nearly: it bounds every loop and allocation.
+/// The declared sizes bound every loop and allocation behind this, so they must be credible: the least that the rows
+/// take has to be there, or nearly.
 void PlyFile::PlyFileImpl::checkSizes(const LookupTable& table, std::uint64_t numBytesLeft)
 {
     std::uint64_t least = 0;
@@ -153,7 +155,8 @@ void PlyFile::PlyFileImpl::checkSizes(const LookupTable& table, std::uint64_t nu
             rowBytes += !isBinary ? leastTextBytes : lookup.list_stride != 0 ? lookup.list_stride : lookup.prop_stride;
         least = checkedSum(least, checkedProduct(elements[i].size, rowBytes));
     }
-    // What a list needs is its count; what was expected of all lists could be far more than the file has.
+    // A list is sure to take its count and nothing more. But buffers are made for the expected entries, so that these
+    // are held against the bytes that the counts leave.
     std::uint64_t mostEntries = toleratedMissingEntries + numBytesLeft;
     std::uint64_t entries = 0;
     for (const ParsingHelper* const helper : groups())
@@ -238,7 +241,7 @@ void PlyFile::PlyFileImpl::parseFixedRows(BlockBuffer& in, std::uint64_t numRows
     {
         if (!in.require(plan.numBytes))
         {
-            // Cut off within a row: what is there of it counts.
+            // Cut off within a row: the bytes that are there count.
             for (const Run& run : plan.runs)
                 if (run.offset < in.available())
                     std::memcpy(run.data + row * run.stride, in.begin() + run.offset,
@@ -264,7 +267,7 @@ void PlyFile::PlyFileImpl::ParsingHelper::append(const void* bytes, size_t n)
     else if (n > room)
         data->buffer.growTo(cursor->byteOffset + n);
     if (n == 0)
-        return; // also of a buffer without a place
+        return; // an empty buffer has no address to copy to
     std::memcpy(data->buffer.get() + cursor->byteOffset, bytes, n);
     cursor->byteOffset += n;
 }

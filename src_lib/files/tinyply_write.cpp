@@ -53,7 +53,7 @@ void PlyFile::PlyFileImpl::checkWritable(const LookupTable& table) const
         for (size_t j = 0; j < table[i].size() && elements[i].size != 0; ++j)
         {
             const ParsingHelper* const helper = table[i][j].helper;
-            // What was read can be written again, but for lists whose width nobody knows.
+            // Buffers that were read can be written again, but for ragged lists: where one ends is lost.
             if (helper == nullptr || helper->data->buffer.sizeInBytes() == 0 || helper->data->buffer.get() == nullptr ||
                 helper->data->buffer.sizeInBytes() != elements[i].size * helper->rowBytes)
                 throw std::runtime_error("no data for the property: " + elements[i].properties[j].name);

@@ -69,7 +69,7 @@ TEST(AscendingMemory, BlocksRiseAndAreUsable)
     EXPECT_EQ(memory.allocate(~size_t(0) / 2), nullptr);
 }
 
-// Small ranges, as under a limit of the address space, so that growth crosses many of them.
+// A limit of the address space makes the ranges small, so that growth crosses many of them.
 TEST(AscendingMemoryDeathTest, RisesAcrossRanges)
 {
     const auto run = []
@@ -100,7 +100,7 @@ TEST(AscendingMemoryDeathTest, RisesAcrossRanges)
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
-// Keys collide in all but their upper bits: long runs in the table, which erasing must keep searchable.
+// Seven hashes for all keys make long runs in the table. Erasing in the middle of one must not hide what stands behind.
 struct PoorHash
 {
     std::uint64_t operator()(unsigned key) const { return key % 7; }

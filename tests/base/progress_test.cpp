@@ -69,7 +69,7 @@ TEST(Fraction, IsTheMeanByWeight)
 
 TEST(Step, AimsAtTwoHundredBroadcastsPerRun)
 {
-    // The stage "a" of some weights, its steps, the first one that is heard, and how many are heard.
+    // The weights of the stages from "a" on; the steps of "a", the first of them that is heard, and how many are heard.
     const struct
     {
         std::vector<double> weights;
@@ -80,9 +80,9 @@ TEST(Step, AimsAtTwoHundredBroadcastsPerRun)
         {{3.0, 1.0}, 1000, 7, 143}, // ceil(4 / 3 * 1000 / 200): after every 7th step and at the end
         {{1.0, 999.0}, 100, 75, 2}, // 500 would be too late
         {{999.0, 1.0}, 10, 1, 10},  // rounded up to 1
-        {{0.0, 1.0}, 1000, 5, 1},   // a two hundredth; the fraction doesn't move, so that the first is all the news
+        {{0.0, 1.0}, 1000, 5, 1},   // a two hundredth; without weight the fraction stays, and the same isn't said twice
         {{0.0, 1.0}, 100, 1, 1},    // raised to 1
-        {{0.0}, 2, 1, 2},           // not a number differs from every earlier value, itself included
+        {{0.0}, 2, 1, 2},           // 0 / 0 isn't a number, which differs even from itself: always news
     };
     for (const auto& [weights, todo, first, number] : cases)
     {

@@ -16,7 +16,7 @@ namespace
 {
 const std::vector<int> cpuCounts = {1, 2, 3, 6, 7};
 
-/// Calls make(random) for every element, for every size and number of CPUs.
+/// Sorts lists of elements that make(random) gives, of sizes on both sides of every limit, with every number of CPUs.
 template <class Make, class Compare>
 void expectSortsAtAllSizes(Make make, const Compare& comp)
 {
@@ -67,8 +67,8 @@ TEST(SortMT, LikeTheStandardLibrary)
         [](auto& random) { return std::make_pair(random() % 300, Point3(0, double(random() % 9), 0)); }, std::less<>());
 }
 
-// The order of equal first members is open to callers, but must not depend on the number of CPUs where keys are radix
-// sorted: a stable sort gives that.
+// Callers may not count on an order of pairs with equal keys, but with any number of CPUs it has to be the same one. A
+// stable sort makes it so.
 TEST(RadixSort, IsStable)
 {
     std::mt19937_64 random(3);

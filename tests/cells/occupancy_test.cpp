@@ -15,7 +15,7 @@ using namespace MIRT_ZAV;
 
 namespace
 {
-/// Cells around the corner of eight blocks, some of which stay without any.
+/// Cells around the corner where eight blocks meet. One of the blocks gets none and so doesn't exist.
 std::vector<RCD> cellsAroundCorner(unsigned seed, double density)
 {
     std::mt19937 random(seed);

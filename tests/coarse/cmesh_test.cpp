@@ -130,7 +130,7 @@ TEST_F(CMeshTest, OfEqualTrianglesTheFirstMadeSurvivesWhateverItsWinding)
 
 TEST_F(CMeshTest, AdditionalBundlesStandInTheMiddleOfTheirRing)
 {
-    // A fan of four around a new cell: regular neighbours only.
+    // A fan of four around a new cell; the cells of the ring are old ones, whose mean counts.
     const CCD centre = cell(5, 5, 5);
     const CCD ring[4] = {vertex(4, 5, 5), vertex(5, 4, 5), vertex(6, 5, 5), vertex(5, 6, 5)};
     for (int i = 0; i < 4; ++i)
@@ -139,7 +139,7 @@ TEST_F(CMeshTest, AdditionalBundlesStandInTheMiddleOfTheirRing)
 
     mesh.addBundle(centre, DBL_MAX, DBL_MAX, DBL_MAX);
     const Point3* const p = mesh.getVtx(centre);
-    // The last ring vertex r of the edges' order pulls: r + 1.003 * (avg - r), at most 1e-5 more in x.
+    // The ring vertex r of the last edge pulls, r + 1.003 * (avg - r); up to 1e-5 of rand() come on top in x.
     const Point3 mean = calc.getMidPoint(centre), last = *mesh.getVtx(ring[3]);
     EXPECT_NEAR(p->x(), last.x() + 1.003 * (mean.x() - last.x()), 1.01e-5);
     EXPECT_DOUBLE_EQ(p->y(), last.y() + 1.003 * (mean.y() - last.y()));
@@ -161,10 +161,14 @@ TEST_F(CMeshTest, AdditionalBundlesStandInTheMiddleOfTheirRing)
 
 TEST_F(CMeshTest, FlatTrianglesAreSplitAwayUnlessANeighbourWouldTurn)
 {
-    // v lies on the edge a-b of the flat triangle; d is the neighbour's far corner.
+    //        beyond
+    //
+    //           d           the neighbour is a, b, d
+    //
+    //     a --- v --- b     the flat triangle is a, v, b: its corner v lies on its longest edge
     const CCD a = vertexAt(2, 2, 2, {2.5, 2.5, 2.5}), b = vertexAt(4, 2, 2, {4.5, 2.5, 2.5});
     const CCD v = vertexAt(3, 2, 2, {3.5, 2.5, 2.5}), d = vertexAt(3, 4, 2, {3.5, 4.5, 2.5});
-    const CCD beyond = vertexAt(3, 6, 2, {3.5, 6.5, 2.5}); // past d: the split would turn the neighbour over
+    const CCD beyond = vertexAt(3, 6, 2, {3.5, 6.5, 2.5}); // splitting a, b, d here would turn its halves over
     CPatch patch(&mesh, &calc);
     CTriangle* const neighbour = create({a, b, d});
     patch.add(neighbour);

@@ -21,7 +21,12 @@ using namespace MIRT_ZAV;
 
 namespace
 {
-/// Offset (x, y, z) of each bit's cell, 0 for the lower and 1 for the upper one.
+/// Offset (x, y, z) of each bit's cell, 0 for the lower and 1 for the upper one:
+///
+///     0 --- 1        4 --- 5      z up, x to the right
+///     |     |        |     |
+///     3 --- 2        7 --- 6
+///     lower y        upper y
 constexpr int offsets[8][3] = {{0, 0, 1}, {1, 0, 1}, {1, 0, 0}, {0, 0, 0}, {0, 1, 1}, {1, 1, 1}, {1, 1, 0}, {0, 1, 0}};
 
 /// The eight cells around a vertex.
@@ -113,14 +118,16 @@ TEST(CaseTable, HasTheKnownRows)
     EXPECT_EQ(numTriangles[0], (std::map<TriUse, size_t>{{TUU, 780}, {TUT, 464}, {TUF, 160}, {TUI, 156}}));
     EXPECT_EQ(numRows[1][TUU], 170u);
     EXPECT_EQ(numTriangles[1], (std::map<TriUse, size_t>{{TUU, 456}, {TUT, 456}, {TUF, 0}, {TUI, 0}}));
-    // Of tables that agreed with all rotations of the cube, and split squares through their smallest cell.
+    // Of both tables, at a time when they agreed with all rotations of the cube and split every square of four cells
+    // through its smallest one.
     EXPECT_EQ(hash, 8871547112519245976u);
 
     const std::string text = test::outputOf([&] { EXPECT_EQ(Casx(TM_FAT, true).vTriVec, fat.vTriVec); });
     EXPECT_NE(text.find("Casx::Casx, bExperimental=true - using base cases"), std::string::npos);
 }
 
-/// Extraction in the plainest terms: all vertices in code order, sets of triangles, squares at the end.
+/// Extraction without anything that makes it fast: all vertices in the order of their codes, triangles as sets. Squares
+/// of four cells come last, since which diagonal they get depends on the triangles around.
 std::set<std::set<CCD>> extractNaively(const Calc& calc, const std::set<CCD>& cells)
 {
     const Casx casx(TM_FAT, false);
@@ -150,7 +157,7 @@ std::set<std::set<CCD>> extractNaively(const Calc& calc, const std::set<CCD>& ce
     }
     for (const auto& [t, u] : squares)
     {
-        std::vector<CCD> diagonal, other; // that of the table stays if it is an edge, else the other one is taken
+        std::vector<CCD> diagonal, other; // the table's one stays if it is an edge of the mesh, else the other comes
         std::set_intersection(t.begin(), t.end(), u.begin(), u.end(), std::back_inserter(diagonal));
         std::set_symmetric_difference(t.begin(), t.end(), u.begin(), u.end(), std::back_inserter(other));
         const auto hasDiagonal = [&](const Triangle& made)
@@ -198,7 +205,7 @@ TEST(Extraction, NearlyFullVerticesAreCompletedInExchangeForRemovableCells)
         int before, after;
         size_t numAdded, numTriangles;
     };
-    // Cell 5 comes and cell 3 goes; two cells come, two go; nothing can go.
+    // Cell 5 comes and cell 3 goes; two cells come and two go; two come and none can go.
     for (const auto& [before, after, numAdded, numTriangles] :
          {Case{223, 247, 1, 6}, {63, 252, 2, 4}, {125, 255, 2, 12}})
     {

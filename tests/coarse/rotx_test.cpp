@@ -1,4 +1,4 @@
-// The order of triangles around an edge, compared with angles computed in place, at random edges of the lattice.
+// The order of triangles around an edge, at random edges of the lattice, against angles that are computed here.
 #include "coarse/CMesh.h"
 #include "coarse/Rotx.h"
 #include "helpers/capture.h"
@@ -17,7 +17,7 @@ Vector3 directionTo(const Calc& calc, VCD from, VCD to)
     return calc.getMidPoint(to) - calc.getMidPoint(from);
 }
 
-/// The angle in degrees, 0 to 359, by which cell t lies behind cell r in the rotation around the edge from a to b.
+/// By how many degrees, 0 to 359, one turns around the edge from a to b to get from cell r to cell t.
 int angleFrom(const Calc& calc, VCD a, VCD b, VCD r, VCD t)
 {
     const Vector3 axis = directionTo(calc, a, b) / directionTo(calc, a, b).length();
@@ -65,7 +65,7 @@ TEST_F(RotxTest, starsAreSortedByAngle)
     for (int round = 0; round < 3000; ++round)
     {
         mesh.reset();
-        // Also edges at the lower border of the lattice, whose standard place lies above them.
+        // Edges at the lower border of the lattice are among them: the way to the table's block leads up from there.
         const VCD a = calc.rcd2ccd(rcd::fromXYZ(1 + random() % 10, 1 + random() % 10, 1 + random() % 10));
         const VCD b = cellNear(a, 1);
         if (a == b)

@@ -1,5 +1,11 @@
-// The repair of the coarse mesh: patches against naive counts, pairs and double sheets, diagonals, flaps and borders on
-// small meshes made by hand.
+// The repair of the coarse mesh: patches against a naive flood, and what needs repair as small meshes made by hand.
+// Sheets are fans over a rim:
+//
+//               apex
+//              /    \            two sheets on one rim, seen from the side; flanges make
+//    flange --rim  rim-- flange  the edges of the rim non-manifold, where patches end
+//              \    /
+//               apex
 
 #include "base/Progress.h"
 #include "coarse/Top.h"
@@ -33,7 +39,7 @@ size_t numAlive(const Triangles& triangles)
         std::count_if(triangles.begin(), triangles.end(), [](const CTriangle* t) { return t->isAlive(); }));
 }
 
-/// Whether neighbours in a patch run alike.
+/// Whether neighbours within a patch are wound alike.
 bool isConsistent(const CMesh& mesh)
 {
     return std::none_of(mesh.vCE.begin(), mesh.vCE.end(),
@@ -110,13 +116,14 @@ protected:
             pinch(list);
         return {list.begin(), list.end()};
     }
-    /// Makes edges of the rim non-manifold by one triangle each that points away from it.
+    /// Makes edges of the rim non-manifold by a triangle each that points away from it. Patches end at such edges.
     void addFlanges(const std::vector<VCD>& rim, size_t numEdges, double reach)
     {
         for (size_t i = 0; i < numEdges; ++i)
             create({{rim[i], rim[(i + 1) % rim.size()], anyVertex({-reach, -reach - double(i), 0.0})}});
     }
-    /// Replaces a triangle of a sheet by a piece that touches itself in an edge, to which a foreign triangle is tied.
+    /// Ties a sheet to the rest of the mesh: a triangle of it gives way to a piece that touches itself in an edge x-y,
+    /// where a triangle from elsewhere ends, too.
     void pinch(std::deque<Corners>& list)
     {
         const auto [y, p1, p2] = list[4];
@@ -156,7 +163,7 @@ TEST_F(TopTest, PatchesAgreeWithANaiveFlood)
         if (CTriangle* const t = mesh.createT(a, b, c, 0, 0); i % 7 == 0)
             t->kill(&mesh);
     }
-    // The oldest of connected triangles spreads until nothing changes.
+    // Each triangle takes over the oldest one that a neighbour knows, until nothing changes.
     std::map<CTriangle*, CTriangle*> oldest;
     for (CTriangle* const t : mesh.vT)
         oldest[t] = t;
@@ -190,7 +197,7 @@ TEST_F(TopTest, PatchesAgreeWithANaiveFlood)
 
 TEST_F(TopTest, OfTwoSheetsOnOneRimTheSmallerDiesIfBothAreNoise)
 {
-    // Two sizes, how far further triangles reach, which make the rest of the mesh large, and what is left of both.
+    // Two sizes; how far the flanges reach, which makes the rest of the mesh large; what is left of both sheets.
     const std::tuple<size_t, size_t, double, size_t, size_t> cases[] = {
         // Small sheets die whatever their area; of equal ones the second.
         {20, 20, 1.0, 20, 0},
@@ -235,9 +242,9 @@ TEST_F(TopTest, ThreeSheetsOnOneRimMakeTwoPairs)
 
 TEST_F(TopTest, ADoubleSheetLosesTheSideThatIsNotTied)
 {
-    // Two sizes, which sides are tied to others, whether to be strict, and which sides stay.
+    // Two sizes, which sides are tied to the rest of the mesh, whether to be strict, and which sides stay.
     const std::tuple<size_t, size_t, bool, bool, bool, bool, bool> cases[] = {
-        // Of equal sides the second dies, of others the smaller, but one that is tied stays.
+        // Of equal sides the second dies, of others the smaller, but a side that is tied stays.
         {4, 4, false, false, true, true, false}, {4, 6, false, false, true, false, true},
         {6, 6, false, true, true, false, true},  {6, 24, true, false, true, true, false},
         {6, 6, true, true, true, true, true},    {6, 6, true, true, false, true, false},
@@ -285,7 +292,7 @@ TEST_F(TopTest, ThickBodiesAreNotSplitUnlessTheyAreSmall)
 TEST_F(TopTest, TinyRegionsAtLongBordersDie)
 {
     const std::tuple<size_t, size_t, size_t, bool> cases[] = {
-        // of the quotient of open edges only the integer counts
+        // open edges divided by triangles is an integer: which regions die depends on its rounding down
         {6, 1, 40, true}, {7, 1, 40, false},   {7, 2, 40, true},   {24, 2, 40, true}, {25, 2, 40, false},
         {8, 8, 8, true},  {25, 24, 40, false}, {25, 25, 40, true}, {9, 9, 8, false}};
     for (const auto& [numTriangles, numOpen, maxSize, bDies] : cases)
@@ -305,6 +312,9 @@ TEST_F(TopTest, TinyRegionsAtLongBordersDie)
 
 TEST_F(TopTest, OneDiagonalOfASquareStays)
 {
+    // d --- b
+    // |  x  |    a-b and c-d are the diagonals
+    // a --- c
     const VCD a = vertex(4, 4, 4), b = vertex(5, 5, 4), c = vertex(5, 4, 4), d = vertex(4, 5, 4), up = vertex(4, 4, 6);
     const auto unify = [&](const std::vector<Corners>& list)
     {
@@ -361,7 +371,7 @@ TEST_F(TopTest, FlapsAtEdgesOfDegree3Die)
     EXPECT_TRUE(!oneEar[0]->isAlive() && !oneEar[1]->isAlive() && oneEar[2]->isAlive() && oneEar[3]->isAlive());
 
     mesh.reset();
-    create({{a, b, x}, {a, b, y}, {a, b, z}}); // three border edges at both ends: not evil
+    create({{a, b, x}, {a, b, y}, {a, b, z}}); // three border edges at both ends: nothing that hangs loose at one
     top.repairDeg3();
     EXPECT_EQ(numAliveInMesh(), 3u);
 }

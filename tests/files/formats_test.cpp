@@ -31,7 +31,7 @@ class Formats : public test::InDirectory
 protected:
     std::string put(const std::string& name, const std::string& bytes) const
     {
-        std::filesystem::remove(path(name)); // far faster than to write over a file again and again
+        std::filesystem::remove(path(name)); // writing over a file again and again is far slower
         std::ofstream(path(name), std::ios::binary) << bytes;
         return path(name);
     }
@@ -133,7 +133,7 @@ TEST_F(Formats, TextPointsAreThoseOfAStream)
     text += std::string(600000, ' ') + "1 2 3\n1 " + std::string(300000, '1') + " 3\n4 5 6";
     for (int i = 0; i < 20000; ++i)
     {
-        // Numbers of any magnitude, in the longest notation, from random bits: rounding must be the stream's.
+        // Random bits are numbers of any magnitude; with up to 25 digits they catch a reader that rounds by itself.
         std::ostringstream line;
         for (int axis = 0; axis < 3; ++axis)
         {
@@ -307,7 +307,8 @@ TEST_F(Formats, PlyFacesOfOtherWidthsAndValuesThatAStreamRefuses)
         return readPlyText(vertex + face + body, points, false);
     };
     const std::string four = "0 0 0 1 0 0 2 0 0 3 0 0\n";
-    // The indices run on as one sequence, of which three per face count.
+    // Indices run on across faces, three are taken for each: 0 1 2 | 3 3 2 of the first file, 1 2 3 | 0 0 0 of the
+    // second.
     ASSERT_TRUE(read(four + "4 0 1 2 3\n5 3 2 1 0 3"));
     expectSame(points, {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {3, 0, 0}, {2, 0, 0}});
     ASSERT_TRUE(read(four + "2 1 2\n1 3"));
@@ -331,7 +332,7 @@ TEST(Ply, WrongHeadersAndRequestsAreRefused)
 
 TEST(Ply, EqualNamesMeanTheFirstOne)
 {
-    // "v" + "xy" and "vx" + "y" have the same key; only what was asked for may land in the buffer.
+    // "v" + "xy" and "vx" + "y" hash to the same key, which must not bring values of one to the buffer of the other.
     std::istringstream in("element v 2\nproperty int xy\nproperty int xy\nelement vx 2\nproperty int y\n"
                           "element v 2\nproperty int xy\nend_header\n1 2 3 4 5 6 7 8");
     PLY::PlyFile file;

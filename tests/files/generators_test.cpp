@@ -1,4 +1,4 @@
-// Synthetic clouds: the numbers of a seed, their bounds, and a surface that is one.
+// Synthetic clouds: the same numbers for a seed, inside of their bounds, and a surface without jumps.
 #include "helpers/capture.h"
 #include "zav/generators.h"
 
@@ -20,7 +20,7 @@ TEST(Generators, NumbersAreThoseOfRand)
     for (const double number : numbers)
         EXPECT_EQ(number, std::ldexp(std::rand() * 8.0, -31) - 2.0);
     EXPECT_EQ(numbers.size(), 3u);
-    // Seed 0 goes by the time and by the calls before.
+    // Seed 0 goes by the time, but two calls within a second differ, too.
     generateRandomNumbers(3, 0.0, 1.0, numbers, 0);
     generateRandomNumbers(3, 0.0, 1.0, again, 0);
     EXPECT_NE(numbers, again);

@@ -1,5 +1,5 @@
-// Files that lie: cut off, with counts and types that aren't true, of the wrong kind, with endless lines. Each gives
-// the result that the headers tell, in memory of the order of the file.
+// Files that lie: cut off, with counts and types that aren't true, of the wrong kind, with endless lines. Each has to
+// give what the public headers say, in memory of the order of the file.
 #include "helpers/plain_files.h"
 #include "zav/pointFiles.h"
 #include "zav/stlFiles.h"
@@ -12,7 +12,7 @@
 #include <malloc.h>
 #include <new>
 
-// ---- memory in use; the readers have no threads ----
+// All memory in use is counted here. The readers have no threads, so that the peak is theirs alone.
 
 static std::atomic<size_t> numBytesInUse{0}, mostBytesInUse{0};
 
@@ -125,9 +125,9 @@ TEST(HostileFiles, CutAtEveryByte)
                     if (n < whole.find("end_header\n") + 11) // points of zeros, or none
                         for (const Point3& p : outcome.points)
                             EXPECT_EQ(p, Point3());
-                    else if (encoding == ascii) // as if no number followed
+                    else if (encoding == ascii) // as if a word followed that is no number
                         expectPoints(*reader, whole.substr(0, n) + " x", outcome.points);
-                    else // as if zeros followed, which is told
+                    else // as if zeros followed, and a warning says so
                     {
                         EXPECT_TRUE(reader == &plyPoints || n == whole.size() ||
                                     outcome.told.find("zeros follow") != std::string::npos);
@@ -161,7 +161,7 @@ TEST(HostileFiles, CountsThatLie)
             expectPoints(plyPoints, header(encoding, "element none " + std::string(count) + '\n' + vertices("2")),
                          Points(2));
         }
-        // Empty lists stand for corners, as long as there are about as many bytes.
+        // A face whose list is missing gives vertex 0 three times, as long as the file has about as many bytes.
         const Outcome few = read(plyCorners, header(encoding, vertices("1") + faces("80000")));
         EXPECT_EQ(few.points.size(), 240000u);
         EXPECT_LT(few.memory, 32 * MiB);
@@ -211,7 +211,7 @@ TEST(HostileFiles, ListsAndTypesThatLie)
     // Of equal names the first one is meant, the others are read over.
     const std::string others = "property float x\nelement vertexx 1\nproperty char y\n";
     expectPoints(plyPoints, header(ascii, vertices("1", others) + vertices("9")) + "1 2 3 4 5 6", {{1, 2, 3}});
-    // Other ends of line; what isn't a finite number comes through as bits.
+    // Other ends of line; in binary files NaN and infinity come through bit by bit.
     expectPoints(plyPoints, "ply\r\nformat ascii 1.0\r\n" + vertices("1") + "end_header\r\n1\r\n2\r\n3", {{1, 2, 3}});
     const Points odd = {{std::nan("7"), -HUGE_VAL, 5e-324}};
     expectPoints(binary, raw(30) + raw(std::uint64_t(1)) + bytesOf(odd), odd);
@@ -224,7 +224,7 @@ TEST(HostileFiles, FilesOfAnotherKind)
     const std::string directory = std::filesystem::temp_directory_path().string();
     for (const Reader* const reader : {&text, &binary, &stl, &corners, &plyPoints, &plyCorners})
     {
-        // The last one opens, too, and can't be read by anyone.
+        // The directory and the last one can be opened, and then not read.
         for (const std::string& path : {directory, directory + "/none/none", std::string("/proc/self/mem")})
         {
             const Outcome outcome(*reader, path);

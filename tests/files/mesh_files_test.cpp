@@ -18,7 +18,7 @@ class MeshFiles : public test::InDirectory
 {
 };
 
-/// A triangle, one across its edge that is flat, and a dead one. The first vertex has a colour if asked for.
+/// A triangle, a flat one that shares an edge with it, and a dead one. The first vertex has a colour if asked for.
 MeshPtr smallMesh(bool bColors)
 {
     auto* const mesh = new RMesh(1.0);
@@ -152,7 +152,7 @@ TEST_F(MeshFiles, ColorsInTurn)
         EXPECT_EQ(seen.count(Visualizer3::getColor(hardToSee)), 0u);
     EXPECT_EQ(Visualizer3::CLAWNGREEN + Visualizer3::getColor(20), "0.49\t0.99 0.00 0.50.60\t0.98 0.60 0.5");
     EXPECT_EQ(Visualizer3::getColor(26), "0.96 0.87 0.7 0.5");
-    EXPECT_EQ(Visualizer3::getColor(27), Visualizer3::CGREEN); // modulo 26, deliberately
+    EXPECT_EQ(Visualizer3::getColor(27), Visualizer3::CGREEN); // modulo 26: files of debug geometry depend on it
     EXPECT_EQ(Visualizer3::getColor(-1), Visualizer3::CWHITE);
 }
 

@@ -23,7 +23,7 @@ TEST(Point, OrderIsLexicographicAndBlindToColour)
     for (const Point3& p : rising)
         for (const Point3& q : rising)
             EXPECT_EQ(p < q, &p < &q) << p << q;
-    EXPECT_LT(Point3(notANumber, 1, 0), Point3(0, 2, 0)); // not a number passes to the next coordinate
+    EXPECT_LT(Point3(notANumber, 1, 0), Point3(0, 2, 0)); // where one isn't a number, the next coordinate decides
     Point3 red(1, 2, 3);
     red.setColor(1, 2, 3, 255);
     EXPECT_EQ(red, Point3(1, 2, 3));
@@ -70,7 +70,7 @@ TEST(Angle, RoundingBeyondOne)
     const Vector3 x(1, 0, 0), y(0, 1, 0), longX(1 + 1e-15, 0, 0), longMinusX(-1 - 1e-15, 0, 0);
     EXPECT_EQ(getAngleDegree(x, longX), 0.0);
     EXPECT_EQ(getAngleDegree(x, longMinusX), 180.0);
-    EXPECT_EQ(getAngleRad(x, longMinusX), 6.283185307); // deliberately twice the angle
+    EXPECT_EQ(getAngleRad(x, longMinusX), 6.283185307); // twice the angle, which results depend on
     EXPECT_EQ(getAngleDegree(x, y), 57.295779513 * std::acos(0.0));
     EXPECT_EQ(getAngleRad(x, Vector3(-1, 0, 0)), std::acos(-1.0));
 }

@@ -62,7 +62,7 @@ private:
     const int before;
 };
 
-/// Each test has an empty directory of its own.
+/// An empty directory for each test, gone at its end: tests may run side by side.
 class InDirectory : public testing::Test
 {
 protected:

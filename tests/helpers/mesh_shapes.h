@@ -34,7 +34,12 @@ inline RMeshPtr makeMesh(const Shape& shape, std::vector<MIRT_ZAV::Point3*>& ver
     return mesh;
 }
 
-/// Two triangles for every cell of an m by n grid; closed to a torus if asked for.
+/// Two triangles for every cell of an m by n grid; closed to a torus if asked for. Vertex (i, j) is number i * n + j.
+///
+///     (i, j+1) --- (i+1, j+1)
+///        |       /     |
+///        |    /        |
+///      (i, j) ---- (i+1, j)
 inline Shape makeCells(int m, int n, bool bClosed, const std::vector<MIRT_ZAV::Point3>& points)
 {
     Shape shape{points, {}};
@@ -80,8 +85,9 @@ inline void turnSomeTriangles(Shape& shape, std::mt19937& random)
             std::swap(triangle[0], triangle[1]);
 }
 
-/// Tori and grids: smooth, rough, flat, coloured, torn, with flaps, coincident vertices and places out of bounds; at
-/// last folds of equal shape, whose penalties are equal.
+/// What operations on meshes have to cope with: tori (kinds 0 to 2), then grids; smooth, rough and flat ones, with
+/// colours (1, 5), stray triangles (4, 8), coincident vertices (6), places out of bounds (7) and mixed windings (8).
+/// The folds of kind 9 are all alike: gains and penalties are equal, and which edge comes first is up to the order.
 inline RMeshPtr makeKind(int kind, std::vector<MIRT_ZAV::Point3*>& v)
 {
     std::mt19937 random(static_cast<unsigned>(kind));

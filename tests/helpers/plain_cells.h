@@ -1,4 +1,5 @@
-// Occupied cells as a plain set, with the questions that the bit blocks answer, and shapes made of cells.
+// Occupied cells as a plain set that answers what the bit blocks answer, by the most obvious way, and shapes made of
+// cells.
 #pragma once
 
 #include "lattice/Calc.h"
@@ -33,6 +34,12 @@ inline std::vector<RCD> box(RCD lowest, RCD highest)
     return cells;
 }
 
+/// Neighbours go by their position, with x running fastest and the cell itself at 13:
+///
+///      6  7  8     15 16 17     24 25 26     y + 1
+///      3  4  5     12 13 14     21 22 23     y
+///      0  1  2      9 10 11     18 19 20     y - 1
+///       z - 1          z          z + 1      x to the right
 struct PlainCells
 {
     std::set<RCD> alive;

@@ -1,5 +1,5 @@
-// Small valid files of every format, and plain versions of the readers: line by line, value by value. Shared by the
-// tests and the fuzz targets.
+// Small valid files of every format, and plain versions of the readers that go line by line and value by value, too
+// simple to be wrong. Shared by the tests and the fuzz targets.
 #pragma once
 
 #include "zav/Point3.h"
@@ -80,9 +80,7 @@ inline Points randomPoints(size_t n)
     return points;
 }
 
-// ---- plain readers ----
-
-/// What a plain string stream makes of each line.
+/// What a string stream makes of each line: the rule that the fast reader has to keep.
 inline Points plainTextPoints(const std::string& text)
 {
     Points points;
@@ -160,10 +158,8 @@ inline Points plainTriCorners(const std::string& text)
     return corners;
 }
 
-// ---- small files ----
-
-/// A PLY file with everything that readers stumble over, in the three encodings: strangers before, between and behind
-/// the coordinates, lists among the vertices, wide values.
+/// A PLY file with all that readers stumble over, in the three encodings: unknown properties before, between and behind
+/// the coordinates, lists of different lengths among the vertices, an element without rows, 64-bit values.
 inline std::string richPly(const std::string& encoding, size_t n, Points& vertices, Points& corners)
 {
     const bool bAscii = encoding == "ascii";

@@ -40,7 +40,8 @@ std::vector<Point3> getNoisySphere(size_t n, double radius, unsigned seed)
     return points;
 }
 
-/// The estimate in the plainest terms: codes as strings of octants, the highest level first.
+/// The estimate on Morton codes that are strings of octants, the highest level first: how far two codes agree shows at
+/// their fronts, and coarser cells are shorter strings.
 double estimateNaively(const std::vector<Point3>& points)
 {
     double low[3] = {inf, inf, inf}, high[3] = {-inf, -inf, -inf};

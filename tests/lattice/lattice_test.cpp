@@ -19,7 +19,7 @@ struct Cell
     u64 i, j, k;
 };
 
-/// Codes bit by bit, as they are defined.
+/// The Morton code of a cell, bit by bit: ... i1 j1 k1 i0 j0 k0, with k0 the lowest bit.
 CCD naiveCCD(const Cell& cell)
 {
     CCD c = 0;
@@ -61,7 +61,7 @@ bool touch(RCD a, RCD b, bool bFaceOnly)
     return bFaceOnly ? dx + dy + dz == 1 : std::max({dx, dy, dz}) == 1;
 }
 
-/// In the order of their first cells; inside of each the order is the input's.
+/// Connected components in the order of their first cells; within each the cells keep the order of the input.
 std::vector<std::vector<RCD>> naiveComponents(const std::vector<RCD>& cells, bool bFaceOnly)
 {
     std::vector<std::vector<RCD>> components;
@@ -130,7 +130,7 @@ TEST(Codes, AgreeWithTheirDefinition)
             ASSERT_EQ(a[p], naiveCCD(neig));
             ASSERT_EQ(all[p], naiveRCD(neig));
         }
-        std::sort(all, all + 27); // the other order is the sorted one, without the cell
+        std::sort(all, all + 27); // the 26 come in ascending order, without the cell itself
         ASSERT_TRUE(std::equal(others, others + 13, all) && std::equal(others + 13, others + 26, all + 14));
     }
 }

@@ -1,4 +1,4 @@
-// Edge flips: the gain against its definition, the loop against a plain one, and what flips must leave as it is.
+// Edge flips: the gain written out again, the loop against a plain one, and what flips must leave as it is.
 #include "base/Progress.h"
 #include "geometry/ColorUtils.h"
 #include "geometry/energyPower.h"
@@ -57,7 +57,15 @@ double largestAngle(const Point3& p, const Point3& q, const Point3& r)
     return std::max({angleAt(p, q, r), angleAt(q, r, p), angleAt(r, p, q)});
 }
 
-/// The gain of the edge a, b of the quadrilateral o0, a, o1, b with a vertex outside of each rim edge, or null.
+/// What it gains to put the edge o0, o1 in the place of a, b. rim[i] is the third corner of the triangle beyond rim
+/// edge i, or null at a border:
+///
+///             0
+///        o0 ---- b
+///      1  |    / |  3
+///         |  /   |
+///         a ---- o1
+///             2
 double expectedGain(const Point3& a, const Point3& b, const Point3& o0, const Point3& o1, const Point3* rim[4])
 {
     const Vector3 n0 = normalOf(o0, a, b), n1 = normalOf(o1, b, a);
@@ -102,7 +110,8 @@ double gainOf(RMesh& mesh, REdge* pRE)
     }
 }
 
-/// Edges one after the other by rising gain; equal gains keep the order of the edges.
+/// Which edges a round would flip, in one thread and in the order of the edges; by rising gain at the end, where equal
+/// gains keep that order.
 std::vector<std::pair<double, REdge*>> getCandidatesPlainly(RMesh& mesh, double temperature)
 {
     std::vector<std::pair<double, REdge*>> taken;
@@ -115,7 +124,7 @@ std::vector<std::pair<double, REdge*>> getCandidatesPlainly(RMesh& mesh, double 
     return taken;
 }
 
-/// The flips with a tree as queue and every gain computed afresh.
+/// The flips with a tree as queue and every gain computed afresh, in place of all that makes the real loop fast.
 void flipPlainly(RMesh& mesh)
 {
     std::vector<std::pair<double, REdge*>> candidates;
@@ -200,7 +209,7 @@ TEST_F(Flips, GainAgreesWithItsDefinition)
         numWide += largestAngle(p[0], p[1], p[3]) > 130.0;
         numColored += run % 2 == 0;
 
-        // The flip itself, in the winding of the first triangle, from the stored corners on.
+        // The flip itself: both new triangles are wound like the first old one.
         REdge* const pNew = mesh->getEdge(v[2], v[3])->tryFlipEdge(mesh.get(), nullptr, nullptr);
         ASSERT_EQ(pNew, mesh->getEdge(v[0], v[1]));
         ASSERT_EQ(pNew->getDegree(), 2);
@@ -219,7 +228,8 @@ TEST_F(Flips, GainAgreesWithItsDefinition)
 
 TEST_F(Flips, ImpossibleFlips)
 {
-    // A tetrahedron, whose other diagonals are edges already; borders and a third sheet; a triangle that would be flat.
+    // A tetrahedron, where the other diagonal is an edge already; borders and three sheets on one edge; a diagonal that
+    // runs through an end of the edge, one end or the other, so that a new triangle would be flat.
     const Shape shapes[] = {
         {{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, {{0, 2, 1}, {0, 1, 3}, {1, 2, 3}, {2, 0, 3}}},
         {{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, -1, 0}, {0, 0, 1}}, {{0, 1, 2}, {1, 0, 3}, {0, 1, 4}}},

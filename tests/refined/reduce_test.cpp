@@ -1,4 +1,4 @@
-// Reduction: the penalty against its definition, the loop against a plain one, and what a reduction must keep.
+// Reduction: the penalty written out again, the loop against a plain one, and what a reduction must keep.
 #include "base/Progress.h"
 #include "geometry/ColorUtils.h"
 #include "geometry/freeFunctions.h"
@@ -22,7 +22,8 @@ namespace
 {
 constexpr double radians = 0.01745329251;
 
-/// The penalty from the list of all triangles.
+/// The penalty of moving one end of an edge (src) onto the other (trg), from the list of all triangles and with the arc
+/// tangent. DBL_MAX where the collapse isn't allowed.
 double expectedPenalty(const RMesh& mesh, const REdge& edge, int which, double maxLen2, double maxAngle)
 {
     const Point3 *const src = which == 0 ? edge.pVtx0 : edge.pVtx1, *const trg = which == 0 ? edge.pVtx1 : edge.pVtx0;
@@ -84,8 +85,8 @@ struct Counts
     int numLocal = 0, numFull = 0, numSunk = 0, numKept = 0;
 };
 
-/// The reduction with a tree as queue and every penalty computed afresh. Checks every collapse. Returns the number of
-/// triangles that went.
+/// The reduction with a tree as queue and every penalty computed afresh, in place of all that makes the real one fast.
+/// Checks every collapse. Returns the number of triangles that went.
 int reducePlainly(RMesh& mesh, double maxLen2, double maxAngle, Counts& counts)
 {
     int numKilled = 0;

@@ -40,7 +40,8 @@ int countTurnedEdges(const RMesh& mesh)
     return n;
 }
 
-/// Degenerate triangles one after the other, as they come.
+/// Collapses degenerate triangles one after the other: of each, the corner that turns its other triangles least moves
+/// along an edge.
 void killDegeneratePlainly(RMesh& mesh)
 {
     std::vector<RTriangle*> stack = mesh.vRT;
@@ -115,7 +116,8 @@ TEST_F(RMeshCleanup, DuplicatesOfAnyWindingGoAndTheEarliestStays)
     for (size_t i = 0; i < 5; ++i)
         EXPECT_EQ(mesh->vRT[i]->isAlive(), i != 2 && i != 4);
 
-    // Each edge judges for itself: where the order of two equal triangles differs between edges, both go.
+    // Each edge keeps the first of equal triangles in its own list. Where two edges list them the other way round, the
+    // one kills the one and the other the other: both go. Results depend on it.
     const RMeshPtr both = makeMesh({shape.points, {{0, 1, 3}, {0, 1, 2}, {1, 0, 2}}}, v);
     both->vRT[0]->kill(both.get()); // the last one takes its place on the edge of 0 and 1
     EXPECT_EQ(both->removeDups(), 3u);
@@ -134,7 +136,7 @@ TEST_F(RMeshCleanup, PatchesEndAtBordersAndNonManifoldEdgesAndAreWoundAlike)
     EXPECT_EQ(mesh->vRT[0]->pVtx[0], v[size_t(first[0])]); // the first triangle fixes the winding
     EXPECT_EQ(mesh->vRT[0]->pVtx[1], v[size_t(first[1])]);
 
-    // A third sheet on an edge separates all three; windings across it stay as they are.
+    // Three sheets on one edge are three patches, as none is the others' continuation; their windings stay.
     Shape fan{{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, -1, 0}, {0, 0, 1}}, {{0, 1, 2}, {0, 1, 3}, {0, 1, 4}}};
     mesh = makeMesh(fan, v);
     EXPECT_EQ(mesh->createPatchesOrient(), 3u);
@@ -289,14 +291,14 @@ TEST_F(RMeshCleanup, ContrastIsStretchedBetweenTheCuts)
                 after.push_back(p->g == p->r && p->b == p->r && p->a == 9 ? p->r : -1);
         return after;
     };
-    // Without cuts from 0 to 255: nothing changes. 10 vertices have 30 values; uncoloured vertices count.
+    // Without cuts from 0 to 255: nothing changes. 10 vertices have 30 values; those without colour count, too.
     EXPECT_EQ(spread({0, 50, 100, 150, 255}, 0.0, 0.0), (Greys{0, 50, 100, 150, 255}));
     // Targets 7 and 7 of 30: the levels up to 99 hold 6 values, those from 200 on 9. So 99 becomes 0, and 201 becomes
     // 255.
     EXPECT_EQ(spread({10, 50, 100, 200, 250, 255}, 0.24, 0.24), (Greys{0, 0, 3, 253, 255, 255}));
     EXPECT_EQ(spread({100, 110, 120}, 0.5, 0.5), (Greys{0, 128, 255})); // a range of 20 levels is stretched as it is
     EXPECT_EQ(spread({70, 70, 70}, 0.1, 0.1), (Greys{0, 0, 0}));        // no range at all
-    // The bright target is never reached: the high cut is 0. Numbers that make no sense do no harm.
+    // The bright target is never reached, which puts the bright end at 0. Numbers that make no sense do no harm.
     EXPECT_EQ(spread({10, 100, 200}, NAN, INFINITY), (Greys{255, 255, 255}));
     EXPECT_EQ(spread({0, 100, 200}, -1e300, -1e300), (Greys{0, 100, 200}));
 }

@@ -1,4 +1,4 @@
-// The refined mesh against a plain model of it, its stated failures, its construction, and its public handle.
+// The refined mesh against a plain model of it, its construction from a coarse mesh, and its public handle.
 #include "base/vectorHelpers.h"
 #include "coarse/CMesh.h"
 #include "helpers/capture.h"
@@ -22,8 +22,8 @@ struct Tri
     bool has(int v) const { return std::count(vtx.begin(), vtx.end(), v) != 0; }
 };
 
-/// A mesh, and the corners of its triangles as numbers, under the same operations. Vertices and triangles count from 0
-/// in order of creation.
+/// A mesh and a model of it that knows only the corners of triangles, as numbers. Both get the same operations and must
+/// agree afterwards. Vertices and triangles count from 0 in order of creation.
 struct Twins
 {
     RMesh mesh{1.0};
@@ -139,7 +139,8 @@ struct Twins
 
     void compareEdges() const
     {
-        std::map<int, std::vector<REdge*>> byDegree; // in the order of their ends; negative numbers as of getDegN
+        // In the order of their ends; -1 and -99 stand for the groups of edges that getDegN gives for these numbers.
+        std::map<int, std::vector<REdge*>> byDegree;
         double sum = 0.0;
         for (int a = 0; a < int(vtx.size()); ++a)
             for (int b = a + 1; b < int(vtx.size()); ++b)
@@ -251,7 +252,7 @@ TEST(RMesh, CachedNormalsOutliveMovesButNotCollapses)
 
 TEST(RMesh, TakesOverACoarseMesh)
 {
-    // A point in most cells of a lattice; two points coincide up to the sign of zero.
+    // A point in most cells of a lattice; two points coincide but for the sign of zero.
     Calc calc(0, 0, 0, 64, 64, 64, 6);
     std::vector<Point3> points;
     for (int i = 0; i < 64 * 64 * 4; ++i)
@@ -277,7 +278,7 @@ TEST(RMesh, TakesOverACoarseMesh)
     std::vector<size_t> expected; // the corners' points
     for (int i = 0; i < 3000; ++i)
     {
-        // Far apart or side by side: searches of all lengths, both ways.
+        // Corners far apart or side by side: finding a vertex from the last one takes steps of all lengths, both ways.
         const size_t a = i == 0 ? 17 : i == 1 ? 42 : random() % points.size();
         const size_t step = i % 2 == 0 ? 1 : 1 + random() % 5000;
         const std::array<size_t, 3> t = {a, (a + step) % points.size(), (a + 2 * step) % points.size()};
