@@ -6,6 +6,7 @@
 #include "helpers/capture.h"
 #include "zav/zav_api.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -216,6 +217,47 @@ std::vector<Point3> getSoup()
     return soup;
 }
 
+/// Tetrahedra of all shapes and sizes, every other one nearly flat, through each other: their edges turn into one another
+/// by every angle.
+std::vector<Point3> getTetrahedra()
+{
+    Random random(19);
+    std::vector<Point3> corners;
+    for (int i = 0; i < 60; ++i)
+    {
+        const Point3 middle = Point3(0.0, 0.0, 0.0) + random.getJitter(7.0);
+        const Point3 p0 = middle + random.getJitter(5.0), p1 = middle + random.getJitter(5.0),
+                     p2 = middle + random.getJitter(5.0);
+        const Point3 p3 = i % 2 == 0 ? middle + random.getJitter(5.0)
+                                     : p0 + ((p1 - p0) + (p2 - p0)) * (1.0 / 3.0) + random.getJitter(1.2);
+        corners.insert(corners.end(), {p0, p1, p2, p1, p0, p3, p2, p1, p3, p0, p2, p3});
+    }
+    return corners;
+}
+
+/// Noise of more than a cell in a slab: no surface, only what the repair makes of it.
+std::vector<Point3> getNoiseSlab()
+{
+    Random random(23);
+    std::vector<Point3> points;
+    for (int i = 0; i < 9000; ++i)
+    {
+        const double x = random.get(0.0, 60.0), y = random.get(0.0, 60.0);
+        points.emplace_back(x, y, random.get(-1.3, 1.3) * random.get(0.2, 1.0));
+    }
+    return points;
+}
+
+/// Points in the middle of unit cells: separate strips of two by n cells, which have 2 (n - 1) triangles each.
+std::vector<Point3> getStrips(const std::vector<int>& lengths)
+{
+    std::vector<Point3> points;
+    for (size_t i = 0; i < lengths.size(); ++i)
+        for (int k = 0; k < 2 * lengths[i]; ++k)
+            points.emplace_back(k / 2, double(6 * i) + k % 2, 0.0);
+    return points;
+}
+
 /// A run in the state of rand() that a fresh process has, so that runs don't depend on each other.
 template <class Run>
 auto freshly(const Run& run)
@@ -254,6 +296,23 @@ TEST(Golden, ColouredScanAndWhatIsDoneWithItsMesh)
     }
 }
 
+TEST(Golden, ColoursThatSpanMoreThan20LevelsAreCut)
+{
+    std::vector<Point3> points = getStrips({60});
+    for (const int span : {20, 21})
+    {
+        for (size_t i = 0; i < points.size(); ++i)
+            points[i].setColor(static_cast<unsigned char>(100 + i % size_t(span + 1)), 100, 100, 255);
+        const MeshPtr mesh = reconstruct_abs(points, 1.0, 0);
+        mesh->contrastSpread(0.0, 0.2);
+        std::vector<Point3*> vertices;
+        mesh->getPoints(vertices);
+        const auto numWhite =
+            std::count_if(vertices.begin(), vertices.end(), [](const Point3* p) { return p->r == 255; });
+        EXPECT_EQ(numWhite > long(vertices.size()) / 10, span == 21) << span;
+    }
+}
+
 TEST(Golden, ThinDoubleSheetAndItsReduction)
 {
     std::vector<Point3> points = getThinDoubleSheet();
@@ -266,9 +325,60 @@ TEST(Golden, ThinDoubleSheetAndItsReduction)
     EXPECT_EQ(digestOf(mesh), 0x06492dd73612157aULL);
 }
 
-TEST(Golden, SoupToCloudAndMelted)
+TEST(Golden, NoiseSlab)
 {
-    std::vector<Point3> soup = getSoup();
+    std::vector<Point3> points = getNoiseSlab();
+    for (const auto& [holes, expected] :
+         {std::pair<int, std::uint64_t>(0, 0xc844a9cf25acc9a1ULL), {5, 0x2328ffb59c3d4b69ULL}})
+        EXPECT_EQ(digestOf(freshly([&, limit = holes] { return reconstruct_abs(points, 1.0, limit); })), expected)
+            << "holes " << holes;
+}
+
+TEST(Golden, RaggedPiecesOfUpTo100TrianglesGo)
+{
+    std::vector<Point3> points = getStrips({20, 49, 50, 51, 52, 60});
+    const MeshPtr mesh = freshly([&points] { return reconstruct_abs(points, 1.0, 0); });
+    EXPECT_EQ(mesh->getNumT(), 102u + 118u);
+}
+
+TEST(Golden, ReductionsByManyLimits)
+{
+    const std::vector<Point3> sheet = getDentedSheet(), scan = getColouredScan();
+    struct Case
+    {
+        const std::vector<Point3>& cloud;
+        double spacing;
+        int numSmooth;
+        double maxLength, maxAngle;
+        std::uint64_t expected;
+    };
+    // Rough and smooth, coarse and fine meshes, so that every kind of refresh of the queue comes up.
+    for (const Case& c :
+         {Case{sheet, 1.0, 0, 1.1, 60.0, 0x827b03c8e84d7f5dULL}, Case{sheet, 1.0, 0, 6.0, 12.0, 0x7d0600d3660b9799ULL},
+          Case{sheet, 3.0, 4, 30.0, 6.0, 0xbd18bcd16851e265ULL}, Case{scan, 0.55, 3, 6.0, 12.0, 0xf560073f458cc942ULL},
+          Case{scan, 1.5, 4, 30.0, 10.0, 0x4ff007a2faa6c417ULL}, Case{scan, 2.0, 4, 30.0, 1.0, 0x1bad27dfe87b5c55ULL}})
+    {
+        std::vector<Point3> points = c.cloud;
+        for (Point3& p : points)
+            p.clearColor();
+        const MeshPtr mesh = freshly([&] { return reconstruct_abs(points, c.spacing, 3); });
+        laplacianSmoothing(mesh, c.numSmooth);
+        reduce(mesh, c.maxLength, c.maxAngle);
+        EXPECT_EQ(digestOf(mesh), c.expected) << c.spacing << ' ' << c.maxLength << ' ' << c.maxAngle;
+    }
+}
+
+TEST(Golden, SoupsToCloudsAndMelted)
+{
+    std::vector<Point3> soup = getSoup(), tetrahedra = getTetrahedra();
+    for (const auto& [spacing, expected] :
+         {std::pair<double, std::uint64_t>(0.35, 0xc85be19af0a67682ULL), {1.5, 0xcace6a9aa1df4a28ULL}})
+    {
+        std::vector<Point3> points;
+        toCloud(tetrahedra, spacing, 5.0, points);
+        EXPECT_EQ(digestOf(points), expected) << "spacing " << spacing;
+    }
+    EXPECT_EQ(digestOf(freshly([&] { return melt(tetrahedra, 0.35, 10.0); })), 0x8a8b2e276d356eedULL);
     for (const auto& [angle, cloud, melted] :
          {std::tuple<double, std::uint64_t, std::uint64_t>(20.0, 0xed09f3f23401a884ULL, 0x3c6569e4cbdf4da4ULL),
           {65.0, 0x2682bda4f62ebe6bULL, 0xdc01e0ba63829287ULL}})

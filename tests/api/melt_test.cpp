@@ -72,7 +72,7 @@ TEST(Melt, ACubeBecomesAnEvenCloudAndAClosedMeshWithItsCorners)
 {
     std::vector<Point3> cube = getCube(8.0);
     const std::vector<Point3> before = cube;
-    std::vector<Point3> cloud(1, Point3(8, 8, 99)); // appended to
+    std::vector<Point3> cloud(1, Point3(8, 8, 99)); // has to stay in front
     toCloud(cube, 0.5, 30.0, cloud);
     EXPECT_EQ(cube, before);
     EXPECT_EQ(cloud.front(), Point3(8, 8, 99));
@@ -145,7 +145,7 @@ TEST(Melt, TornSoupsEndInAResult)
             }
             melt(soup, 0.4, 20.0);
         };
-        numDone += bugReportOf(meltBoth) == "no bug"; // a needle is told as a bug
+        numDone += bugReportOf(meltBoth) == "no bug"; // a needle may end in a bug report
     }
     EXPECT_GT(numDone, 50);
 }
@@ -176,7 +176,7 @@ TEST(StlFiles, FacetsBetweenLoopsAreRead)
         {"solid a\nvertex 9 9 9\nfacet normal 0 0 1\n outer loop\n  vertex 1 2 3\r\n\tvertex  -1e2 +.5 0x\ncomment\n"
          "vertex 1 2 3 4\n endloop\nvertex 8 8 8\nendfacet\nouter loop\nvertex 4 5 6",
          {{1, 2, 3}, {-100, 0.5, 0}, {1, 2, 3}, {4, 5, 6}}},
-        // What a line lacks stays from the one before; a word that is no number gives 0.
+        // Numbers that a line lacks stay from the one before, but a word that is no number gives 0.
         {"outer loop\nvertex 1\nvertex 4 5 6\nvertex 7 8\nvertex\nvertex 1 x 3\nmyvertex 2 3 4\nendloop",
          {{1, 0, 0}, {4, 5, 6}, {7, 8, 6}, {7, 8, 6}, {1, 0, 6}, {2, 3, 4}}},
         {"OUTER LOOP\nVERTEX 1 2 3\nvertex 1 2 3\nENDLOOP\nvertex 4 5 6", {{1, 2, 3}, {4, 5, 6}}},

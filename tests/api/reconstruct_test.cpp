@@ -114,8 +114,8 @@ TEST(Reconstruct, SameMeshForAnyNumberOfCpusAndOnAnyThread)
     const MeshPtr serial = run(points, 1);
     for (const int n : {2, 3, 7})
         EXPECT_TRUE(sameMesh(serial, run(points, n))) << n;
-    // Two application threads at once, each with its own progress tree. They share rand(), which moves vertices that
-    // the repair added in their last digits, and with them a flip here and there.
+    // Two application threads at once, each with its own progress tree. They share rand(), on which the last digits of
+    // vertices that the repair adds depend, and by these a flip here and there: only the numbers have to agree.
     std::vector<std::thread> threads;
     for (int i = 0; i < 2; ++i)
         threads.emplace_back(
@@ -154,7 +154,7 @@ TEST(Reconstruct, ProgressRisesToOneAndStagesAreTimed)
         return std::is_sorted(listener.heard.begin() + long(from), listener.heard.end(),
                               [](const auto& a, const auto& b) { return a.second < b.second; });
     };
-    std::thread thread( // the subscription ends with the thread's tree, not with the test
+    std::thread thread( // there is no way to unsubscribe: the subscription has to end with its thread
         [&]
         {
             subscribe(&listener);
@@ -194,7 +194,7 @@ TEST(PublicFunctions, OffsetsVersionAndCpuCount)
     autoOffset(points, x, y, z);
     EXPECT_EQ(Point3(x, y, z), Point3(1, 2, 3));
     EXPECT_EQ(points, (std::vector<Point3>{Point3(-1, -2, -3), Point3(1, 2, 3)}));
-    points = {Point3(2, 4, 6), Point3(0, 0, 0)}; // falling values never become the maximum, deliberately
+    points = {Point3(2, 4, 6), Point3(0, 0, 0)}; // falling values never become the maximum: callers rely on the offset
     autoOffset(points, x, y, z);
     EXPECT_LT(x, -8e307);
 

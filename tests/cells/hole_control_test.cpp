@@ -1,8 +1,10 @@
-// Hole control on small shells of cells: which gaps are closed and which stay open.
+// Hole control on small shells of cells: which gaps are closed and which stay open, and its rules in a plain version.
 
 #include "base/Progress.h"
 #include "cells/Prepare.h"
+#include "cells/RemoveDeciderFast.h"
 #include "geometry/freeFunctions.h"
+#include "helpers/plain_cells.h"
 #include "lattice/cellSets.h"
 #include "refined/RMesh.h"
 #include "zav/Mesh.h"
@@ -11,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <cmath>
 #include <map>
@@ -37,6 +40,8 @@ struct PrepareTestAccess
 
 namespace
 {
+using Cells = std::set<RCD>;
+
 /// Unit cells with a point in or near the middle of each, prepared with hole control up to a size.
 class Prepared
 {
@@ -233,6 +238,271 @@ TEST(Marching, GivesTheDistancesOfAPlainMarch)
     }
 }
 
+/// The passes of hole control on plain sets, looked at as a whole in every step. The march and the removal of single
+/// cells are those of the library, which have plain versions of their own.
+class PlainHoleControl
+{
+public:
+    std::map<RCD, Point3> result;
+    Cells all, border;
+    std::multiset<RCD> fill;
+
+    PlainHoleControl(const Prepare& shell, Calc& calcArg, int limitArg)
+        : all(shell.vAllRCDsrt.begin(), shell.vAllRCDsrt.end()),
+          border(shell.vBorderRCDsrt.begin(), shell.vBorderRCDsrt.end()), calc(calcArg), limit(limitArg)
+    {
+        for (const auto& [r, point] : shell.vRCD2Vtxsrt)
+            result[r] = *point;
+        const std::vector<int> sizes = Prepare::getHoleControlSizes(limit);
+        for (const int size : sizes)
+            if (!border.empty())
+                pass(size, size == sizes.front() || size == sizes.back());
+    }
+
+private:
+    using Distances = std::map<RCD, double>;
+
+    static std::vector<Cells> getComponents(Cells cells, bool bFacesOnly)
+    {
+        std::vector<Cells> components;
+        const PlainCells plain{cells};
+        while (!cells.empty())
+        {
+            Cells component, open = {*cells.begin()};
+            while (!open.empty())
+            {
+                const RCD r = *open.begin();
+                open.erase(r);
+                component.insert(r);
+                for (const RCD neig : bFacesOnly ? plain.neigs6(r) : plain.neigs26(r))
+                    if (component.count(neig) == 0)
+                        open.insert(neig);
+            }
+            for (const RCD r : component)
+                cells.erase(r);
+            components.push_back(component);
+        }
+        return components;
+    }
+
+    Distances march(int size)
+    {
+        std::vector<Point3> points;
+        for (const auto& [r, point] : result)
+            points.push_back(point);
+        Prepare prepare(points, size, &calc);
+        size_t i = 0;
+        for (const auto& [r, point] : result)
+            prepare.vRCD2Vtxsrt.emplace_back(r, &points[i++]);
+        prepare.vAllRCDsrt.assign(all.begin(), all.end());
+        prepare.vBorderRCDsrt.assign(border.begin(), border.end());
+        Distances distances;
+        for (const auto& [distance, r] : PrepareTestAccess::getDist2RCD(prepare, size))
+            distances[r] = distance;
+        return distances;
+    }
+
+    /// Up to 9 free cells that hang together over faces, within two steps of the new ones, and are shut in by them.
+    void addPockets(Distances& distances) const
+    {
+        constexpr unsigned faces[] = {4, 22, 10, 16, 12, 14};
+        Cells near = keysOf(distances);
+        for (int step = 0; step < 2; ++step)
+            for (const RCD r : Cells(near))
+                for (const unsigned face : faces)
+                    near.insert(PlainCells::neig(r, face));
+        std::erase_if(near, [&](RCD r) { return all.count(r) + distances.count(r) != 0; });
+        Distances pockets;
+        for (const Cells& component : getComponents(near, true))
+            for (const RCD r : component)
+            {
+                double sum = 0.0, n = 0.0;
+                for (const unsigned position : faces)
+                    if (const auto it = distances.find(PlainCells::neig(r, position)); it != distances.end())
+                        sum += it->second, n += 1.0;
+                if (component.size() <= 9)
+                    pockets[r] = n > 0.0 ? sum / n : 0.0;
+            }
+        distances.merge(pockets);
+    }
+
+    /// Kills what the mode allows; the distances keep what is left.
+    static void prune(RemoveDeciderFast& decider, PruningMode mode, Distances& distances)
+    {
+        std::vector<std::pair<double, RCD>> list;
+        for (const auto& [r, distance] : distances)
+            list.emplace_back(distance, r);
+        std::vector<RCD> kept, killed;
+        decider.pruneByDistance(mode, list, kept, killed);
+        for (const RCD r : killed)
+            distances.erase(r);
+    }
+
+    static Cells keysOf(const Distances& distances)
+    {
+        Cells cells;
+        for (const auto& [r, distance] : distances)
+            cells.insert(r);
+        return cells;
+    }
+
+    void findBorder(const RemoveDeciderFast& decider)
+    {
+        border.clear();
+        for (const RCD r : all)
+            if (decider.isAlive(r) && decider.isBorder(r))
+                border.insert(r);
+    }
+
+    /// A piece that joins nothing, and what dangles from one that does.
+    Cells getUnprotected(const RemoveDeciderFast& decider, const Cells& kept) const
+    {
+        Cells bridges, others;
+        const PlainCells rim{border};
+        for (const Cells& component : getComponents(kept, false))
+        {
+            Cells touched;
+            for (const RCD r : component)
+                for (const RCD neig : rim.neigs26(r))
+                    touched.insert(neig);
+            const size_t n = touched.size(), size = component.size();
+            const bool bBridge = n >= 4 || (n == 3 && size <= 2) || (n == 2 && size == 1);
+            (bBridge ? bridges : others).insert(component.begin(), component.end());
+        }
+        PlainCells alive{all};
+        alive.alive.insert(kept.begin(), kept.end());
+        for (const RCD r : kept)
+            if (const std::vector<RCD> neigs = alive.neigs26(r);
+                decider.isBorder(r) && neigs.size() == 1 && bridges.count(neigs[0]) == 1)
+                others.insert(r);
+        return others;
+    }
+
+    void pass(int size, bool bFirstOrLast)
+    {
+        Distances distances = march(size);
+        addPockets(distances);
+        const Cells candidates = keysOf(distances);
+        Cells grown = all;
+        grown.insert(candidates.begin(), candidates.end());
+        std::vector<RCD> list(grown.begin(), grown.end());
+        RemoveDeciderFast decider(list, &calc);
+        prune(decider, PM_PRUNE_BORDERS, distances);
+        prune(decider, PM_PRUNE_AREA, distances);
+
+        Distances loose = distances;
+        const Cells unprotected = getUnprotected(decider, keysOf(distances));
+        std::erase_if(loose, [&](const auto& entry) { return unprotected.count(entry.first) == 0; });
+        prune(decider, PM_PRUNE_BORDERS, loose);
+        std::erase_if(distances, [&](const auto& entry) { return decider.isDoomed(entry.first); });
+
+        Cells membranes = keysOf(distances);
+        all.insert(membranes.begin(), membranes.end());
+        findBorder(decider);
+        cutFrayedRims(decider, candidates, bFirstOrLast);
+        for (const RCD r : membranes)
+            if (decider.isAlive(r))
+            {
+                fill.insert(r);
+                result.emplace(r, calc.getCenter(r)); // one that was cut before keeps its point
+            }
+        std::erase_if(all, [&](RCD r) { return decider.isDoomed(r); });
+    }
+
+    /// Short runs of the border that don't close go, unless all of their cells are needed.
+    void cutFrayedRims(RemoveDeciderFast& decider, const Cells& candidates, bool bFirstOrLast)
+    {
+        for (int round = 0; round < 2 * limit; ++round)
+        {
+            Distances frayed;
+            for (const Cells& component : getComponents(border, false))
+            {
+                std::vector<RCD> list(component.begin(), component.end());
+                if (list.size() <= (bFirstOrLast || round > 0 ? 30u : 100u) && !isRing(list, 0))
+                    for (const RCD r : list)
+                        if (bFirstOrLast || candidates.count(r) == 1)
+                            frayed[r] = 0.0;
+            }
+            const size_t before = frayed.size();
+            prune(decider, PM_PRUNE_BORDERS, frayed);
+            if (frayed.size() == before)
+                return;
+            findBorder(decider);
+        }
+    }
+
+    Calc& calc;
+    const int limit;
+};
+
+/// Rough sheets with holes, walks one cell thin and crumbs, near each other.
+Cells makeShell(std::mt19937& random)
+{
+    Cells cells;
+    const auto below = [&random](int n) { return int(random() % unsigned(n)); };
+    for (int sheet = 0; sheet < 2; ++sheet)
+    {
+        const int side = 6 + below(14), holes = below(5), slope = below(3), lift = 4 * sheet + below(3);
+        const Cells whole = getSheet(side, [](int, int) { return false; });
+        std::vector<std::array<int, 3>> openings;
+        for (int i = 0; i < holes; ++i)
+            openings.push_back({below(side), below(side), 1 + below(4)});
+        for (const RCD r : whole)
+        {
+            const int x = int(rcd::getX(r)) - 1000, y = int(rcd::getY(r)) - 1000;
+            const bool bOpen =
+                std::any_of(openings.begin(), openings.end(),
+                            [&](const auto& o) { return std::abs(x - o[0]) < o[2] && std::abs(y - o[1]) < o[2]; });
+            if (!bOpen && below(30) != 0)
+                cells.insert(cell(x, y, lift + slope * x / 4));
+        }
+    }
+    for (int walk = below(4); walk > 0; --walk)
+    {
+        int x = below(20), y = below(20), z = below(8);
+        for (int i = 10 + below(120); i > 0; --i)
+        {
+            (i % 3 == 0 ? x : i % 3 == 1 ? y : z) += below(i % 3 == 2 ? 3 : 4) - 1;
+            cells.insert(cell(x, y, z));
+        }
+    }
+    for (int i = below(20); i > 0; --i)
+        cells.insert(cell(below(20), below(20), below(8)));
+    return cells;
+}
+
+TEST(HoleControl, EveryPassFollowsThePlainRules)
+{
+    std::mt19937 random(9);
+    std::uniform_real_distribution<double> inCell(-0.45, 0.45);
+    Calc calc(0.0, 0.0, 0.0, 2048.0, 2048.0, 2048.0, 11);
+    for (int round = 0; round < 45; ++round)
+    {
+        std::vector<Point3> points;
+        for (const RCD r : makeShell(random))
+            points.push_back(calc.getCenter(r) + Vector3(inCell(random), inCell(random), inCell(random)));
+        const int limit = 1 + round % 6;
+        Prepare shell(points, limit, &calc);
+        shell.createRCDs();
+        const PlainHoleControl plain(shell, calc, limit);
+
+        getThreadProgress()->startRun("Test");
+        Prepare prepare(points, limit, &calc);
+        std::vector<std::pair<CCD, Point3>> cellPoints;
+        std::vector<CCD> fillCells;
+        prepare.run(cellPoints, fillCells);
+        getThreadProgress()->reset();
+
+        std::map<RCD, Point3> result;
+        for (const auto& [r, point] : prepare.vRCD2Vtxsrt)
+            result[r] = *point;
+        EXPECT_EQ(result, plain.result) << round;
+        EXPECT_EQ(std::multiset<RCD>(prepare.vFillRCD.begin(), prepare.vFillRCD.end()), plain.fill) << round;
+        EXPECT_EQ(Cells(prepare.vAllRCDsrt.begin(), prepare.vAllRCDsrt.end()), plain.all) << round;
+        EXPECT_EQ(Cells(prepare.vBorderRCDsrt.begin(), prepare.vBorderRCDsrt.end()), plain.border) << round;
+    }
+}
+
 TEST(Rings, OnlyAClosedWayBackCounts)
 {
     std::vector<RCD> ring, strip, none;
@@ -243,7 +513,7 @@ TEST(Rings, OnlyAClosedWayBackCounts)
             if (i % 4 == 0 || j % 4 == 0)
                 ring.push_back(cell(i, j, 0));
     }
-    // A tail that sorts first is the only place looked at, deliberately.
+    // Only one place is looked at: a tail that sorts first hides the ring behind it.
     std::vector<RCD> ringWithTail = {cell(-3, 0, 0), cell(-2, 0, 0), cell(-1, 0, 0)};
     ringWithTail.insert(ringWithTail.end(), ring.begin(), ring.end());
     EXPECT_TRUE(isRing(ring, 0) && isRing(ringWithTail, 4));

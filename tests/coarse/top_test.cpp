@@ -203,8 +203,10 @@ TEST_F(TopTest, OfTwoSheetsOnOneRimTheSmallerDiesIfBothAreNoise)
         {20, 20, 1.0, 20, 0},
         {18, 20, 1.0, 0, 20},
         // A sheet that is a large part of the mesh is no noise; both have to be small.
+        {22, 22, 1.0, 22, 22},
         {22, 500, 1.0, 22, 500},
-        {22, 500, 1000.0, 0, 500},
+        {22, 500, 36.0, 22, 500}, // 11 % of the mesh
+        {22, 500, 42.0, 0, 500},  // 9 %
         {500, 20, 1.0, 500, 20},
     };
     for (const auto& [sizeA, sizeB, reach, leftA, leftB] : cases)
