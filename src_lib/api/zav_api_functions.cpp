@@ -1,6 +1,7 @@
 #include "zav/zav_api_functions.h"
 
 #include "api/Hal.h"
+#include "base/Progress.h"
 #include "base/ctpl.h"
 #include "base/tools.h"
 #include "intake/CloudMgr.h"

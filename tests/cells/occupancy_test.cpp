@@ -95,7 +95,8 @@ TEST(Occupancy, MisuseIsReported)
     std::vector<RCD> none, one = {at(1, 1, 1)};
     const RCDStore empty(&unitCalc(), none), store(&unitCalc(), one);
     for (const auto& [pStore, r] : {std::pair(&empty, one[0]), std::pair(&store, at(64, 1, 1))})
-        EXPECT_NE(test::outputOf([&] { EXPECT_EQ(pStore->getRCDMatrix(r), nullptr); }).find("WARNING: No matrix"),
+        EXPECT_NE(test::outputOf([&, p = pStore, cell = r] { EXPECT_EQ(p->getRCDMatrix(cell), nullptr); })
+                      .find("WARNING: No matrix"),
                   std::string::npos);
 }
 

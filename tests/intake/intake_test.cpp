@@ -114,8 +114,12 @@ TEST(Spacing, PointsThatAreNotFiniteAreSkippedAndBadCloudsEndInBugs)
         {{Point3(0, 0, 0), Point3(3e6, 0, 0)}, 1.0, noLattice},
         {{Point3(0, 0, 0), Point3(inf, 1, 1)}, 0.1, noLattice},
         {{Point3(notANumber, 0, 0), Point3(1, 1, 1)}, 0.1, noLattice}};
-    for (auto [bad, spacing, condition] : cases)
-        EXPECT_TRUE(hasBug(condition, [&] { reconstruct_abs(bad, spacing, 0); })) << bad.front() << ' ' << spacing;
+    for (const auto& [cloud, spacing, condition] : cases)
+    {
+        std::vector<Point3> bad = cloud;
+        EXPECT_TRUE(hasBug(condition, [&bad, side = spacing] { reconstruct_abs(bad, side, 0); }))
+            << bad.front() << ' ' << spacing;
+    }
 }
 
 TEST(Lattice, IsTheBoxWithAMarginInACubeOfAPowerOfTwo)

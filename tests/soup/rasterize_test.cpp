@@ -392,7 +392,8 @@ TEST_F(Rasterize, MiddlesOfCutsThroughCells)
     {
         bool ok = false;
         Point3 p;
-        const std::string text = outputOf([&] { p = pixel.getMidOfCutPlane(calc.getRCD(&inside), plane, ok); });
+        const std::string text =
+            outputOf([&, cut = plane] { p = pixel.getMidOfCutPlane(calc.getRCD(&inside), cut, ok); });
         EXPECT_TRUE(ok == bCut && (p - middle).length() < 1e-12) << middle;
         EXPECT_EQ(text.find("Not enough intersections") == std::string::npos, bCut);
     }
