@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <random>
@@ -31,7 +32,9 @@ struct Shell
             const Point3 p = Point3(6000.0, 6000.0, 6000.0) + direction * (r / direction.length());
             vRCDPoint.emplace_back(calc.getRCD(&p), p);
         }
-        oneInstanceFirstComponent(vRCDPoint);
+        sortByFirstMT(vRCDPoint.begin(), vRCDPoint.end());
+        const auto hasSameCell = [](const auto& a, const auto& b) { return a.first == b.first; };
+        vRCDPoint.erase(std::unique(vRCDPoint.begin(), vRCDPoint.end(), hasSameCell), vRCDPoint.end());
         for (const auto& entry : vRCDPoint)
             cells.push_back(entry.first);
     }

@@ -135,14 +135,12 @@ void thread_pool::work(int id, int level, std::shared_ptr<Shared> shared, std::s
             continue;
         }
         std::unique_lock<std::mutex> lock(shared->waitMutex);
-        ++shared->numWaiting;
         shared->wakeUp.wait(lock,
                             [&]
                             {
                                 const bool hasJob = shared->pop(job);
                                 return hasJob || shared->isDone || *stopFlag;
                             });
-        --shared->numWaiting;
         lock.unlock();
         if (!job)
             return; // the pool is done, or a resize has dropped this thread

@@ -72,7 +72,6 @@ private:
         std::mutex queueMutex;
         std::mutex waitMutex;
         std::condition_variable wakeUp;
-        std::atomic<int> numWaiting{0};
         std::atomic<bool> isDone{false};
 
         bool pop(Job& job);

@@ -318,24 +318,6 @@ struct TransformTask
     void operator()(int) const { std::transform(first, last, out, *f); }
 };
 
-/// One slice of transformMT_N: f(input, to) writes numOut outputs for each input.
-template <class In, class Out, class F>
-struct TransformTask_N
-{
-    const In* first;
-    const In* last;
-    Out* out;
-    size_t numOut;
-    const F* f;
-
-    void operator()(int) const
-    {
-        Out* to = out;
-        for (const In* it = first; it != last; ++it, to += numOut)
-            (*f)(*it, to);
-    }
-};
-
 /// out[i] = f(in[i]), in slices as forSlicesMT makes them; out is resized.
 template <class In, class Out, class F>
 void transformMT(const std::vector<In>& in, std::vector<Out>& out, const F& f)
@@ -345,18 +327,6 @@ void transformMT(const std::vector<In>& in, std::vector<Out>& out, const F& f)
                 [&](size_t begin, size_t end) {
                     TransformTask<In, Out, F>{in.data() + begin, in.data() + end, out.data() + begin, &f}(0);
                 });
-}
-
-/// The same with numOut outputs for each input: f(in[i], &out[i * numOut]) writes them.
-template <class In, class Out, class F>
-void transformMT_N(const std::vector<In>& in, size_t numOut, size_t slicesPerCPU, std::vector<Out>& out, const F& f)
-{
-    out.resize(in.size() * numOut);
-    forSlicesMT(
-        in.size(), slicesPerCPU,
-        [&](size_t begin, size_t end) {
-            TransformTask_N<In, Out, F>{in.data() + begin, in.data() + end, out.data() + begin * numOut, numOut, &f}(0);
-        });
 }
 
 } // namespace MIRT_ZAV

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <utility>
 #include <vector>
 
@@ -24,15 +23,6 @@ template <class T>
 void oneInstanceMT(std::vector<T>& v)
 {
     oneInstance(v);
-}
-
-/// The same by the first members alone. Which of several pairs with equal first members stays is open.
-template <class A, class B>
-void oneInstanceFirstComponent(std::vector<std::pair<A, B>>& v)
-{
-    sortByFirstMT(v.begin(), v.end());
-    const auto equalFirst = [](const std::pair<A, B>& x, const std::pair<A, B>& y) { return x.first == y.first; };
-    v.erase(std::unique(v.begin(), v.end(), equalFirst), v.end());
 }
 
 /// Set difference: removes from a what is also in b. Both must be sorted.
@@ -69,19 +59,6 @@ void keepVec(std::vector<T>& a, const std::vector<T>& b)
         if (!isMissing(value))
             *itOut++ = value;
     a.erase(itOut, a.end());
-}
-
-/// Adds to out the values that a sorted vector holds n times, no more and no less.
-template <class T>
-void filterN(const std::vector<T>& sorted, int n, std::set<T>& out)
-{
-    for (auto it = sorted.begin(); it != sorted.end();)
-    {
-        const auto runEnd = std::find_if(it, sorted.end(), [it](const T& value) { return !(value == *it); });
-        if (runEnd - it == n)
-            out.insert(*it);
-        it = runEnd;
-    }
 }
 
 /// Removes the entries that have both this key and this value; returns how many there were.

@@ -49,7 +49,6 @@ public:
     bool isDoomed(RCD r) const { return !isAlive(r); }
     /// isAlive for any cell at all: false, with a warning, where there is no block.
     bool isSet(RCD r) const;
-    int getNumKilled() const { return numKilled; }
     /// Appends all alive cells, then sorts all of out.
     void getAliveRCD(std::vector<RCD>& out) const;
     /// The alive ones of the 26 neighbours, by position.

@@ -123,9 +123,7 @@ bool PlyFile::PlyFileImpl::parse_header(std::istream& is)
             header_element(line);
         else if (token == "property")
             header_property(line);
-        else if (token == "obj_info")
-            objInfo.push_back(text.erase(0, 9));
-        else
+        else if (token != "obj_info") // remarks on the object as a whole, of which nothing is kept
             return token == "end_header";
     }
     return true;
@@ -346,11 +344,6 @@ const std::vector<PlyElement>& PlyFile::getElements() const
 std::vector<std::string>& PlyFile::getComments()
 {
     return impl->comments;
-}
-
-std::vector<std::string>& PlyFile::getObjectInfo()
-{
-    return impl->objInfo;
 }
 
 } // namespace PLY

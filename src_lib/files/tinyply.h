@@ -147,7 +147,6 @@ public:
 
     const std::vector<PlyElement>& getElements() const;
     std::vector<std::string>& getComments();
-    std::vector<std::string>& getObjectInfo();
 
 private:
     struct PlyFileImpl;

@@ -205,7 +205,6 @@ struct PlyFile::PlyFileImpl
     bool bComplete = true; // what was read last held all its values
     std::vector<PlyElement> elements;
     std::vector<std::string> comments;
-    std::vector<std::string> objInfo;
 
     bool parse_header(std::istream& is);
     std::shared_ptr<PlyData> request(const std::string& elementKey, const std::vector<std::string>& propertyKeys,

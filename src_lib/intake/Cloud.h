@@ -53,7 +53,6 @@ public:
 
     /// -1.0 when nothing was estimated.
     double getDetectedSpacing() const { return detectedSpacing; }
-    double getUsedSpacing() const { return usedSpacing; }
     /// Null until the lattice has been chosen.
     Calc* getCalc() const { return pCalc.get(); }
     bool isPixelizer() const { return bPixelizer; }

@@ -49,7 +49,6 @@ namespace ccd
 constexpr u64 xMask = 0x4924924924924924;
 constexpr u64 yMask = 0x2492492492492492;
 constexpr u64 zMask = 0x1249249249249249;
-constexpr u64 xyMask = 0x6db6db6db6db6db6;
 // Axis selectors: the bit of the axis within the three bits of one level.
 constexpr u64 xAx = 4;
 constexpr u64 yAx = 2;
@@ -61,7 +60,6 @@ namespace rcd
 constexpr u64 xField = 0x7ffffc0000000000;
 constexpr u64 yField = 0x3ffffe00000;
 constexpr u64 zField = 0x1fffff;
-constexpr u64 xyFields = 0x7fffffffffe00000;
 constexpr u64 xUnit = 0x40000000000;
 constexpr u64 yUnit = 0x200000;
 constexpr u64 zUnit = 1;
