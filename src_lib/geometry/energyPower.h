@@ -14,9 +14,9 @@
 
 #include <array>
 #include <bit>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 namespace MIRT_ZAV
 {
@@ -65,38 +65,37 @@ constexpr std::array<Step, numSteps> makeSteps()
 }
 inline constexpr std::array<Step, numSteps> steps = makeSteps();
 
-/// (2^k)^e for k from -256 to 255.
-constexpr int maxScale = 256;
-constexpr std::array<double, 2 * maxScale> makeScales()
+/// (2^k)^e for every exponent of a double.
+constexpr int leastScale = -1022;
+constexpr int numScales = 2046;
+constexpr std::array<double, numScales> makeScales()
 {
-    std::array<double, 2 * maxScale> scales{};
-    for (int k = -maxScale; k < maxScale; ++k)
+    std::array<double, numScales> scales{};
+    for (int i = 0; i < numScales; ++i)
     {
-        const int twoHundredths = 67 * k; // 0.335 is 67 / 200: whole powers of 2 split off exactly
+        const int twoHundredths = 67 * (leastScale + i); // 0.335 is 67 / 200: whole powers of 2 split off exactly
         int whole = twoHundredths / 200;
         if (200 * whole > twoHundredths)
             --whole;
-        double scale = expSeries((twoHundredths - 200 * whole) / 200.0 * ln2);
-        for (; whole > 0; --whole)
-            scale *= 2.0;
-        for (; whole < 0; ++whole)
-            scale *= 0.5;
-        scales[static_cast<std::size_t>(k + maxScale)] = scale;
+        const auto powerOf2 = std::bit_cast<double>(static_cast<std::uint64_t>(1023 + whole) << 52);
+        scales[static_cast<std::size_t>(i)] = expSeries((twoHundredths - 200 * whole) / 200.0 * ln2) * powerOf2;
     }
     return scales;
 }
-inline constexpr std::array<double, 2 * maxScale> scales = makeScales();
+inline constexpr std::array<double, numScales> scales = makeScales();
 } // namespace energyPower_detail
 
 /// \param x  not negative
-/// \return x to the power 0.335, to within 6e-16 of its value; the C library's result beyond 2^-256 and 2^256
+/// \return x to the power 0.335, to within 6e-16 of its value; infinity and NaN come back, NaN for what is negative all the same
 inline double energyPower(double x)
 {
     using namespace energyPower_detail;
     const auto bits = std::bit_cast<std::uint64_t>(x);
-    const int scale = static_cast<int>(bits >> 52) - 1023;
-    if (scale < -maxScale || scale >= maxScale)
-        return x == 0.0 ? 0.0 : std::pow(x, exponent); // no mesh that makes sense has such energies
+    const int scale = static_cast<int>(bits >> 52) - 1023 - leastScale;
+    if (x == 0.0 || scale >= numScales)
+        return x >= 0.0 ? x : std::numeric_limits<double>::quiet_NaN();
+    if (scale < 0) // below 2^-1022 the bits hold no exponent of their own
+        return energyPower(x * 0x1p200) * 0x1p-67;
     const std::uint64_t mantissa = bits & 0xfffffffffffffu;
     const Step& step = steps[mantissa >> (52 - stepBits)];
     const double m = std::bit_cast<double>(mantissa | 0x3ff0000000000000u);
@@ -109,7 +108,7 @@ inline double energyPower(double x)
     constexpr double c5 = c4 * (exponent - 4.0) / 5.0;
     constexpr double c6 = c5 * (exponent - 5.0) / 6.0;
     const double tail = r * (c1 + r * (c2 + r * (c3 + r * (c4 + r * (c5 + r * c6)))));
-    const double base = step.power * scales[static_cast<std::size_t>(scale + maxScale)];
+    const double base = step.power * scales[static_cast<std::size_t>(scale)];
     return base + base * tail;
 }
 

@@ -76,7 +76,7 @@ double getAngleDegree(const Vector3& u, const Vector3& v)
         return 0.0;
     if (x < -1.0)
         return 180.0;
-    return 57.295779513 * std::acos(x); // 180 / pi, cut off: the bytes of every result depend on it
+    return 57.295779513 * arcCosineRounded(x); // 180 / pi, cut off: the bytes of every result depend on it
 }
 
 double getAngleRad(const Vector3& u, const Vector3& v)

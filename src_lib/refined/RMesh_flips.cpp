@@ -3,6 +3,7 @@
 #include "base/StableQueue.h"
 #include "base/sortMT.h"
 #include "base/tools.h"
+#include "geometry/exponential.h"
 #include "refined/REdgeEnergy.h"
 #include "refined/RMesh.h"
 
@@ -69,7 +70,7 @@ std::string getCandidateStage(double temperature)
 bool isDrawn(double gain, double temperature)
 {
     const double r = std::rand() / 2147483647.0;
-    return !(r > std::exp(gain / temperature));
+    return !(r > exponential(gain / temperature));
 }
 
 /// Sorts by rising gain; equal gains keep their order.

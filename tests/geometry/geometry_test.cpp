@@ -1,5 +1,6 @@
 #include "geometry/Plane.h"
 #include "geometry/arcCosine.h"
+#include "geometry/exponential.h"
 #include "geometry/freeFunctions.h"
 #include "helpers/capture.h"
 
@@ -102,9 +103,10 @@ TEST(PlaneOf, SidesAndLines)
     EXPECT_FALSE(ok);
 }
 
-TEST(ArcCosine, AgreesWithTheArcCosine)
+TEST(OwnFunctions, AgreeWithTheLibrarysInMoreDigits)
 {
     std::mt19937_64 random(3);
+    int numRoundedOtherwise = 0;
     for (int i = 0; i < 200000; ++i)
     {
         const double x = std::ldexp(double(random() >> 11) / 0x1p53, -int(random() % 40));
@@ -112,11 +114,23 @@ TEST(ArcCosine, AgreesWithTheArcCosine)
         {
             const long double angle = std::acos(static_cast<long double>(y));
             ASSERT_LE(std::fabs(arcCosine(y) - angle), 3e-16L * std::max(angle, 1.0L)) << y;
+            ASSERT_LE(std::fabs(arcCosineRounded(y) - angle), 1.2e-16L * angle) << y;
+            numRoundedOtherwise += arcCosineRounded(y) != static_cast<double>(angle);
         }
+        const double power = std::ldexp(x, int(random() % 10)) * (i % 2 == 0 ? 1.0 : -1.0);
+        const long double expected = std::exp(static_cast<long double>(power));
+        ASSERT_LE(std::fabs(exponential(power) - expected), 4e-16L * expected) << power;
     }
+    EXPECT_LT(numRoundedOtherwise, 4000) << "one of 200";
     for (const double x : {1e-3, 1e-6, 1e-8}) // small angles keep their digits
         EXPECT_NEAR(arcCosine(1.0 - x) / static_cast<double>(std::acos(1.0L - static_cast<long double>(x))), 1.0, 1e-8);
-    EXPECT_EQ(arcCosine(1.0), 0.0);
-    EXPECT_EQ(arcCosine(-1.0), M_PI);
-    EXPECT_TRUE(std::isnan(arcCosine(NAN)) && std::isnan(arcCosine(1.5)));
+    for (double (*const f)(double) : {arcCosine, arcCosineRounded})
+    {
+        EXPECT_EQ(f(1.0), 0.0);
+        EXPECT_EQ(f(-1.0), M_PI);
+        EXPECT_TRUE(std::isnan(f(NAN)) && std::isnan(f(1.5)));
+    }
+    EXPECT_TRUE(exponential(0.0) == 1.0 && exponential(-800.0) == 0.0 && exponential(-inf) == 0.0);
+    EXPECT_TRUE(exponential(800.0) == inf && std::isnan(exponential(NAN)));
+    EXPECT_NEAR(exponential(-744.0) / 5e-324, 1.9, 1.0); // the least numbers there are
 }

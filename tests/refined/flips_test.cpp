@@ -151,12 +151,12 @@ TEST(EnergyPower, AgreesWithThePower)
     std::mt19937_64 random(3);
     for (int i = 0; i < 200000; ++i)
     {
-        const double x = std::ldexp(1.0 + double(random() >> 12) / 0x1p52, int(random() % 120) - 90);
+        const double x = std::ldexp(1.0 + double(random() >> 12) / 0x1p52, int(random() % 2044) - 1021);
         const long double expected = std::pow(static_cast<long double>(x), 0.335L);
         ASSERT_LE(std::fabs(energyPower(x) - expected), 6e-16L * expected) << x;
     }
-    for (const double x : {DBL_MIN, 1e-300, 1e300, 5e-324, 1.0, 0x1p255, 0x1p-256})
-        EXPECT_NEAR(energyPower(x) / std::pow(x, 0.335), 1.0, 1e-14) << x;
+    for (const double x : {DBL_MIN, 1e-320, 5e-324, DBL_MAX, 1.0})
+        EXPECT_NEAR(double(energyPower(x) / std::pow(static_cast<long double>(x), 0.335L)), 1.0, 1e-15) << x;
     EXPECT_EQ(energyPower(0.0), 0.0);
     EXPECT_EQ(energyPower(HUGE_VAL), HUGE_VAL);
     EXPECT_TRUE(std::isnan(energyPower(NAN)));
