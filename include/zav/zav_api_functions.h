@@ -22,7 +22,9 @@ namespace MIRT_ZAV
 ///                          centres of cells: move a cloud that is more than 10^5 cells from the origin with autoOffset
 /// \return the mesh, or null, after a message, when no cell came out
 /// \throws ZavBugException  when the spacing isn't above 0, the bounding box isn't finite or the cloud needs more than
-///                          2087152 cells along an axis, or where two vertices of filled holes come to coincide
+///                          2087152 cells along an axis, or where two vertices of filled holes come to coincide;
+///                          after a sentence, when closing holes would take more memory than there is, more than
+///                          2^31 cells or 2^26 blocks of 64, or cells of less than 1e-18 or about 1e17 input units
 ZAV_API MeshPtr reconstruct_auto(std::vector<Point3>& points, double spacingFactor, int holeControlLimit);
 
 /// The same with the cell side given in the units of the input; the spacing isn't estimated.
@@ -38,7 +40,8 @@ ZAV_API MeshPtr reconstruct_abs(std::vector<Point3>& points, double spacing, int
 /// \throws ZavBugException  when the spacing isn't above 0, so fine that the triangles need more than 2087152 cells
 ///                          along an axis or one of them some 10^9 cells; when a coordinate is infinite, or one of
 ///                          the first point not a number (elsewhere such triangles are left out); for a needle whose
-///                          normal exists in one order of its corners and not in another
+///                          normal exists in one order of its corners and not in another; after a sentence that
+///                          names a spacing that fits, when the cells would take more memory than there is
 ZAV_API void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle,
                      std::vector<Point3>& vOut);
 

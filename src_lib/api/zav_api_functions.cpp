@@ -3,10 +3,13 @@
 #include "api/Hal.h"
 #include "base/Progress.h"
 #include "base/ctpl.h"
+#include "base/memoryLimits.h"
 #include "base/tools.h"
+#include "geometry/freeFunctions.h"
 #include "intake/CloudMgr.h"
 
 #include <cfloat>
+#include <cmath>
 #include <iomanip>
 #include <iostream>
 
@@ -18,6 +21,18 @@ namespace
 constexpr double notGiven = -1.0;
 /// Above any angle. Points have no edges to compare it with.
 constexpr double noFeatureAngle = 361.0;
+
+/// Ends the run before it begins if the cells that the triangles touch take more memory than there is. They are one
+/// for each square of a cell's side, at the least.
+void requireMemoryForCells(const std::vector<Point3>& vCorners, double spacing, double bytesPerCell, const char* what)
+{
+    double area = 0.0;
+    for (size_t i = 0; i + 2 < vCorners.size(); i += 3)
+        if (const double a = getArea(&vCorners[i], &vCorners[i + 1], &vCorners[i + 2]); std::isfinite(a))
+            area += a;
+    if (spacing > 0.0)
+        requireMemory(area / spacing / spacing * bytesPerCell, what, spacing);
+}
 
 MeshPtr reconstruct(std::vector<Point3>& points, double spacing, double spacingFactor, int holeControlLimit)
 {
@@ -65,6 +80,7 @@ MeshPtr reconstruct_abs(std::vector<Point3>& points, double spacing, int holeCon
 
 void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle, std::vector<Point3>& vOut)
 {
+    requireMemoryForCells(vTriangleCorners, spacing, 150.0, "A cloud of these triangles"); // measured
     progressForCloud();
     CloudMgr cloudMgr;
     cloudMgr.setInputPoints(vTriangleCorners, spacing, notGiven, true, featureAngle, nullptr, -1);
@@ -79,6 +95,7 @@ void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, double featu
 
 MeshPtr melt(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle)
 {
+    requireMemoryForCells(vTriangleCorners, spacing, 1400.0, "A mesh of these triangles"); // measured
     progressForMelt();
     CloudMgr cloudMgr;
     cloudMgr.setInputPoints(vTriangleCorners, spacing, notGiven, true, featureAngle, nullptr, -1);

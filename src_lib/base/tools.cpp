@@ -133,6 +133,13 @@ void assertionFailed(const char* file, int line, const char* function, const cha
     showBug(path, toString(line), function, condition);
 }
 
+void refuse(const std::string& sentence)
+{
+    errorMsg("", sentence);
+    std::cout.flush();
+    throwZavBugException();
+}
+
 void goToHell(const std::string& text)
 {
     std::cout << "goToHell(): " << text << std::endl;

@@ -50,6 +50,10 @@ std::string locationTag(const char* function, int line);
 /// For places that a correct run never reaches.
 #define ZAV_BUG(text) ::MIRT_ZAV::assertionFailed(__FILE__, __LINE__, __PRETTY_FUNCTION__, text)
 
+/// Ends an operation that can't be done as asked: prints the sentence, which says what to try, and throws
+/// ZavBugException.
+[[noreturn]] void refuse(const std::string& sentence);
+
 /// Crashes by a write to address 0, which leaves a core dump with the stack of the caller.
 [[noreturn]] void goToHell(const std::string& text);
 /// Prints the text and ends the process, with exit code 0.

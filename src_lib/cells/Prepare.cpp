@@ -42,6 +42,19 @@ Progress* getParentOfStages()
 }
 } // namespace
 
+namespace
+{
+/// Squares of distances are single-precision numbers in the march: they must neither vanish nor become infinite, or it
+/// would go on for ever.
+void requireUsableSide(float side, int size)
+{
+    constexpr float least = 1e-18f, mostDistance = 1e19f;
+    if (side < least || side * (2.0f * static_cast<float>(size) + 4.0f) > mostDistance)
+        refuse("Holes can't be closed with cells of " + toString(side) +
+               " input units: distances leave the range of numbers. Scale the points, so that a cell is near 1.");
+}
+} // namespace
+
 void Prepare::run(std::vector<std::pair<CCD, Point3>>& vCCDPoint, std::vector<CCD>& vFillCCD)
 {
     Progress* const parent = getParentOfStages();
@@ -53,6 +66,8 @@ void Prepare::run(std::vector<std::pair<CCD, Point3>>& vCCDPoint, std::vector<CC
     creating->setDone(true);
 
     const std::vector<int> sizes = getHoleControlSizes(holeControlLimit);
+    if (!sizes.empty() && !vBorderRCDsrt.empty())
+        requireUsableSide(sideLen, sizes.back());
     const auto sumSizes = std::accumulate(sizes.begin(), sizes.end(), 0ULL);
     Progress* const filling = parent->getChildProgressSetTodo(fillingLabel, sumSizes);
     for (const int size : sizes)

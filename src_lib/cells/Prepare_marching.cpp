@@ -13,6 +13,7 @@
 #include "cells/Prepare.h"
 
 #include "base/KeyHeap.h"
+#include "base/memoryLimits.h"
 #include "base/sortMT.h"
 #include "base/tools.h"
 #include "base/vectorHelpers.h"
@@ -66,7 +67,7 @@ private:
 
 // Neighbours in the order in which they are reached. It decides which of equal distances the queue hands out first, and
 // so which source wins.
-constexpr std::array<unsigned, 6> facePositions = {12, 14, 10, 16, 4, 22}; // along x, then y, then z, down before up
+constexpr std::array<unsigned, 6> facesByAxis = {12, 14, 10, 16, 4, 22}; // along x, then y, then z, down before up
 
 /// All 26 by ascending code, that is, with z running fastest.
 constexpr std::array<unsigned, 26> makeNeigPositions()
@@ -79,6 +80,40 @@ constexpr std::array<unsigned, 26> makeNeigPositions()
     return positions;
 }
 constexpr std::array<unsigned, 26> neigPositions = makeNeigPositions();
+
+/// A number of cells that a zone can't fall below: what grows from cells too far apart to meet. Of each block of the
+/// lattice as wide as what grows from one cell, one cell counts; blocks that touch take turns, in eight classes.
+double getLeastZone(const std::vector<RCD>& rim, int size)
+{
+    const double r = size;
+    const double perCell = (2.0 * r + 1.0) * (2.0 * r * r + 2.0 * r + 3.0) / 3.0; // cells within r face steps
+    const u64 width = 2 * static_cast<u64>(size) + 1;
+    std::array<std::vector<RCD>, 8> classes;
+    for (const RCD c : rim)
+    {
+        const u64 x = rcd::getX(c) / width, y = rcd::getY(c) / width, z = rcd::getZ(c) / width;
+        std::vector<RCD>& blocks = classes[(x % 2) * 4 + (y % 2) * 2 + z % 2];
+        if (const RCD block = rcd::fromXYZ(x, y, z); blocks.empty() || blocks.back() != block)
+            blocks.push_back(block);
+    }
+    size_t most = 0;
+    for (std::vector<RCD>& blocks : classes)
+    {
+        oneInstance(blocks);
+        most = std::max(most, blocks.size());
+    }
+    return static_cast<double>(most) * perCell;
+}
+
+/// Ends the run with a sentence if a zone of so many cells fits neither the memory nor places of 32 bits.
+void requireRoomForZone(double numCells, int size, double side)
+{
+    constexpr double bytesPerCell = 90.0; // measured: lists, bricks and what pruning copies
+    const std::string what = "Closing holes by growing " + toString(size) + " cells from the rims";
+    if (numCells > INT_MAX)
+        refuse(what + " takes more than 2147483647 cells. Take fewer cells for holes, or a greater spacing.");
+    requireMemory(numCells * bytesPerCell, what, side);
+}
 } // namespace
 
 void Prepare::rcdmch_getDist2RCD(MarchZone& zone, Distances& vDist2RCD) const
@@ -93,11 +128,14 @@ void Prepare::rcdmch_getDist2RCD(MarchZone& zone, Distances& vDist2RCD) const
 /// Gathers the shell cells and the empty cells within a number of face steps of the rim. Nothing is reached yet.
 Prepare::MarchZone Prepare::rcdmch_createZone(int size) const
 {
+    requireRoomForZone(getLeastZone(vBorderRCDsrt, size), size, sideLen);
     CellBits bits(vBorderRCDsrt);
     for (int step = 0; step < size; ++step)
+    {
         bits.grow();
+        requireRoomForZone(static_cast<double>(bits.size()), size, sideLen);
+    }
     std::vector<RCD> cells = bits.getSorted();
-    ZAV_ASSERT(cells.size() < size_t(INT_MAX), "zone.size()<INT_MAX"); // places of 32 bits
     MarchZone zone(cells);
     zone.newCells = cells;
     removeVec(zone.newCells, vAllRCDsrt);
@@ -223,7 +261,7 @@ void Prepare::rcdmch_march(MarchZone& zone) const
             for (const unsigned position : neigPositions)
                 reachNeig(position);
         else
-            for (const unsigned position : facePositions)
+            for (const unsigned position : facesByAxis)
                 reachNeig(position);
     }
 }

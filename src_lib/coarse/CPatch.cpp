@@ -46,6 +46,12 @@ void CPatch::add(CTriangle* t)
     t->pPatch = this;
 }
 
+void CPatch::setOuterBoundary()
+{
+    vOuterBoundary.clear();
+    getEdgesWithDegree(1, vT, vOuterBoundary);
+}
+
 void CPatch::killPatchAndMembers()
 {
     bAlive = false;

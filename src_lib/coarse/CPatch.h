@@ -42,6 +42,8 @@ public:
     CPatch& operator=(const CPatch&) = delete;
 
     void add(CTriangle* t);
+    /// Finds the rim of the listed members.
+    void setOuterBoundary();
     /// Number of members, dead ones included.
     size_t getSize() const { return vT.size(); }
     bool isAlive() const { return bAlive; }

@@ -68,6 +68,9 @@ void killSmaller(CPatch* p, CPatch* q)
 void Top::getPatchPairs(std::vector<CPatch*>& vPatches, std::vector<std::pair<CPatch*, CPatch*>>& vPairs,
                         std::vector<CPatch*>& vClosed, std::vector<CPatch*>& vRest)
 {
+    for (CPatch* const p : vPatches)
+        if (p->vOuterBoundary.empty() && !p->vT.empty()) // put together by hand; the mesh finds rims without members
+            p->setOuterBoundary();
     sortMT(vPatches.begin(), vPatches.end(), Func_CPatchSort());
     // The second patch of a pair gets a turn of its own, as a third one can have the same rim: which sheets die depends
     // on it.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <numeric>
 
 namespace MIRT_ZAV
 {
@@ -85,6 +86,12 @@ CellBits::CellBits(const std::vector<RCD>& cells) : words(1, 0)
         lastBase = base;
         words[brick] |= u64(1) << BrickTable::toInner(r);
     }
+}
+
+size_t CellBits::size() const
+{
+    return std::accumulate(words.begin(), words.end(), size_t(0),
+                           [](size_t sum, u64 word) { return sum + static_cast<size_t>(std::popcount(word)); });
 }
 
 void CellBits::grow()

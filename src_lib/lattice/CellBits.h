@@ -17,6 +17,9 @@ public:
     /// \param cells  in any order, fastest when near cells stand close to each other
     explicit CellBits(const std::vector<RCD>& cells);
 
+    /// Number of cells.
+    size_t size() const;
+
     /// Adds the face neighbours of all cells.
     void grow();
 

@@ -36,7 +36,9 @@ CellBricks::CellBricks(const std::vector<RCD>& sorted)
             bricks.findOrAdd(base);
         last = base;
     }
-    ZAV_ASSERT(bricks.size() <= size_t(1) << 26, "bricks.size()<=2^26"); // slots of 32 bits
+    if (bricks.size() > size_t(1) << 26) // slots of 32 bits
+        refuse(
+            "More than 67108863 blocks of 4 x 4 x 4 cells at once. Take a greater spacing, or fewer cells for holes.");
     linkBricks();
 }
 

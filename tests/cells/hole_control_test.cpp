@@ -4,6 +4,7 @@
 #include "cells/Prepare.h"
 #include "cells/RemoveDeciderFast.h"
 #include "geometry/freeFunctions.h"
+#include "helpers/capture.h"
 #include "helpers/plain_cells.h"
 #include "lattice/cellSets.h"
 #include "refined/RMesh.h"
@@ -500,6 +501,30 @@ TEST(HoleControl, EveryPassFollowsThePlainRules)
         EXPECT_EQ(std::multiset<RCD>(prepare.vFillRCD.begin(), prepare.vFillRCD.end()), plain.fill) << round;
         EXPECT_EQ(Cells(prepare.vAllRCDsrt.begin(), prepare.vAllRCDsrt.end()), plain.all) << round;
         EXPECT_EQ(Cells(prepare.vBorderRCDsrt.begin(), prepare.vBorderRCDsrt.end()), plain.border) << round;
+    }
+}
+
+TEST(HoleControl, WhatCannotEndWellIsRefusedAtOnce)
+{
+    std::vector<Point3> points;
+    for (int i = 0; i < 40; ++i)
+        points.emplace_back(i % 8, i / 8, 0.0);
+    Calc calc(-100.0, -100.0, -100.0, 2097152.0, 2097152.0, 2097152.0, 21);
+    Prepare prepare(points, 1, &calc);
+    prepare.createRCDs();
+    for (const auto& [size, sentence] :
+         {std::pair(1150, "GB are free. A spacing of about "), {5000, "takes more than 2147483647 cells"}})
+        EXPECT_NE(test::bugReportOf([&, s = size] { PrepareTestAccess::getDist2RCD(prepare, s); }).find(sentence),
+                  std::string::npos)
+            << size;
+    for (const double scale : {1e-28, 1e19}) // squares of distances would vanish, or be infinite
+    {
+        std::vector<Point3> scaled = points;
+        for (Point3& p : scaled)
+            p.set(scale * p.x(), scale * p.y(), 0.0);
+        EXPECT_NE(test::bugReportOf([&] { reconstruct_abs(scaled, scale, 2); }).find("Scale the points"),
+                  std::string::npos);
+        EXPECT_TRUE(reconstruct_abs(scaled, scale, 0));
     }
 }
 
