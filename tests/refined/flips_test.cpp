@@ -1,4 +1,4 @@
-// Edge flips: the gain written out again, the loop against a plain one, and what flips must leave as it is.
+// Edge flips: the gain written out again, the loop against a plain one, and flips that are impossible.
 #include "base/Progress.h"
 #include "geometry/ColorUtils.h"
 #include "geometry/energyPower.h"
@@ -278,20 +278,6 @@ TEST_F(Flips, SameMeshAsAPlainLoopForAnyNumberOfThreads)
     }
     destroySingletons();
     EXPECT_EQ(getThreadProgress()->getName(), "EdgeFlips"); // a run under way goes on
-}
-
-TEST_F(Flips, AnnealingCoolsDownInRoundsBetweenPlainFlips)
-{
-    const MeshPtr mesh = makeKindOfMesh(1);
-    getThreadProgress()->reset();
-    edgeFlipsSimA(mesh);
-    EXPECT_EQ(getThreadProgress()->getName(), "empty"); // a run of its own was closed
-    const std::vector<StageTiming> timings = getStageTimings();
-    EXPECT_EQ(timings.front().label, "EdgeFlipsS");
-    EXPECT_EQ(timings[1].label, "RM_gEfCandMT");
-    EXPECT_EQ(std::count_if(timings.begin(), timings.end(),
-                            [](const StageTiming& timing) { return timing.label.rfind("RM_gEfCandMT_0.0", 0) == 0; }),
-              29);
 }
 
 TEST_F(Flips, OneRoundOfAnnealingDrawsInTheOrderOfTheEdges)

@@ -1,4 +1,4 @@
-// Reduction: the penalty written out again, the loop against a plain one, and what a reduction must keep.
+// Reduction: the penalty written out again, and the loop against a plain one.
 #include "base/Progress.h"
 #include "geometry/ColorUtils.h"
 #include "geometry/freeFunctions.h"
@@ -218,20 +218,4 @@ TEST(Reduce, SameMeshAsAPlainLoopForAnyNumberOfThreads)
     EXPECT_GT(counts.numSunk, 200);
     EXPECT_GT(counts.numKept, 200);
     EXPECT_EQ(getThreadProgress()->getName(), "empty"); // a run of its own was closed
-}
-
-TEST(Reduce, KeepsThePlaneAndItsCorners)
-{
-    std::mt19937 random(4);
-    std::vector<Point3*> v;
-    const Shape flat = makeGrid(40, 30, 0.0, random);
-    const MeshPtr mesh = std::make_shared<Mesh>(makeMesh(flat, v).release());
-    reduce(mesh, 5.0, 0.0);
-    EXPECT_LT(mesh->getNumT(), flat.triangles.size() / 5);
-    double area = 0.0;
-    for (const RTriangle* const pRT : mesh->getRMesh()->vRT)
-        if (pRT->isAlive())
-            area += crossProduct(*pRT->pVtx[1] - *pRT->pVtx[0], *pRT->pVtx[2] - *pRT->pVtx[0]).z() / 2;
-    EXPECT_NEAR(area, 39.0 * 29.0, 1e-6); // nothing turned over, the corners stay
-    EXPECT_GT(mesh->getAverageEdgeLength(), 2.0);
 }

@@ -1,6 +1,5 @@
-// The refined mesh against a plain model of it, its construction from a coarse mesh, and its public handle.
+// The refined mesh against a plain model of it, and its public handle.
 #include "base/vectorHelpers.h"
-#include "coarse/CMesh.h"
 #include "helpers/capture.h"
 #include "refined/RMesh.h"
 #include "zav/Mesh.h"
@@ -248,65 +247,6 @@ TEST(RMesh, CachedNormalsOutliveMovesButNotCollapses)
     EXPECT_EQ(t.getNNV(ok).z(), -1.0);
     twins.mesh.exchangeCorner(twins.vtx[2], twins.vtx[3]);
     EXPECT_TRUE(t.nnv.isZero());
-}
-
-TEST(RMesh, TakesOverACoarseMesh)
-{
-    // A point in most cells of a lattice; two points coincide but for the sign of zero.
-    Calc calc(0, 0, 0, 64, 64, 64, 6);
-    std::vector<Point3> points;
-    for (int i = 0; i < 64 * 64 * 4; ++i)
-        if (i % 7 != 3)
-            points.emplace_back(i % 64 + 0.5, i / 64 % 64 + 0.5, 16 * (i / 4096) + 0.5);
-    std::vector<Bundle> bundles(points.size());
-    std::map<CCD, Bundle*> mCCDBundle;
-    for (size_t i = 0; i < points.size(); ++i)
-    {
-        bundles[i] = {&points[i], calc.getCCD(&points[i]), nullptr, points[i]};
-        mCCDBundle[bundles[i].ccd] = &bundles[i];
-    }
-    points[17].set(0.0, 0, 0);
-    points[42].set(-0.0, 0, 0);
-    points[42].setColor(1, 2, 3, 4);
-    std::vector<CCD> codes, vFill;
-    for (const auto& [code, pBundle] : mCCDBundle)
-        codes.push_back(code);
-    for (const size_t i : {0, 2, 4, 6, 500})
-        vFill.push_back(codes[i]);
-    CMesh coarse(nullptr, &calc, &mCCDBundle, vFill);
-    std::mt19937 random(1);
-    std::vector<size_t> expected; // the corners' points
-    for (int i = 0; i < 3000; ++i)
-    {
-        // Corners far apart or side by side: finding a vertex from the last one takes steps of all lengths, both ways.
-        const size_t a = i == 0 ? 17 : i == 1 ? 42 : random() % points.size();
-        const size_t step = i % 2 == 0 ? 1 : 1 + random() % 5000;
-        const std::array<size_t, 3> t = {a, (a + step) % points.size(), (a + 2 * step) % points.size()};
-        CTriangle* const pCT = coarse.createT(bundles[t[0]].ccd, bundles[t[1]].ccd, bundles[t[2]].ccd, 0, 0);
-        if (i % 5 == 2)
-            pCT->kill(&coarse);
-        else
-            expected.insert(expected.end(), t.begin(), t.end());
-    }
-
-    const RMesh mesh(&coarse);
-    // Vertices are made in the order of codes.
-    const auto rankOf = [&](CCD code)
-    { return size_t(std::lower_bound(codes.begin(), codes.end(), code) - codes.begin()); };
-    std::vector<Point3*> corners;
-    mesh.getTriangleCorners(corners);
-    ASSERT_EQ(corners.size(), expected.size());
-    for (size_t i = 0; i < corners.size(); ++i)
-    {
-        const Point3& p = points[expected[i]];
-        ASSERT_TRUE(corners[i] != &p && *corners[i] == p && corners[i]->b == p.b);
-        ASSERT_EQ(mesh.mmVtxT.indexOf(corners[i]), rankOf(bundles[expected[i]].ccd));
-    }
-    EXPECT_EQ(mesh.mmVtxT.indexOf(*mesh.mVtx.find(Point3(0, 0, 0))),
-              rankOf(std::min(bundles[17].ccd, bundles[42].ccd))); // the lower code owns the place
-    ASSERT_EQ(mesh.vZeroVtx.size(), vFill.size());
-    for (size_t i = 0; i < vFill.size(); ++i)
-        EXPECT_EQ(mesh.mmVtxT.indexOf(mesh.vZeroVtx[i]), rankOf(vFill[i]));
 }
 
 TEST(Mesh, PlyFormsAreCrossed)
