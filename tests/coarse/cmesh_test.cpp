@@ -1,14 +1,13 @@
 // The coarse mesh: structure under random changes against a naive model, and the operations in real coordinates.
 
 #include "base/tools.h"
-#include "coarse/CMesh.h"
+#include "helpers/coarse_cells.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cfloat>
-#include <deque>
 #include <map>
 #include <random>
 #include <tuple>
@@ -19,26 +18,11 @@ namespace
 {
 using Corners = std::array<VCD, 3>;
 
-/// A mesh over cells of a small lattice, with a bundle in the middle of every cell that a test asks for.
-class CMeshTest : public ::testing::Test
+/// A mesh on unit cells, with bundles in those that a test asks for.
+class CMeshTest : public ::testing::Test, protected test::CoarseCells
 {
 protected:
-    Calc calc{0.0, 0.0, 0.0, 16.0, 16.0, 16.0, 4};
-    std::map<CCD, Bundle*> bundles;
-    std::deque<Bundle> ownedBundles;
-    std::deque<Point3> ownedPoints;
-    CMesh mesh{nullptr, &calc, &bundles, {}};
-
-    CCD cell(u64 i, u64 j, u64 k) { return calc.rcd2ccd(rcd::fromXYZ(i, j, k)); }
-
-    CCD vertexAt(u64 i, u64 j, u64 k, const Point3& p)
-    {
-        const CCD c = cell(i, j, k);
-        ownedPoints.push_back(p);
-        bundles[c] = &ownedBundles.emplace_back(Bundle{&ownedPoints.back(), c, nullptr, p});
-        return c;
-    }
-    CCD vertex(u64 i, u64 j, u64 k) { return vertexAt(i, j, k, calc.getMidPoint(cell(i, j, k))); }
+    CMeshTest() : CoarseCells(4) {}
 
     CTriangle* create(const Corners& c) { return mesh.createT(c[0], c[1], c[2], 0, 0); }
 
@@ -166,9 +150,9 @@ TEST_F(CMeshTest, FlatTrianglesAreSplitAwayUnlessANeighbourWouldTurn)
     //           d           the neighbour is a, b, d
     //
     //     a --- v --- b     the flat triangle is a, v, b: its corner v lies on its longest edge
-    const CCD a = vertexAt(2, 2, 2, {2.5, 2.5, 2.5}), b = vertexAt(4, 2, 2, {4.5, 2.5, 2.5});
-    const CCD v = vertexAt(3, 2, 2, {3.5, 2.5, 2.5}), d = vertexAt(3, 4, 2, {3.5, 4.5, 2.5});
-    const CCD beyond = vertexAt(3, 6, 2, {3.5, 6.5, 2.5}); // splitting a, b, d here would turn its halves over
+    const CCD a = vertexAt(cell(2, 2, 2), {2.5, 2.5, 2.5}), b = vertexAt(cell(4, 2, 2), {4.5, 2.5, 2.5});
+    const CCD v = vertexAt(cell(3, 2, 2), {3.5, 2.5, 2.5}), d = vertexAt(cell(3, 4, 2), {3.5, 4.5, 2.5});
+    const CCD beyond = vertexAt(cell(3, 6, 2), {3.5, 6.5, 2.5}); // splitting a, b, d here would turn its halves over
     CPatch patch(&mesh, &calc);
     CTriangle* const neighbour = create({a, b, d});
     patch.add(neighbour);
@@ -198,8 +182,8 @@ TEST_F(CMeshTest, FlatTrianglesAreSplitAwayUnlessANeighbourWouldTurn)
 
 TEST_F(CMeshTest, LaplacianMovesAtMostATenthOfACell)
 {
-    const CCD a = vertexAt(2, 2, 2, {2.0, 2.0, 2.0}), b = vertexAt(4, 2, 2, {4.0, 2.0, 2.0}),
-              c = vertexAt(3, 4, 2, {3.0, 4.0, 2.0}), v = vertexAt(3, 3, 3, {3.0, 3.0, 3.0});
+    const CCD a = vertexAt(cell(2, 2, 2), {2.0, 2.0, 2.0}), b = vertexAt(cell(4, 2, 2), {4.0, 2.0, 2.0}),
+              c = vertexAt(cell(3, 4, 2), {3.0, 4.0, 2.0}), v = vertexAt(cell(3, 3, 3), {3.0, 3.0, 3.0});
     EXPECT_FALSE(mesh.laplacianForOne(v));
     create({a, b, v});
     create({b, c, v});

@@ -10,6 +10,7 @@
 #include "base/Progress.h"
 #include "coarse/Top.h"
 #include "helpers/capture.h"
+#include "helpers/coarse_cells.h"
 
 #include <gtest/gtest.h>
 
@@ -50,36 +51,20 @@ bool isConsistent(const CMesh& mesh)
 }
 
 /// A mesh on unit cells. The points of vertices lie where a test wants them.
-class TopTest : public ::testing::Test
+class TopTest : public ::testing::Test, protected test::CoarseCells
 {
 protected:
-    Calc calc{0.0, 0.0, 0.0, 64.0, 64.0, 64.0, 6};
-    std::map<CCD, Bundle*> bundles;
-    std::deque<Bundle> ownedBundles;
-    std::deque<Point3> ownedPoints;
-    CMesh mesh{nullptr, &calc, &bundles, {}};
     Top top{&mesh, &calc};
     u64 numFree = 0;
     std::map<CCD, CPatch*> corners; // as createPatches fills it
 
-    TopTest() { progressForReco(); }
+    TopTest() : CoarseCells(6) { progressForReco(); }
 
-    CCD vertexAt(CCD c, const Point3& p)
-    {
-        ownedPoints.push_back(p);
-        bundles[c] = &ownedBundles.emplace_back(Bundle{&ownedPoints.back(), c, nullptr, p});
-        return c;
-    }
-    CCD vertex(u64 i, u64 j, u64 k)
-    {
-        const CCD c = calc.rcd2ccd(rcd::fromXYZ(i, j, k));
-        return vertexAt(c, calc.getMidPoint(c));
-    }
     /// A vertex in any cell that is free.
     CCD anyVertex(const Point3& p)
     {
         const u64 n = numFree++;
-        return vertexAt(calc.rcd2ccd(rcd::fromXYZ(1 + n % 60, 1 + n / 60 % 60, 30 + n / 3600)), p);
+        return vertexAt(cell(1 + n % 60, 1 + n / 60 % 60, 30 + n / 3600), p);
     }
 
     Triangles create(const std::vector<Corners>& list)
@@ -275,8 +260,8 @@ TEST_F(TopTest, ThickBodiesAreNotSplitUnlessTheyAreSmall)
     for (const auto& [numPerSide, height, bSplits] : cases)
     {
         mesh.reset();
-        const VCD up = vertexAt(calc.rcd2ccd(rcd::fromXYZ(32, 32, 40)), {32, 32, 32 + height}),
-                  low = vertexAt(calc.rcd2ccd(rcd::fromXYZ(32, 32, 20)), {32, 32, 32 - height});
+        const VCD up = vertexAt(cell(32, 32, 40), {32, 32, 32 + height}),
+                  low = vertexAt(cell(32, 32, 20), {32, 32, 32 - height});
         std::vector<VCD> rim;
         for (int i = 0; i < numPerSide; ++i)
         {
@@ -346,60 +331,12 @@ TEST_F(TopTest, SquaresWhoseCornersLieOnOneLineAreSplitWithoutABug)
         const Vector3 direction(double(1 + random() % 9), double(1 + random() % 9), double(1 + random() % 9));
         mesh.reset();
         const CCD a = vertex(4, 4, 4), b = vertex(5, 5, 4), c = vertex(5, 4, 4), d = vertex(4, 5, 4),
-                  up = vertexAt(calc.rcd2ccd(rcd::fromXYZ(4, 4, 6)), {1.0, 30.0, 2.0});
+                  up = vertexAt(cell(4, 4, 6), {1.0, 30.0, 2.0});
         for (const CCD corner : {a, b, c, d})
             *mesh.getVtx(corner) = Point3(0.0, 0.0, 0.0) + direction * double(1 + random() % 40);
         create({{a, c, b}, {a, b, d}, {c, d, up}});
         outputOf([this] { EXPECT_NO_THROW(top.unifyDiagonals()); });
     }
-}
-
-TEST_F(TopTest, FlapsAtEdgesOfDegree3Die)
-{
-    const VCD a = vertex(5, 5, 5), b = vertex(6, 5, 5), x = vertex(9, 9, 9), y = vertex(9, 8, 4), z = vertex(4, 8, 9);
-    const Triangles body = glue(a, b);
-    const Triangles large = create({{a, b, x}});
-    top.repairDeg3();
-    EXPECT_TRUE(numAlive(large) == 0 && numAlive(body) == 4) << "the free side decides, not the area";
-
-    // A flap that continues into two ears goes with the last one; with one ear it goes with that.
-    const VCD k = vertex(2, 2, 9);
-    const Triangles flap = create({{a, b, x}, {b, y, x}, {a, x, z}});
-    top.repairDeg3();
-    EXPECT_TRUE(!flap[0]->isAlive() && flap[1]->isAlive() && !flap[2]->isAlive() && numAlive(body) == 4);
-    flap[1]->kill(&mesh);
-    const Triangles oneEar = create({{a, b, x}, {b, y, x}, {a, x, z}, {x, z, k}});
-    top.repairDeg3();
-    EXPECT_TRUE(!oneEar[0]->isAlive() && !oneEar[1]->isAlive() && oneEar[2]->isAlive() && oneEar[3]->isAlive());
-
-    mesh.reset();
-    create({{a, b, x}, {a, b, y}, {a, b, z}}); // three border edges at both ends: nothing that hangs loose at one
-    top.repairDeg3();
-    EXPECT_EQ(numAliveInMesh(), 3u);
-}
-
-TEST_F(TopTest, EarsAndLooseTrianglesAtBorders)
-{
-    const VCD a = anyVertex({5, 5, 5}), b = anyVertex({9, 5, 5}), p = anyVertex({7, 9, 5}), q = anyVertex({7, 1, 5}),
-              apex = anyVertex({7, 5, 5.5}), far = anyVertex({7, 12, 5.5});
-    create({{a, b, p}, {b, a, q}});
-    top.integrateCCD(mesh.getEdge(a, p));
-    EXPECT_EQ(numAliveInMesh(), 2u) << "properly attached";
-    create({{a, b, far}});
-    top.integrateCCD(mesh.getEdge(a, far));
-    EXPECT_EQ(numAliveInMesh(), 2u) << "no room for the apex";
-    create({{a, b, apex}});
-    top.integrateCCD(mesh.getEdge(a, apex));
-    EXPECT_EQ(numAliveInMesh(), 4u) << "the apex went into both neighbours";
-    EXPECT_EQ(mesh.getEdge(apex, p)->getDegree(), 2);
-
-    mesh.reset();
-    create({{a, b, p}});
-    glue(a, b);
-    glue(a, p);
-    std::vector<CEdge*> borders;
-    top.getBordersKillDeg1nn(borders);
-    EXPECT_TRUE(borders.empty() && numAliveInMesh() == 8) << "between non-manifold edges";
 }
 
 TEST_F(TopTest, EqualPointsAreMovedApart)

@@ -1,7 +1,7 @@
 // Meshes as STL, OBJ and debug geometry, byte for byte; the choice of the writer by name; full disks.
-#include "coarse/CMesh.h"
 #include "files/stlMesh.h"
 #include "helpers/capture.h"
+#include "helpers/coarse_cells.h"
 #include "helpers/mesh_shapes.h"
 #include "refined/Visualizer3.h"
 #include "zav/zav_api_io.h"
@@ -65,26 +65,15 @@ TEST_F(MeshFiles, StlByteForByte)
 
 TEST_F(MeshFiles, StlOfACoarseMesh)
 {
-    Calc calc(0, 0, 0, 4, 4, 4, 2);
-    Point3 points[] = {{0.5, 0.5, 0.5}, {0.5, 0.5, 1.5}, {0.5, 1.5, 0.5}};
-    std::map<CCD, Bundle*> mCCDBundle;
-    Bundle bundles[3] = {};
-    CCD codes[3];
-    for (int i = 0; i < 3; ++i)
-    {
-        codes[i] = calc.getCCD(&points[i]);
-        bundles[i].pVtx = &points[i];
-        bundles[i].ccd = codes[i];
-        mCCDBundle[codes[i]] = &bundles[i];
-    }
-    CMesh mesh(nullptr, &calc, &mCCDBundle, {});
-    mesh.createT(codes[0], codes[1], codes[2], 0, 0);
-    ASSERT_TRUE(writeSTL(&mesh, mCCDBundle, path("a.stl")));
+    test::CoarseCells cells(2);
+    const CCD last = cells.vertex(0, 1, 0);
+    cells.mesh.createT(cells.vertex(0, 0, 0), cells.vertex(0, 0, 1), last, 0, 0);
+    ASSERT_TRUE(writeSTL(&cells.mesh, cells.bundles, path("a.stl")));
     EXPECT_EQ(contentOf("a.stl"),
               "solid - ZAV\nfacet normal -1 0 0\n outer loop\n  vertex 0.5 0.5 0.5\n  vertex 0.5 0.5 1.5\n"
               "  vertex 0.5 1.5 0.5\n endloop\nendfacet\nendsolid - ZAV\n");
-    mCCDBundle.erase(codes[2]);
-    EXPECT_TRUE(test::hasBug("q_it2!=mCCDBundle.end()", [&] { writeSTL(&mesh, mCCDBundle, path("b.stl")); }));
+    cells.bundles.erase(last);
+    EXPECT_TRUE(test::hasBug("q_it2!=mCCDBundle.end()", [&] { writeSTL(&cells.mesh, cells.bundles, path("b.stl")); }));
 }
 
 TEST_F(MeshFiles, ObjByteForByte)
