@@ -16,7 +16,6 @@
 #include <set>
 
 using namespace MIRT_ZAV;
-using test::hasBug;
 
 namespace
 {
@@ -157,22 +156,6 @@ TEST(Tables, HaveTheKnownSums)
     EXPECT_EQ(numGap, 36724736u);
     EXPECT_EQ(numBorder, 15510774u);
     EXPECT_EQ(hash, 16168850286844077946u); // of tables that agreed with floods over every pattern
-}
-
-TEST(Decider, Weights)
-{
-    Calc calc(-8.0, 0.0, 0.0, 1048576.0, 1048576.0, 1048576.0, 21); // cells of side 0.5
-    std::vector<RCD> cells = {at(10, 10, 10), at(10, 10, 11), at(20, 20, 20)};
-    RemoveDeciderFast decider(cells, &calc);
-    const RCDPoints points = {
-        {cells[0], {-2.75, 5.25, 5.25}}, {cells[1], {-2.75, 5.25 + 0.125, 5.75}}, {cells[2], {2.25, 10.25, 10.0}}};
-    EXPECT_EQ(decider.getWeight(points, cells[0]), 1.5);
-    EXPECT_EQ(decider.getWeight(points, cells[1]), 1.25); // the greater distance goes first
-    EXPECT_EQ(decider.getWeight(points, cells[2]), 0.0);
-    std::vector<std::pair<RCD, int>> cards = {{cells[0], 7}, {cells[2], -3}};
-    decider.set(&cards);
-    EXPECT_EQ(decider.getWeight(points, cells[2]), -3.0);
-    EXPECT_TRUE(hasBug("q_it->first==rcd", [&] { decider.getWeight(points, cells[1]); }));
 }
 
 TEST(PrunePrioq, MatchesThePlainLoop)
