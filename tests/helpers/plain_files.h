@@ -237,7 +237,8 @@ inline std::string smallBinary(bool b3D)
 inline std::string smallStl()
 {
     return "solid a\nfacet normal 0 0 1\n outer loop\n  vertex 1 2.5 -3e1\r\n  vertex 4 5\n  vertex 7 x 9\n endloop\n"
-           "endfacet\nvertex 0 0 0\nfacet\nouter loop\nvertex 1 +2 3\n vertices 4 5 6\nvertex 1-2-3\nendloop\nendsolid "
+           "endfacet\nvertex 0 0 0\nfacet\nOUTER LOOP\nVERTEX 9 9 9\nvertex 1 +2 3\n vertices 4 5 6\nvertex "
+           "1-2-3\nendloop\nendsolid "
            "a";
 }
 
