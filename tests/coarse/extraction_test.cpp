@@ -81,16 +81,24 @@ TEST(Extraction, NearlyFullVerticesAreCompletedInExchangeForRemovableCells)
         voro.fatExtractTriangles();
         std::vector<VCD> vertices = {cells.cell(9, 9, 9)}, beyond = {cells.cell(60, 60, 60)};
         const CMesh* const mesh = voro.meshAgain(vertices);
-        for (int bit = 0; bit < 8; ++bit)
+        const auto patternAt = [&](VCD vertex)
         {
-            const auto& [x, y, z] = offsets[bit];
-            EXPECT_EQ(std::count(voro.vCCD.begin(), voro.vCCD.end(), cells.cell(8 + x, 8 + y, 8 + z)),
-                      after >> bit & 1);
-        }
+            u64 i = 0, j = 0, k = 0;
+            cells.calc.extractIntCCD(vertex, i, j, k);
+            int pattern = 0;
+            for (int bit = 0; bit < 8; ++bit)
+            {
+                const auto& [x, y, z] = offsets[bit];
+                const CCD c = cells.cell(i - 1 + x, j - 1 + y, k - 1 + z);
+                pattern |= std::count(voro.vCCD.begin(), voro.vCCD.end(), c) != 0 ? 1 << bit : 0;
+            }
+            return pattern;
+        };
+        EXPECT_EQ(patternAt(vertices[0]), after);
         EXPECT_EQ(mesh->vAdditionalBundles.size(), numAdded);
         EXPECT_EQ(mesh->numAliveT, numTriangles);
         for (const CTriangle* const t : mesh->vT)
-            EXPECT_TRUE((t->vcd == vertices[0]) == (t->config == after) && t->config > 0);
+            EXPECT_EQ(t->config, patternAt(t->vcd));
         EXPECT_THROW(voro.meshAgain(beyond), ZavBugException);
     }
     getThreadProgress()->reset();
