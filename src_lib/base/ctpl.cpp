@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <map>
+#include <system_error>
+#include <utility>
 
 namespace ctpl
 {
@@ -13,26 +15,26 @@ thread_pool::~thread_pool()
     stop();
 }
 
-thread_pool* thread_pool::getLevelPool(bool bDestroy)
+std::shared_ptr<thread_pool> thread_pool::getLevelPool(bool bDestroy)
 {
+    using Pools = std::map<int, std::shared_ptr<thread_pool>>;
     // Never destroyed: at the end of the process threads may still wait in the pools.
     static std::mutex& mtx = *new std::mutex;
-    static std::map<int, thread_pool*>& mLevelPool = *new std::map<int, thread_pool*>;
+    static Pools& mLevelPool = *new Pools;
 
-    std::lock_guard<std::mutex> lock(mtx);
+    Pools dropped; // destroyed without the lock: a pool's end waits for jobs, and these may ask for a pool
+    const std::lock_guard<std::mutex> lock(mtx);
     if (bDestroy)
     {
-        for (auto& [poolLevel, pool] : mLevelPool)
-            delete pool;
-        mLevelPool.clear();
+        dropped.swap(mLevelPool);
         return nullptr;
     }
-    thread_pool*& pool = mLevelPool[threadLayer()];
+    std::shared_ptr<thread_pool>& pool = mLevelPool[threadLayer()];
     if (pool == nullptr)
     {
-        auto newPool = std::make_unique<thread_pool>(threadLayer());
+        auto newPool = std::make_shared<thread_pool>(threadLayer());
         newPool->resize(MIRT_ZAV::getGlobalNumCPU());
-        pool = newPool.release();
+        pool = std::move(newPool);
     }
     return pool;
 }
@@ -56,9 +58,9 @@ void thread_pool::setLayer(int layer)
 void thread_pool::resize(int n)
 {
     n = std::max(1, n);
-    for (int id = size(); id < n; ++id)
-        set_thread(id);
-    if (n == size())
+    while (size() < n && startThread())
+        continue;
+    if (n >= size())
         return;
     for (int id = n; id < size(); ++id)
     {
@@ -84,8 +86,16 @@ void thread_pool::stop()
         shared->isDone = true;
         shared->wakeUp.notify_all();
     }
+    bool bOwnThread = false;
     for (std::thread& thread : threads)
-        thread.join();
+        if (thread.get_id() == std::this_thread::get_id())
+        {
+            bOwnThread = true;
+            thread.detach();
+        }
+        else
+            thread.join();
+    if (!bOwnThread)
     {
         // Threads that a resize has detached may still look into the queue.
         std::lock_guard<std::mutex> lock(shared->queueMutex);
@@ -97,6 +107,11 @@ void thread_pool::stop()
 
 void thread_pool::enqueue(Job job)
 {
+    if (threads.empty())
+    {
+        runHere(job);
+        return;
+    }
     {
         std::lock_guard<std::mutex> lock(shared->queueMutex);
         shared->jobs.push(std::move(job));
@@ -105,10 +120,30 @@ void thread_pool::enqueue(Job job)
     shared->wakeUp.notify_one();
 }
 
-void thread_pool::set_thread(int id)
+/// As a thread of the pool would run it: what the job hands out itself goes to the next level.
+void thread_pool::runHere(const Job& job) const
+{
+    const int before = getLayer();
+    if (level != levelNotSet)
+        setLayer(level + 1);
+    job(0); // its exceptions go to the future
+    setLayer(before);
+}
+
+/// False where the system has no more threads to give.
+bool thread_pool::startThread()
 {
     stopFlags.push_back(std::make_shared<std::atomic<bool>>(false));
-    threads.emplace_back(work, id, level, shared, stopFlags.back());
+    try
+    {
+        threads.emplace_back(work, size(), level, shared, stopFlags.back());
+    }
+    catch (const std::system_error&)
+    {
+        stopFlags.pop_back();
+        return false;
+    }
+    return true;
 }
 
 bool thread_pool::Shared::pop(Job& job)

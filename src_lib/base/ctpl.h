@@ -34,16 +34,18 @@ public:
     thread_pool& operator=(const thread_pool&) = delete;
 
     /// The pool for the work of the calling thread.
-    /// \param bDestroy  true: all pools finish their jobs and end. No other thread may be using them; the next call
-    ///                  makes them anew.
-    /// \return the pool of the caller's level, owned here, or null with bDestroy. It is made at first use with
-    ///         getGlobalNumCPU() threads, and a later change of that number doesn't reach it.
-    static thread_pool* getLevelPool(bool bDestroy);
+    /// \param bDestroy  true: the table of pools lets go of all of them, and the next call makes new ones. A pool ends
+    ///                  with its last owner: here if nobody uses it, else when those who do are through.
+    /// \return the pool of the caller's level, null with bDestroy. The caller owns it, too, and keeps it until its jobs
+    ///         are done. It is made at first use with getGlobalNumCPU() threads, and a later change of that number
+    ///         doesn't reach it.
+    static std::shared_ptr<thread_pool> getLevelPool(bool bDestroy);
 
     /// The level of the calling thread: 0 for threads of the application, n + 1 for those of the pool of level n.
     static int getLayer();
 
-    /// Queues a task, called with the number of its thread. The future gives its result or throws its exception.
+    /// Queues a task, called with the number of its thread. The future gives its result or throws its exception. Where
+    /// not one thread could be started, the task has been run when this returns, on the calling thread.
     template <class F>
     auto push(F&& task) -> std::future<std::invoke_result_t<std::decay_t<F>&, int>>
     {
@@ -55,11 +57,13 @@ public:
     }
 
     /// Sets the number of threads, at least 1. Nobody waits for those that are too many: they are detached and end
-    /// after their present job.
+    /// after their present job. Where the system gives no more threads, the pool goes on with those that it got.
     void resize(int n);
     int size() const { return static_cast<int>(threads.size()); }
 
     /// Waits until the queued jobs are done and all threads have ended. Once stopped, a pool isn't to be used again.
+    /// One of its own threads, which may let go of the pool last, can't wait for itself: it is left to finish the queue
+    /// and to end alone.
     void stop();
 
 private:
@@ -82,7 +86,8 @@ private:
     static void work(int id, int level, std::shared_ptr<Shared> shared, std::shared_ptr<std::atomic<bool>> stopFlag);
 
     void enqueue(Job job);
-    void set_thread(int id);
+    void runHere(const Job& job) const;
+    bool startThread();
 
     const int level;
     bool isStop = false;

@@ -19,6 +19,7 @@
 #include <functional>
 #include <future>
 #include <iterator>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -86,15 +87,15 @@ typename std::iterator_traits<RandomIt>::value_type estimateMid2(RandomIt first,
 /// Runs all tasks on the pool of the caller's level and waits for them. They stay with the caller and may refer to its
 /// data.
 /// \param tasks   called as task(number of the thread), each once
-/// \param onDone  called on the calling thread after each task, in their order, to count progress. It must not throw:
-///                the tasks behind would go on with data of a caller that has left
-/// \throws what the first task in their order has thrown, once all have ended
+/// \param onDone  called on the calling thread after each task, in their order, to count progress
+/// \throws once all tasks have ended: what onDone has thrown, which isn't called again then, else what the first task in
+///         their order has
 template <class Task, class OnDone>
 void runTasks(std::vector<Task>& tasks, const OnDone& onDone)
 {
     if (tasks.empty())
         return;
-    ctpl::thread_pool* const pool = ctpl::thread_pool::getLevelPool(false);
+    const std::shared_ptr<ctpl::thread_pool> pool = ctpl::thread_pool::getLevelPool(false);
     std::vector<std::future<void>> futures;
     futures.reserve(tasks.size());
     const auto waitForAll = [&futures]
@@ -106,16 +107,16 @@ void runTasks(std::vector<Task>& tasks, const OnDone& onDone)
     {
         for (Task& task : tasks)
             futures.push_back(pool->push([&task](int id) { task(id); }));
+        for (auto& future : futures)
+        {
+            future.wait();
+            onDone(); // may throw: a subscriber of progress ends a run like this
+        }
     }
     catch (...)
     {
-        waitForAll(); // those that were pushed already refer to the caller's data
+        waitForAll(); // the tasks refer to the caller's data
         throw;
-    }
-    for (auto& future : futures)
-    {
-        future.wait();
-        onDone();
     }
     for (auto& future : futures)
         future.get();

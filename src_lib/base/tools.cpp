@@ -31,6 +31,20 @@ int hardwareThreads()
     return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
 }
 
+/// More threads than this only cost memory and switches between them.
+int limitThreads(int numWanted)
+{
+    constexpr int threadsPerCpu = 4;
+    const int limit = threadsPerCpu * hardwareThreads();
+    if (numWanted <= limit)
+        return numWanted;
+    static std::atomic<bool> bTold{false};
+    if (!bTold.exchange(true))
+        warning(ZAV_LOCATION, toString(numWanted) + " threads are wanted, but no more than " + toString(limit) +
+                                  " are used, " + toString(threadsPerCpu) + " for each CPU.");
+    return limit;
+}
+
 struct NamedTimer
 {
     bool running = false;
@@ -215,7 +229,7 @@ int getSetGlobalNumCPU(int numCPU)
     if (numCPU == 0)
         globalNumCPU = hardwareThreads();
     else if (numCPU > 0)
-        globalNumCPU = numCPU;
+        globalNumCPU = limitThreads(numCPU);
     return globalNumCPU;
 }
 
