@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <sys/resource.h>
 
 namespace MIRT_ZAV
@@ -81,12 +82,16 @@ Progress::~Progress()
     reset();
 }
 
-void Progress::createChild(const std::string& childName, double childWeight)
+void Progress::createChild(const std::string& childName, double childWeight, int numVisits)
 {
     std::lock_guard<std::recursive_mutex> lock(mutex);
     ZAV_ASSERT(name != "empty", "this->name!=\"empty\"");
-    if (mNameKids.find(childName) == mNameKids.end())
-        mNameKids[childName] = new Progress(childName, this, childWeight);
+    if (mNameKids.find(childName) != mNameKids.end())
+        return;
+    auto child = std::make_unique<Progress>(childName, this, childWeight);
+    child->visitsLeft = numVisits;
+    mNameKids[childName] = child.get();
+    child.release();
 }
 
 Progress* Progress::findChild(const std::string& childName)
@@ -109,8 +114,25 @@ Progress* Progress::getChildProgressSetTodo(const std::string& childName, std::u
         q_it = mNameKids.find(childName);
     }
     ZAV_ASSERT(q_it != mNameKids.end(), "q_it!=mNameKids.end()");
-    q_it->second->setTodo(todoArg);
+    q_it->second->beginVisit(todoArg);
     return q_it->second;
+}
+
+/// What is left of the stage is divided equally among this visit and those that are still to come.
+void Progress::beginVisit(std::uint64_t todoArg)
+{
+    const auto numVisits = static_cast<std::uint64_t>(std::max(1, visitsLeft));
+    const double reached = done == 0 ? 0.0 : getFrac();
+    if (visitsLeft > 0 && reached > 0.0 && reached < 1.0)
+    {
+        todo = static_cast<std::uint64_t>(static_cast<double>(numVisits * todoArg) / (1.0 - reached));
+        done = static_cast<std::uint64_t>(static_cast<double>(todo) * reached);
+        computeStep();
+    }
+    else
+        setTodo(numVisits * todoArg);
+    visitsLeft = std::max(0, visitsLeft - 1);
+    visitEnd = visitsLeft == 0 ? todo : std::min(todo, done + todoArg);
 }
 
 void Progress::setTodo(std::uint64_t todoArg)
@@ -149,6 +171,23 @@ void Progress::computeStep()
         }
     }
     step = std::max<std::uint64_t>(step, 1);
+}
+
+void Progress::incProgressEvenly(std::uint64_t numSteps)
+{
+    while (numSteps > 0 && done < todo)
+    {
+        const std::uint64_t together = std::min(numSteps, step);
+        incProgressBy(together);
+        numSteps -= together;
+    }
+}
+
+void Progress::endVisit()
+{
+    if (done < visitEnd)
+        incProgressEvenly(visitEnd - done);
+    stopClock();
 }
 
 void Progress::announce()
@@ -227,6 +266,8 @@ void Progress::reset()
     done = 0;
     step = 1;
     sinceBroadcast = 0;
+    visitsLeft = 1;
+    visitEnd = 1;
 }
 
 void Progress::startRun(const std::string& runName)
@@ -241,6 +282,12 @@ void Progress::startRun(const std::string& runName)
 void Progress::finishRun()
 {
     setDone(true);
+    reset();
+    clock.endAll();
+}
+
+void Progress::abandonRun()
+{
     reset();
     clock.endAll();
 }
@@ -266,12 +313,42 @@ Progress* Progress::getRoot()
     return node;
 }
 
+ProgressPart::ProgressPart(Progress* stageArg, std::uint64_t numStepsArg, std::uint64_t numItemsArg)
+    : stage(stageArg), numSteps(numStepsArg), numItems(numItemsArg)
+{
+    constexpr std::uint64_t maxUpdates = 1000;
+    const bool bCounts = stage != nullptr && numSteps > 0 && numItems > 0;
+    itemsPerUpdate = bCounts ? (numItems - 1) / std::min(numSteps, maxUpdates) + 1 : ~std::uint64_t(0);
+    nextItem = itemsPerUpdate;
+}
+
+void ProgressPart::update()
+{
+    const std::uint64_t numReached = std::min(numItemsDone, numItems);
+    const auto part = static_cast<double>(numReached) / static_cast<double>(numItems);
+    const std::uint64_t before = numStepsDone;
+    numStepsDone = numReached == numItems ? numSteps : static_cast<std::uint64_t>(part * static_cast<double>(numSteps));
+    nextItem = numReached == numItems ? ~std::uint64_t(0) : std::min(numItems, numReached + itemsPerUpdate);
+    stage->incProgressBy(numStepsDone - before);
+}
+
+void ProgressPart::finish()
+{
+    if (stage == nullptr)
+        return;
+    const std::uint64_t numLeft = numSteps - numStepsDone;
+    numStepsDone = numSteps;
+    nextItem = ~std::uint64_t(0);
+    stage->incProgressEvenly(numLeft);
+}
+
 namespace
 {
 struct Stage
 {
     const char* label;
     double weight;
+    int numVisits = 1;
 };
 
 template <size_t N>
@@ -280,7 +357,7 @@ void setUpRun(const char* name, const Stage (&stages)[N])
     Progress* const root = getThreadProgress();
     root->startRun(name);
     for (const Stage& stage : stages)
-        root->createChild(stage.label, stage.weight);
+        root->createChild(stage.label, stage.weight, stage.numVisits);
 }
 } // namespace
 
@@ -292,7 +369,7 @@ void progressForReco()
                                        {"HL_st", 3.0},          {"VO_ftx", 3.0},           {"VO_amb", 3.0},
                                        {"TP_unif", 10.0},       {"TP_pps", 100.0},         {"TP_cbcpl", 100.0},
                                        {"TP_itr", 50.0},        {"TP_fin", 30.0},          {"RM_cpo", 10.0},
-                                       {"RM_kdeg", 10.0},       {"RM_gEfCandMT", 10.0},    {"efLoop", 10.0},
+                                       {"RM_kdeg", 10.0, 3},    {"RM_gEfCandMT", 10.0, 2}, {"efLoop", 10.0, 2},
                                        {"PREP_createRCD", 2.0}, {"PREP_fillHoles", 100.0}, {"PREP_integFill", 2.0}};
     setUpRun("Reconstruct", stages);
 }
@@ -320,7 +397,7 @@ void progressForMelt()
     static constexpr Stage stages[] = {
         {"dih2e", 0.061},        {"reo", 0.013},         {"rFins", 0.002},          {"feate", 0.019},
         {"nfeate", 0.084},       {"ar4", 0.092},         {"oifc", 0.025},           {"mandiffe", 0.042},
-        {"mandiffa", 0.943},     {"VO_ftx", 3.0},        {"VO_amb", 3.0},           {"TP_cbcpl", 6.0},
+        {"mandiffa", 0.943},     {"VO_ftx", 3.0},        {"VO_amb", 3.0},           {"TP_cbcpl", 6.0, 2},
         {"TP_pps", 5.0},         {"RM_cpo", 1.09},       {"RM_kdeg", 4.0},          {"hal-part", 10.0},
         {"CL_eres", 3.0},        {"SM_run", 3.0},        {"CL_creb", 3.0},          {"HL_st", 3.0},
         {"TP_unif", 0.6},        {"TP_itr", 1.0},        {"TP_fin", 1.7},           {"efLoop", 5.0},
@@ -336,7 +413,7 @@ void progressForFlips()
 
 void progressForAnnealing(const std::vector<double>& temperatures)
 {
-    static constexpr Stage stages[] = {{"RM_kdeg", 10.0}, {"RM_gEfCandMT", 10.0}, {"efLoop", 3.0}};
+    static constexpr Stage stages[] = {{"RM_kdeg", 10.0, 2}, {"RM_gEfCandMT", 10.0, 2}, {"efLoop", 3.0, 2}};
     setUpRun("EdgeFlipsS", stages);
     for (const double temperature : temperatures)
         getThreadProgress()->createChild("RM_gEfCandMT_" + toString(temperature), 10.0);

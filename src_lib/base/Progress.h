@@ -58,14 +58,15 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     /// Adds a stage; one that exists stays as it is.
+    /// \param numVisits  how often the run will enter it: each visit gets an equal part of it
     /// \throws ZavBugException when this node is named "empty": no run has been started on it
-    void createChild(const std::string& name, double weight);
+    void createChild(const std::string& name, double weight, int numVisits = 1);
 
     /// The stage of this name, or null.
     Progress* findChild(const std::string& childName);
 
-    /// Enters a stage and sets its number of steps. One that wasn't registered is made with weight 10. One that was
-    /// entered before goes on from the fraction it has reached: what the user sees must not fall.
+    /// Enters a stage and sets the number of steps of this visit. One that wasn't registered is made with weight 10. One
+    /// that was entered before goes on from the fraction it has reached: what the user sees must not fall.
     Progress* getChildProgressSetTodo(const std::string& name, std::uint64_t todo);
 
     /// One step done. Cheap enough for inner loops: most calls only count; about 200 in a run reach the subscriber.
@@ -86,9 +87,16 @@ public:
         announce();
     }
 
+    /// The same for steps that come together, or turn out to be needless: the subscriber hears as often as if they had
+    /// come one by one, so that a bar doesn't jump.
+    void incProgressEvenly(std::uint64_t numSteps);
+
     /// The node and all below it count as finished, and its timing ends.
     /// \param broadcastNow  whether the subscriber hears of it at once
     void setDone(bool broadcastNow);
+
+    /// Counts what is left of the present visit, and ends its timing.
+    void endVisit();
 
     /// Ends the timing of a stage without setDone: its fraction stays as it is, and the subscriber hears nothing.
     void stopClock();
@@ -102,10 +110,12 @@ public:
     /// Removes all stages and names the node "empty". The subscriber and the weight stay.
     void reset();
 
-    /// Starts a run on a root and forgets the last one, which may have ended in an exception.
+    /// Starts a run on a root; whatever stands there goes.
     void startRun(const std::string& runName);
     /// Ends a run on a root: the subscriber hears 1, and the tree is empty again.
     void finishRun();
+    /// Ends a run that failed: the tree is empty again, and the subscriber hears nothing.
+    void abandonRun();
 
     /// Null is ignored: a subscriber can be replaced, not removed.
     void setSubscriber(ProgressBase* pProgress);
@@ -117,6 +127,7 @@ private:
     void announce();
     void tellSubscriber();
     void setTodo(std::uint64_t todoArg);
+    void beginVisit(std::uint64_t todoArg);
     void computeStep();
     Progress* getRoot();
 
@@ -132,8 +143,41 @@ public:
     std::uint64_t done = 0;
     std::uint64_t step = 1; // so many steps lie between two broadcasts
     std::uint64_t sinceBroadcast = 0;
+    int visitsLeft = 1;         // that are still to come
+    std::uint64_t visitEnd = 1; // done at the end of the present visit
     double lastFraction = -1.0; // what the subscriber heard last; only the root's is used
     StageClock clock;           // only the root's is used
+};
+
+/// Some steps of a stage, spread evenly over the items of a loop. Most items cost one comparison.
+class ProgressPart
+{
+public:
+    /// \param stage  null: nobody counts
+    ProgressPart(Progress* stage, std::uint64_t numSteps, std::uint64_t numItems);
+
+    /// One more item is done.
+    void count() { reach(numItemsDone + 1); }
+    /// So many items are done by now. Fewer than before, or more than there are, are harmless.
+    void reach(std::uint64_t numItemsDoneArg)
+    {
+        numItemsDone = numItemsDoneArg;
+        if (numItemsDone >= nextItem)
+            update();
+    }
+    /// Counts the steps that are left.
+    void finish();
+
+private:
+    void update();
+
+    Progress* stage;
+    std::uint64_t numSteps;
+    std::uint64_t numItems;
+    std::uint64_t numItemsDone = 0;
+    std::uint64_t numStepsDone = 0;
+    std::uint64_t itemsPerUpdate;
+    std::uint64_t nextItem; // when it is done, there is something to count
 };
 
 /// One object per thread, made on first use and destroyed with its thread or, for threads that are still running then,

@@ -69,13 +69,16 @@ void Prepare::run(std::vector<std::pair<CCD, Point3>>& vCCDPoint, std::vector<CC
     if (!sizes.empty() && !vBorderRCDsrt.empty())
         requireUsableSide(sideLen, sizes.back());
     const auto sumSizes = std::accumulate(sizes.begin(), sizes.end(), 0ULL);
-    Progress* const filling = parent->getChildProgressSetTodo(fillingLabel, sumSizes);
+    pFilling = parent->getChildProgressSetTodo(fillingLabel, 100 * std::max(1ULL, sumSizes));
     for (const int size : sizes)
     {
+        stepsPerPercent = static_cast<std::uint64_t>(size);
+        const std::uint64_t doneAtEnd = pFilling->done + 100 * stepsPerPercent;
         hc_holeControlMain(size, size == sizes.front() || size == sizes.back());
-        filling->incProgressBy(static_cast<std::uint64_t>(size));
+        pFilling->incProgressEvenly(doneAtEnd - pFilling->done);
     }
-    filling->setDone(true);
+    pFilling->endVisit();
+    pFilling = nullptr;
 
     Progress* const integrating = parent->getChildProgressSetTodo(integratingLabel, 2);
     integrating->incProgressByOne();

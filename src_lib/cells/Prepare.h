@@ -1,6 +1,7 @@
 // Cell preparation: from the points of a cloud to a thin shell of cells, whose points become the mesh's vertices.
 #pragma once
 
+#include "base/Progress.h"
 #include "base/SimplePool.h"
 #include "lattice/Calc.h"
 #include "lattice/CellBricks.h"
@@ -73,6 +74,12 @@ private:
     std::vector<std::pair<RCD, Point3>> getRepresentatives() const;
     void storeKeptCells(const std::vector<std::pair<RCD, Point3>>& vRCDPoint);
 
+    /// A part of the steps of the present pass; they are divided by about the time that its steps take.
+    ProgressPart getPartOfPass(unsigned percent, std::uint64_t numItems) const
+    {
+        return {pFilling, percent * stepsPerPercent, numItems};
+    }
+
     // One pass of hole control (Prepare_holeControl.cpp): cells grow from the rim, and what bridges no gap is cut off.
     void hc_holeControlMain(int size, bool bFirstOrLast);
     std::vector<RCD> hc_findVolumeFills(const std::vector<RCD>& newCells) const;
@@ -96,6 +103,10 @@ public:
     Calc* pCalc; // not owned
     float sideLen;
     MIRT_TOOLS::SimplePool<Point3> poolVtx; // owns the points of vRCD2Vtxsrt
+
+private:
+    Progress* pFilling = nullptr; // the stage of hole control while it runs, else nobody counts
+    std::uint64_t stepsPerPercent = 0;
 };
 
 } // namespace MIRT_ZAV

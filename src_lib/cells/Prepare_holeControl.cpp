@@ -86,8 +86,10 @@ void Prepare::hc_holeControlMain(int size, bool bFirstOrLast)
     std::vector<RCD> pockets;
     {
         MarchZone zone = rcdmch_createZone(size);
+        getPartOfPass(10, 1).finish();
         rcdmch_getDist2RCD(zone, vDist2RCD);
         pockets = hc_findVolumeFills(zone.newCells);
+        getPartOfPass(10, 1).finish();
     }
     hc_addVolumeFills(pockets, vDist2RCD);
     hc_pruneDown(bFirstOrLast, vDist2RCD);
@@ -155,17 +157,20 @@ void Prepare::hc_pruneDown(bool bFirstOrLast, Distances& vDist2RCD)
     const std::vector<RCD> fill = getCells(vDist2RCD);
     std::vector<RCD> all = getUnion(vAllRCDsrt, fill);
     RemoveDeciderFast decider(all, pCalc);
+    getPartOfPass(5, 1).finish();
 
     // Only cells that stand in vDist2RCD can die by this; the shell is safe.
     std::vector<RCD> vKept, vKilled;
-    const auto prune = [&](PruningMode mode)
+    const auto prune = [&](PruningMode mode, unsigned percent)
     {
         Distances byDistance = vDist2RCD;
-        decider.pruneByDistance(mode, byDistance, vKept, vKilled);
+        ProgressPart part = getPartOfPass(percent, byDistance.size());
+        decider.pruneByDistance(mode, byDistance, vKept, vKilled, &part);
         cleanupDist2RCD(vKept, vDist2RCD);
+        part.finish();
     };
-    prune(PM_PRUNE_BORDERS);
-    prune(PM_PRUNE_AREA);
+    prune(PM_PRUNE_BORDERS, 20);
+    prune(PM_PRUNE_AREA, 10);
     std::vector<RCD> membranes = vKept;
 
     std::vector<RCD> vUnprotected;
@@ -173,7 +178,7 @@ void Prepare::hc_pruneDown(bool bFirstOrLast, Distances& vDist2RCD)
     sortMT(vUnprotected.begin(), vUnprotected.end());
     std::erase_if(vDist2RCD, [&vUnprotected](const std::pair<double, RCD>& entry)
                   { return !std::binary_search(vUnprotected.begin(), vUnprotected.end(), entry.second); });
-    prune(PM_PRUNE_BORDERS);
+    prune(PM_PRUNE_BORDERS, 5);
     removeVec(membranes, vKilled);
 
     updateBorder(decider, membranes, vBorderRCDsrt);
@@ -287,8 +292,10 @@ std::vector<RCD> Prepare::hc_removeFrayedRims(RemoveDeciderFast& decider, const 
 {
     std::vector<RCD> vCut;
     const long long maxPasses = 2LL * holeControlLimit;
+    ProgressPart part = getPartOfPass(10, 10); // mostly there are fewer rounds
     for (long long i = 0; i < maxPasses; ++i)
     {
+        part.reach(static_cast<std::uint64_t>(i));
         // A pass in the middle can only lose cells of its own, so its first cut is a bolder one. The first and the last
         // pass take loose strips of the earlier shell as well.
         std::vector<RCD> frayed = getFrayedCells(vBorderRCDsrt, i == 0 && !bFirstOrLast ? 100 : 30);

@@ -119,6 +119,7 @@ void requireRoomForZone(double numCells, int size, double side)
 void Prepare::rcdmch_getDist2RCD(MarchZone& zone, Distances& vDist2RCD) const
 {
     rcdmch_reachFromShell(zone);
+    getPartOfPass(5, 1).finish();
     rcdmch_march(zone);
     vDist2RCD.reserve(zone.newCells.size());
     for (size_t i = 0; i < zone.newCells.size(); ++i)
@@ -234,6 +235,7 @@ void Prepare::rcdmch_march(MarchZone& zone) const
         else
             bricks.prefetchAround(slot, zone.dists.data());
     };
+    ProgressPart part = getPartOfPass(20, zone.slots.size());
     while (!queue.empty())
     {
         const CellBricks::Slot slot = queue.pop(prefetch).value;
@@ -241,6 +243,7 @@ void Prepare::rcdmch_march(MarchZone& zone) const
         if (std::signbit(dist))
             continue; // an older entry of a cell that has been out before, at a lower distance
         zone.dists[slot] = -dist;
+        part.count();
         const std::uint32_t source = zone.sources[slot];
 
         const DistancesAround distances(zone.shellPoints[source], bricks.getCell(slot), *pCalc);
@@ -264,6 +267,7 @@ void Prepare::rcdmch_march(MarchZone& zone) const
             for (const unsigned position : facesByAxis)
                 reachNeig(position);
     }
+    part.finish();
 }
 
 } // namespace MIRT_ZAV

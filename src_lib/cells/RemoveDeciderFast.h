@@ -15,6 +15,8 @@
 namespace MIRT_ZAV
 {
 
+class ProgressPart;
+
 /// What pruneByDistance may kill.
 enum PruningMode
 {
@@ -93,9 +95,10 @@ public:
     /// \param vDist    distance and cell, in any unit; gets sorted by descending distance, then by cell
     /// \param vKept    becomes the cells of vDist that are alive in the end, sorted
     /// \param vKilled  becomes those that are dead in the end, sorted, those among them that were dead before
+    /// \param pPart    counts the cells of vDist as their first turn comes; or null
     /// \return the number of cells killed
     size_t pruneByDistance(PruningMode mode, std::vector<std::pair<double, RCD>>& vDist, std::vector<RCD>& vKept,
-                           std::vector<RCD>& vKilled);
+                           std::vector<RCD>& vKilled, ProgressPart* pPart = nullptr);
 
     /// Calls tryRemoveBorderCC for every connected piece of at most 40 border cells.
     /// \return the number of cells killed

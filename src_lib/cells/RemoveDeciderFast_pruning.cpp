@@ -2,6 +2,7 @@
 #include "cells/RemoveDeciderFast.h"
 
 #include "base/KeyHeap.h"
+#include "base/Progress.h"
 #include "base/sortMT.h"
 #include "base/vectorHelpers.h"
 #include "lattice/CellBricks.h"
@@ -258,7 +259,7 @@ public:
     }
 
     /// Kills the cells that the mode allows, one after the other.
-    void run(PruningMode mode)
+    void run(PruningMode mode, ProgressPart& part)
     {
         const auto prefetch = [this](int level, CellBricks::Slot slot) __attribute__((always_inline))
         {
@@ -273,6 +274,7 @@ public:
         while (!heap.empty())
         {
             const auto [slot, rank] = heap.pop(prefetch);
+            part.reach(rank); // nearly all distances differ
             const unsigned state = states[slot];
             if ((state & alive) == 0)
                 continue; // queued more than once, or dead from the start
@@ -325,7 +327,7 @@ private:
 } // namespace
 
 size_t RemoveDeciderFast::pruneByDistance(PruningMode mode, std::vector<Weighted>& vDist, std::vector<RCD>& vKept,
-                                          std::vector<RCD>& vKilled)
+                                          std::vector<RCD>& vKilled, ProgressPart* pPart)
 {
     vKept.clear();
     vKilled.clear();
@@ -337,7 +339,8 @@ size_t RemoveDeciderFast::pruneByDistance(PruningMode mode, std::vector<Weighted
     DistanceQueue queue(all);
     queue.setConfigurations(all, [this](RCD r) { return getConfiguration(r); });
     queue.push(vDist);
-    queue.run(mode);
+    ProgressPart uncounted(nullptr, 0, 0);
+    queue.run(mode, pPart != nullptr ? *pPart : uncounted);
 
     size_t numRemoved = 0;
     for (const RCD r : all)

@@ -62,15 +62,19 @@ void Top::unifyAllDiagonals()
 
 void Top::integrateBorders()
 {
-    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_itr", 3);
+    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_itr", 300);
     std::vector<CEdge*> vBorders;
     getBordersKillDeg1nn(vBorders);
-    progress->incProgressByOne();
+    progress->incProgressEvenly(100);
+    ProgressPart part(progress, 100, vBorders.size());
     for (CEdge* const e : vBorders)
+    {
         integrateCCD(e);
-    progress->incProgressByOne();
+        part.count();
+    }
+    part.finish();
     killTinyBorderPatches(40);
-    progress->incProgressByOne();
+    progress->incProgressEvenly(100);
     progress->setDone(true);
 }
 
@@ -84,16 +88,15 @@ void Top::solveRemainingPatchPairs()
 
 void Top::finish()
 {
-    // One step is announced and four are counted: what subscribers hear depends on both numbers.
-    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_fin", 1);
+    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_fin", 400);
     killTinyBorderPatches(100);
-    progress->incProgressByOne();
+    progress->incProgressEvenly(100);
     pCMesh->destroyPatches(); // nothing asks for patches from here on
-    progress->incProgressByOne();
+    progress->incProgressEvenly(100);
     orientAll();
-    progress->incProgressByOne();
+    progress->incProgressEvenly(100);
     repairDeg3();
-    progress->incProgressByOne();
+    progress->incProgressEvenly(100);
     progress->setDone(true);
 }
 
@@ -216,26 +219,24 @@ bool Top::moveOneCorner(const CTriangle* t, int firstCorner)
 
 void Top::cbsComplete(Voro* pVoro)
 {
-    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_cbcpl", 7);
+    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_cbcpl", 700);
     std::vector<CEdge*> vBorders, vDeg4;
     std::vector<CCD> vCells;
     getBordersKillDeg1nn(vBorders);
-    progress->incProgressByOne();
+    progress->incProgressEvenly(50);
     collectBorderCells(vBorders, vCells);
-    progress->incProgressByOne();
+    progress->incProgressEvenly(50);
     pCMesh->getDegN(4, vDeg4);
-    progress->incProgressByOne();
+    progress->incProgressEvenly(50);
     collectDeg4Cells(vDeg4, vCells);
-    progress->incProgressByOne();
+    progress->incProgressEvenly(50);
 
     oneInstance(vCells);
-    pCMesh = pVoro->meshAgain(vCells);
-    progress->incProgressByOne();
+    pCMesh = pVoro->meshAgain(vCells, progress, 300);
     pCMesh->averageBundles();
-    progress->incProgressByOne();
+    progress->incProgressEvenly(100);
     unifyDiagonals();
-    progress->incProgressByOne();
-    progress->setDone(true);
+    progress->endVisit();
 }
 
 namespace

@@ -15,6 +15,8 @@
 namespace MIRT_ZAV
 {
 
+class ProgressPart;
+
 /// The edges that hang together over common ends form one component, sorted by address. Components are appended in the
 /// order of their first edges.
 void createCC(std::vector<CEdge*> vEdges, std::vector<std::vector<CEdge*>>& vOut);
@@ -101,7 +103,7 @@ public:
     bool solveOnePatchPair(CPatch* p, CPatch* q, double meshArea);
     /// Splits closed double sheets, small ones first, and kills tiny bodies that stand alone.
     /// \return whether a split killed something; the bodies don't count
-    bool simplifyClosedPatches(std::vector<CPatch*>& vClosed, bool bStrict);
+    bool simplifyClosedPatches(std::vector<CPatch*>& vClosed, bool bStrict, ProgressPart& part);
     /// Kills regions of at most maxSize triangles around borders that are long for their size.
     void killTinyBorderPatches(size_t maxSize);
     /// Finds patches and winds the triangles of each alike. The winding spreads first over triangles whose edges all

@@ -29,24 +29,29 @@ bool Top::patchPairSolving(bool bStrict)
 {
     Progress* const progress = getThreadProgress()->getChildProgressSetTodo("TP_pps", 100);
     pCMesh->findPatches(nullptr);
-    progress->incProgressByOne();
+    progress->incProgressEvenly(40);
 
     std::vector<CPatch*> vPatches = pCMesh->vPatches, vClosed, vRest;
     std::vector<std::pair<CPatch*, CPatch*>> vPairs;
     getPatchPairs(vPatches, vPairs, vClosed, vRest);
     listMembers(vPairs, vClosed);
-    progress->incProgressByOne();
+    progress->incProgressEvenly(20);
 
     int numSolved = 0;
     const double meshArea = getAreaFor(vPairs);
+    ProgressPart part(progress, 10, vPairs.size());
     for (const auto& [p, q] : vPairs)
+    {
         if (solveOnePatchPair(p, q, meshArea))
             ++numSolved;
-    progress->incProgressByOne();
+        part.count();
+    }
+    part.finish();
 
-    if (simplifyClosedPatches(vClosed, bStrict))
+    ProgressPart partOfClosed(progress, 30, vClosed.size());
+    if (simplifyClosedPatches(vClosed, bStrict, partOfClosed))
         ++numSolved;
-    progress->incProgressByOne();
+    partOfClosed.finish();
     progress->setDone(true);
     return numSolved >= 1;
 }
@@ -138,7 +143,7 @@ bool isFreeStanding(const CPatch* patch)
 }
 } // namespace
 
-bool Top::simplifyClosedPatches(std::vector<CPatch*>& vClosed, bool bStrict)
+bool Top::simplifyClosedPatches(std::vector<CPatch*>& vClosed, bool bStrict, ProgressPart& part)
 {
     sortMT(vClosed.begin(), vClosed.end(),
            [](const CPatch* a, const CPatch* b)
@@ -146,6 +151,7 @@ bool Top::simplifyClosedPatches(std::vector<CPatch*>& vClosed, bool bStrict)
     bool bKilled = false;
     for (CPatch* const patch : vClosed)
     {
+        part.count();
         if (!patch->isAlive() || !patch->isClosed())
             continue;
         if (patch->getSize() <= 6 && isFreeStanding(patch))

@@ -87,19 +87,24 @@ void Voro::fatExtractTriangles()
     std::vector<unsigned long long> ambiguous;
     walkVertices(ambiguous);
 
-    Progress* const solving = getThreadProgress()->getChildProgressSetTodo("VO_amb", 2);
-    solveAmbiguousT(ambiguous);
-    solving->incProgressByOne();
+    const std::uint64_t todo = pAgain != nullptr ? stepsAgain / 2 : 200;
+    Progress* const stage = getThreadProgress()->getChildProgressSetTodo("VO_amb", todo);
+    Progress* const solving = pAgain != nullptr ? pAgain : stage;
+    ProgressPart part(solving, todo / 2, ambiguous.size() / recordLength);
+    solveAmbiguousT(ambiguous, &part);
+    part.finish();
     pCMesh->killDups();
-    solving->incProgressByOne();
-    solving->setDone(true);
+    solving->incProgressEvenly(todo - todo / 2);
+    stage->setDone(true);
 }
 
 /// Makes the triangles of all vertices but those of squares, which are appended as records.
 void Voro::walkVertices(std::vector<unsigned long long>& ambiguous)
 {
-    const std::uint64_t todo = 8 * vCCD.size(); // vertices, each counted for every cell that touches it
-    Progress* const walk = getThreadProgress()->getChildProgressSetTodo("VO_ftx", todo);
+    // Vertices, each counted for every cell that touches it.
+    const std::uint64_t todo = pAgain != nullptr ? stepsAgain / 2 : 8 * vCCD.size();
+    Progress* const stage = getThreadProgress()->getChildProgressSetTodo("VO_ftx", todo);
+    Progress* const walk = pAgain != nullptr ? pAgain : stage;
     ambiguous.reserve(2 * recordLength * vCCD.size()); // room for a flat sheet, seen from both sides
     std::vector<FoundTriangle> found;
     const size_t numBlocks = patterns.getNumBlocks();
@@ -108,10 +113,13 @@ void Voro::walkVertices(std::vector<unsigned long long>& ambiguous)
         const size_t last = std::min(numBlocks, first + blocksAtOnce);
         found.clear();
         findTriangles(first, last, found);
-        enterTriangles(found, ambiguous);
-        walk->incProgressBy(todo * last / numBlocks - todo * first / numBlocks);
+        const std::uint64_t numSteps = todo * last / numBlocks - todo * first / numBlocks;
+        walk->incProgressEvenly(numSteps / 2);
+        ProgressPart part(walk, numSteps - numSteps / 2, found.size());
+        enterTriangles(found, ambiguous, part);
+        part.finish();
     }
-    walk->setDone(true);
+    stage->setDone(true);
 }
 
 /// Appends the triangles of a range of blocks, in the order of their vertices.
@@ -136,10 +144,12 @@ void Voro::findTriangles(size_t firstBlock, size_t lastBlock, std::vector<FoundT
               });
 }
 
-void Voro::enterTriangles(const std::vector<FoundTriangle>& found, std::vector<unsigned long long>& ambiguous)
+void Voro::enterTriangles(const std::vector<FoundTriangle>& found, std::vector<unsigned long long>& ambiguous,
+                          ProgressPart& part)
 {
     for (size_t i = 0; i < found.size(); ++i)
     {
+        part.reach(i);
         const FoundTriangle& t = found[i];
         const auto& [a, b, c] = t.corners;
         if (!isSquare(t.config))
@@ -177,11 +187,13 @@ void Voro::orderByDiagonal(const unsigned long long* record, Square& square) con
     ZAV_ASSERT(Calc::getNeigType(square.c3, square.c0) == NT_EDGE, "pCalc->getNeigType(v3,v0)==NT_EDGE");
 }
 
-void Voro::solveAmbiguousT(std::vector<unsigned long long>& list)
+void Voro::solveAmbiguousT(std::vector<unsigned long long>& list, ProgressPart* pPart)
 {
     ZAV_ASSERT(list.size() % recordLength == 0, "vAmbiguousT.size()%8==0");
     for (size_t i = 0; i < list.size(); i += recordLength)
     {
+        if (pPart != nullptr)
+            pPart->reach(i / recordLength);
         Square s{};
         orderByDiagonal(&list[i], s);
         const VCD vertex = list[i + 6];
@@ -198,8 +210,10 @@ void Voro::solveAmbiguousT(std::vector<unsigned long long>& list)
     }
 }
 
-CMesh* Voro::meshAgain(std::vector<VCD>& vVCD)
+CMesh* Voro::meshAgain(std::vector<VCD>& vVCD, Progress* pStage, std::uint64_t numSteps)
 {
+    pAgain = pStage;
+    stepsAgain = numSteps;
     std::vector<CCD> vExtra, vRemove;
     createExtraCCDs_borderFix(vVCD, vExtra, vRemove);
     vCCD.insert(vCCD.end(), vExtra.begin(), vExtra.end());
@@ -207,6 +221,7 @@ CMesh* Voro::meshAgain(std::vector<VCD>& vVCD)
     removeRemovable(vRemove, vExtra);
     patterns = CellPatterns(*pCalc, vCCD);
     fatExtractTriangles();
+    pAgain = nullptr;
     for (const CCD c : vExtra)
         if (!pCMesh->hasBundle(c))
             pCMesh->addBundle(c, DBL_MAX, DBL_MAX, DBL_MAX); // starts in the cell's middle

@@ -25,6 +25,7 @@ namespace MIRT_ZAV
 {
 
 class CMesh;
+class ProgressPart;
 class RPatch;
 class Visualizer3;
 
@@ -191,8 +192,9 @@ public:
     int reduce(double maxLen2, double maxAngleDeg);
     /// Appends those collapses of the edges that are allowed, with their penalties: in the order of the edges, for each
     /// one the direction 0 before 1. Runs on all CPUs. Edges may be dead.
+    /// \param pPart  counts the edges; or null
     void getPrioqEntries(double maxAngleRad, double maxLen2, const std::vector<REdge*>& vEdges,
-                         std::vector<std::pair<double, RECandidate>>& vEntries) const;
+                         std::vector<std::pair<double, RECandidate>>& vEntries, ProgressPart* pPart = nullptr) const;
     /// What the collapse of an edge costs: 100 times the mean turn of the triangles that stay at the moving vertex, in
     /// radians, plus the root of the length in cells, plus 100 times the difference of the colours.
     /// \param which  see RECandidate; it goes by the ends that the edge has now
@@ -235,6 +237,7 @@ private:
     void killTrianglesOn(const REdge* pKillEdge);
     void getEdgesToMove(const std::vector<RTriangle*>& vT, Point3* pSrc, Point3* pTrg, std::vector<REdge*>& out) const;
     void moveEdge(REdge* pRE, Point3* pSrc, Point3* pTrg);
+    void collapseDegenerate();
     void queueUnvisitedNeighbours(RTriangle* pRT, std::vector<RTriangle*>& queue);
     Point3* collapseBest(const RTriangle* pRT);
     bool leaveOtherVertices(Point3& p, double limit) const;

@@ -144,17 +144,36 @@ void RMesh::queueUnvisitedNeighbours(RTriangle* pRT, std::vector<RTriangle*>& qu
 
 void RMesh::killDegenerate()
 {
-    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("RM_kdeg", 3 * vRT.size());
+    try
+    {
+        collapseDegenerate();
+    }
+    catch (...)
+    {
+        removeDups(); // a subscriber has cancelled: collapses until then have made some, too
+        throw;
+    }
+    removeDups();
+}
+
+void RMesh::collapseDegenerate()
+{
+    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("RM_kdeg", vRT.size());
     // Sound triangles needn't be queued: they stay sound unless a collapse changes them, which queues them then.
     std::vector<RTriangle*> stack;
-    collectMT(vRT.size(), stack,
-              [this](size_t begin, size_t end, std::vector<RTriangle*>& out)
-              {
-                  for (size_t i = begin; i < end; ++i)
-                      if (vRT[i]->isAlive() && isDegenerate(vRT[i]))
-                          out.push_back(vRT[i]);
-              });
-    progress->incProgressBy(vRT.size() - stack.size());
+    const size_t portion = std::max<size_t>(4096, vRT.size() / 32 + 1);
+    for (size_t first = 0; first < vRT.size(); first += portion)
+    {
+        const size_t numBefore = stack.size(), n = std::min(portion, vRT.size() - first);
+        collectMT(n, stack,
+                  [this, first](size_t begin, size_t end, std::vector<RTriangle*>& out)
+                  {
+                      for (size_t i = first + begin; i < first + end; ++i)
+                          if (vRT[i]->isAlive() && isDegenerate(vRT[i]))
+                              out.push_back(vRT[i]);
+                  });
+        progress->incProgressBy(n - (stack.size() - numBefore));
+    }
     while (!stack.empty())
     {
         RTriangle* const pRT = stack.back();
@@ -163,8 +182,7 @@ void RMesh::killDegenerate()
         if (pRT->isAlive() && isDegenerate(pRT))
             getIncidentT(collapseBest(pRT), stack);
     }
-    progress->stopClock();
-    removeDups();
+    progress->endVisit();
 }
 
 /// Collapses an edge at one of the triangle's corners: the one that turns the triangles around the corner least, of

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <exception>
 #include <functional>
-#include <thread>
 
 namespace MIRT_ZAV
 {
@@ -103,13 +102,14 @@ void RMesh::getEdgeFlipCandidates_MT(const std::vector<REdge*>& vInRE, double mi
         std::vector<size_t> vPostponed;
         void operator()(int) { pRMesh->getEdgeFlipCandidates_MT_priv(vInRE, from, to, vImpRE, vPostponed); }
     };
-    const size_t chunkSize = std::max<size_t>(100, vInRE.size() / std::max(1u, std::thread::hardware_concurrency()));
+    const size_t numWanted = std::max<size_t>(64, 4 * static_cast<size_t>(getGlobalNumCPU())); // many, for progress
+    const size_t chunkSize = std::max<size_t>(100, vInRE.size() / numWanted);
     std::vector<Chunk> vChunks;
     for (size_t from = 0; from < vInRE.size(); from += chunkSize)
         vChunks.push_back({this, vInRE, vImpRE, from, std::min(vInRE.size(), from + chunkSize), {}});
 
     Progress* const progress =
-        getThreadProgress()->getChildProgressSetTodo(getCandidateStage(temperature), 5 * vChunks.size());
+        getThreadProgress()->getChildProgressSetTodo(getCandidateStage(temperature), vChunks.size());
     runTasks(vChunks, [progress] { progress->incProgressByOne(); });
     for (const Chunk& chunk : vChunks)
         for (const size_t i : chunk.vPostponed)
@@ -120,9 +120,7 @@ void RMesh::getEdgeFlipCandidates_MT(const std::vector<REdge*>& vInRE, double mi
         }
     keepCandidates(minImprovement, temperature, vImpRE);
     sortByGain(vImpRE);
-    if (temperature > 0.0)
-        progress->setDone(true);
-    progress->stopClock();
+    progress->endVisit();
 }
 
 /// Fills the normals of all triangles, so that threads only read them afterwards.
@@ -229,7 +227,9 @@ void RMesh::flipEdges()
     MIRT_TOOLS::StableQueue<double, FlipCandidate, std::greater<double>> queue;
     queue.pushAll(vCand, [evaluatedAt](REdge* pRE) { return FlipCandidate{pRE, evaluatedAt}; });
 
-    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("efLoop", 3 * vEdges.size());
+    // A candidate counts when it is through, flipped or not.
+    Progress* const progress =
+        getThreadProgress()->getChildProgressSetTodo("efLoop", std::max<size_t>(1, vCand.size()));
     while (!queue.empty())
     {
         const auto [savedImprovement, candidate] = queue.front();
@@ -249,9 +249,14 @@ void RMesh::flipEdges()
                 allChangedAt = ++numFlips;
             }
         }
+        if (freshImprovement < savedImprovement && freshImprovement > leastGain)
+        {
+            queue.push(freshImprovement, {pRE, numFlips});
+            continue;
+        }
+        progress->incProgressByOne();
         if (freshImprovement >= savedImprovement)
         {
-            progress->incProgressByOne();
             ZAV_ASSERT(freshImprovement >= 0, "freshImprovement>=0");
             ZAV_ASSERT(pRE->getDegree() == 2, "pRE->getDegree()==2");
             if (const REdge* const pNew = pRE->tryFlipEdge(this, nullptr, nullptr))
@@ -261,11 +266,9 @@ void RMesh::flipEdges()
                     noteChange(pRT, numFlips);
             }
         }
-        else if (freshImprovement > leastGain)
-            queue.push(freshImprovement, {pRE, numFlips});
     }
     killDegenerate();
-    progress->setDone(true);
+    progress->endVisit();
 }
 
 void edgeFlipsSimA(RMesh* pRMesh, double temperature)

@@ -140,16 +140,25 @@ void RMesh::createREC_MT(const std::vector<REdge*>& vEdges, size_t from, size_t 
 }
 
 void RMesh::getPrioqEntries(double maxAngleRad, double maxLen2, const std::vector<REdge*>& vEdges,
-                            std::vector<PenaltyCandidate>& vEntries) const
+                            std::vector<PenaltyCandidate>& vEntries, ProgressPart* pPart) const
 {
     constexpr size_t leastForThreads = 3600;
     vEntries.reserve(vEntries.size() + 2 * vEdges.size()); // touches no memory yet
-    const auto evaluate = [&](size_t from, size_t to, std::vector<PenaltyCandidate>& out)
-    { createREC_MT(vEdges, from, to, maxLen2, maxAngleRad, out); };
     if (vEdges.size() < leastForThreads)
-        evaluate(0, vEdges.size(), vEntries);
-    else
-        collectMT(vEdges.size(), vEntries, evaluate);
+    {
+        createREC_MT(vEdges, 0, vEdges.size(), maxLen2, maxAngleRad, vEntries);
+        return;
+    }
+    const size_t portion = std::max(leastForThreads, vEdges.size() / 32 + 1);
+    for (size_t first = 0; first < vEdges.size(); first += portion)
+    {
+        const size_t n = std::min(portion, vEdges.size() - first);
+        collectMT(n, vEntries,
+                  [&, first](size_t from, size_t to, std::vector<PenaltyCandidate>& out)
+                  { createREC_MT(vEdges, first + from, first + to, maxLen2, maxAngleRad, out); });
+        if (pPart != nullptr)
+            pPart->reach(first + n);
+    }
 }
 
 namespace
@@ -192,7 +201,7 @@ private:
         collapses
     };
 
-    void pushGeneration(const std::vector<REdge*>& vEdges);
+    void pushGeneration(const std::vector<REdge*>& vEdges, ProgressPart* pPart = nullptr);
     void pushSome(const std::vector<REdge*>& vEdges);
     std::uint64_t getArrival(const RECandidate& candidate) const;
     bool hasCopy(const RECandidate& candidate) const;
@@ -255,19 +264,19 @@ void Reduction::findBorder()
 
 void Reduction::fillQueue()
 {
-    Progress* const stage = getThreadProgress()->getChildProgressSetTodo("RM_redprioq", 2);
-    pushGeneration(mesh.vRE);
-    stage->incProgressBy(2);
-    stage->stopClock();
+    Progress* const stage = getThreadProgress()->getChildProgressSetTodo("RM_redprioq", 200);
+    ProgressPart part(stage, 150, mesh.vRE.size());
+    pushGeneration(mesh.vRE, &part);
+    stage->endVisit();
 }
 
 /// Begins a generation that evaluates these edges, in the order of creation; all others have copies in it.
-void Reduction::pushGeneration(const std::vector<REdge*>& vEdges)
+void Reduction::pushGeneration(const std::vector<REdge*>& vEdges, ProgressPart* pPart)
 {
     const auto generation = static_cast<std::int16_t>(vGenerations.size());
     vGenerations.push_back({queue.takeArrivals(2 * mesh.vRE.size()), numCollapses});
     std::vector<PenaltyCandidate> vEntries;
-    mesh.getPrioqEntries(maxAngleRad, maxLen2, vEdges, vEntries);
+    mesh.getPrioqEntries(maxAngleRad, maxLen2, vEdges, vEntries, pPart);
     for (auto& [penalty, candidate] : vEntries)
     {
         candidate.generation = generation;
@@ -495,7 +504,7 @@ int Reduction::processQueue()
         if (isRefreshDue())
             refresh();
     }
-    progress->setDone(true);
+    progress->endVisit();
     return numKilled;
 }
 } // namespace

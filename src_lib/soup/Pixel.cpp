@@ -155,25 +155,23 @@ std::vector<size_t> distribute(std::span<Point3> points, const Calc& calc)
     return ends;
 }
 
-/// Sorts points by their cells, all of which differ. Nearly in place: the memory of one array of points is most of what
-/// rasterisation needs.
-void sortByCell(std::span<Point3> points, const Calc& calc)
+/// The second half: sorts the points of some buckets by their cells, all of which differ. Nearly in place: the memory of
+/// one array of points is most of what rasterisation needs.
+void sortBuckets(std::span<Point3> points, const Calc& calc, const std::vector<size_t>& ends, size_t first, size_t last)
 {
-    if (points.empty())
-        return;
-    const std::vector<size_t> ends = distribute(points, calc);
-    ParallelLoop()(ends.size(),
-                   [&](size_t bucket)
+    ParallelLoop()(last - first,
+                   [&](size_t i)
                    {
+                       const size_t bucket = first + i;
                        const size_t begin = bucket == 0 ? 0 : ends[bucket - 1];
                        const std::span<Point3> part = points.subspan(begin, ends[bucket] - begin);
                        std::vector<std::pair<RCD, size_t>> order(part.size());
-                       for (size_t i = 0; i < part.size(); ++i)
-                           order[i] = {calc.getRCD(&part[i]), i};
+                       for (size_t k = 0; k < part.size(); ++k)
+                           order[k] = {calc.getRCD(&part[k]), k};
                        radix::sortByKey(order.data(), order.data() + order.size());
                        const std::vector<Point3> unsorted(part.begin(), part.end());
-                       for (size_t i = 0; i < part.size(); ++i)
-                           part[i] = unsorted[order[i].second];
+                       for (size_t k = 0; k < part.size(); ++k)
+                           part[k] = unsorted[order[k].second];
                    });
 }
 } // namespace
@@ -298,19 +296,33 @@ void Pixel::pixelTriangles(std::vector<Point3>& vOut, std::vector<std::pair<CCD,
     const size_t numOnEdges = vPixels.size();
     claimFaces(vPixels);
 
-    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("oifc", 1);
-    sortByCell(std::span(vPixels).subspan(numOnEdges), *pCalc);
-    progress->setDone(true);
-
+    sortFaces(std::span(vPixels).subspan(numOnEdges), numOnEdges);
     // Cells were claimed as soon as their points were found, so that no cell comes twice.
-    Progress* const forEdges = getThreadProgress()->getChildProgressSetTodo("mandiffe", numOnEdges);
-    const size_t numInFaces = vPixels.size() - numOnEdges;
     if (vOut.empty()) // the usual case, without a second copy
         vOut.swap(vPixels);
     else
         vOut.insert(vOut.end(), vPixels.begin(), vPixels.end());
-    forEdges->setDone(true);
-    getThreadProgress()->getChildProgressSetTodo("mandiffa", numInFaces)->setDone(true);
+}
+
+/// Puts the points of faces in the order of their cells. Those of edges stay as they are, and their stage passes.
+void Pixel::sortFaces(std::span<Point3> points, size_t numOnEdges) const
+{
+    const auto enter = [](const char* stage, size_t todo)
+    { return getThreadProgress()->getChildProgressSetTodo(stage, todo); };
+    Progress* const progress = enter("oifc", 100);
+    const std::vector<size_t> ends = points.empty() ? std::vector<size_t>() : distribute(points, *pCalc);
+    progress->endVisit();
+    enter("mandiffe", numOnEdges)->endVisit();
+
+    Progress* const forFaces = enter("mandiffa", points.size());
+    const size_t atOnce = 8 * static_cast<size_t>(getGlobalNumCPU());
+    for (size_t first = 0; first < ends.size(); first += atOnce)
+    {
+        const size_t last = std::min(ends.size(), first + atOnce);
+        sortBuckets(points, *pCalc, ends, first, last);
+        forFaces->incProgressEvenly(ends[last - 1] - (first == 0 ? 0 : ends[first - 1]));
+    }
+    forFaces->setDone(true);
 }
 
 /// A triangle that touches more cells than an int counts can't become a cloud. The greatest cut through a cell has the
@@ -354,15 +366,18 @@ double Pixel::getFoldAngle(size_t run) const
 /// \param vNonFeat  first entries, in vEdge2Tri, of the edges that are no features
 void Pixel::splitEdges(double featureAngle, std::vector<FeatureRecord>& vFE, std::vector<size_t>& vNonFeat)
 {
-    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("dih2e", vEdge2Tri.size());
+    Progress* const progress = getThreadProgress()->getChildProgressSetTodo("dih2e", 4 * vEdge2Tri.size());
     ParallelLoop()(triangles.size(), [this](size_t i) { triangles[i].prepareNormal(); });
+    progress->incProgressEvenly(vEdge2Tri.size());
     for (const auto& [pA, rest] : vEdge2Tri) // reports triangles without a normal, on the caller's thread
         if (!rest.second->hasNormal())
             rest.second->getNNV(pA, rest.first);
+    progress->incProgressEvenly(vEdge2Tri.size());
 
     const size_t n = vEdge2Tri.size();
     std::vector<double> angles(n); // of the edges, at their first entries
     ParallelLoop()(n, [&](size_t i) { angles[i] = isFirstOfRun(i) ? getFoldAngle(i) : 0.0; });
+    progress->incProgressEvenly(n);
     for (size_t i = 0; i < n; ++i)
     {
         if (!isFirstOfRun(i))

@@ -12,6 +12,7 @@
 #include "soup/Tri.h"
 
 #include <array>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -133,6 +134,7 @@ public:
 
 private:
     void linkEdge2T(const std::vector<Point3*>& vCorners);
+    void sortFaces(std::span<Point3> points, size_t numOnEdges) const;
     void bfsSort();
     bool isFirstOfRun(size_t i) const;
     void linkRuns(std::vector<std::array<size_t, 3>>& runs) const;

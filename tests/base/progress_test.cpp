@@ -1,6 +1,7 @@
 #include "base/Progress.h"
 #include "helpers/capture.h"
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -151,4 +152,75 @@ TEST(Root, ResetKeepsTheSubscriber)
     tree.root.getChildProgressSetTodo("x", 1)->incProgressByOne();
     EXPECT_EQ(tree.recorder.lastName, "Second");
     EXPECT_EQ(tree.recorder.fractions, (std::vector<double>{1.0, 1.0}));
+}
+
+TEST(Root, IsEmptyAfterARunThatFailed)
+{
+    Tree tree({1.0});
+    tree.root.getChildProgressSetTodo("a", 2)->incProgressByOne();
+    tree.root.abandonRun();
+    EXPECT_EQ(tree.root.getName(), "empty");
+    EXPECT_EQ(tree.recorder.fractions, std::vector<double>{0.5}); // no 1
+    EXPECT_EQ(tree.root.getTimings().size(), 2u);
+}
+
+TEST(Visits, ShareAStageEqually)
+{
+    Tree tree({});
+    tree.root.createChild("a", 1.0, 3);
+    const auto visit = [&tree](int todo, int numSteps)
+    {
+        Progress* const stage = tree.root.getChildProgressSetTodo("a", std::uint64_t(todo));
+        for (int i = 0; i < numSteps; ++i)
+            stage->incProgressByOne();
+        stage->endVisit();
+        return stage->getFrac();
+    };
+    EXPECT_DOUBLE_EQ(visit(1000, 1000), 1.0 / 3.0);
+    EXPECT_NEAR(visit(10, 3), 2.0 / 3.0, 0.05); // steps that didn't come count at the end
+    EXPECT_EQ(visit(5000, 0), 1.0);
+    EXPECT_EQ(visit(70, 70), 1.0); // one more than expected has nothing left to fill
+    EXPECT_TRUE(std::is_sorted(tree.recorder.fractions.begin(), tree.recorder.fractions.end()));
+}
+
+TEST(Evenly, ManyStepsAtOnceAreHeardInSmallOnes)
+{
+    Tree tree({1.0, 3.0});
+    Progress* const stage = tree.root.getChildProgressSetTodo("a", 1000);
+    stage->incProgressEvenly(700);
+    EXPECT_EQ(tree.recorder.fractions.size(), 35u); // as one by one
+    stage->incProgressEvenly(1000000);
+    EXPECT_EQ(tree.recorder.fractions.size(), 50u);
+    EXPECT_EQ(stage->getFrac(), 1.0);
+}
+
+TEST(Part, SpreadsItsStepsOverItems)
+{
+    for (const std::uint64_t numItems : {1, 3, 100, 12345})
+        for (const std::uint64_t numSteps : {0, 1, 80, 500})
+        {
+            Tree tree({1.0});
+            Progress* const stage = tree.root.getChildProgressSetTodo("a", 1000);
+            ProgressPart part(stage, numSteps, numItems);
+            for (std::uint64_t i = 1; i <= numItems; ++i)
+            {
+                part.count();
+                const double expected = double(numSteps) * double(i) / double(numItems);
+                ASSERT_NEAR(double(stage->done), expected, 1.0 + double(numSteps) / 100.0) << numItems << ' ' << i;
+                ASSERT_LE(double(stage->done), expected + 1e-9);
+            }
+            EXPECT_EQ(stage->done, numSteps);
+            part.reach(5);
+            part.reach(10 * numItems);
+            part.finish();
+            EXPECT_EQ(stage->done, numSteps);
+
+            ProgressPart rest(stage, 100, numItems);
+            rest.finish();
+            EXPECT_EQ(stage->done, numSteps + 100);
+        }
+    ProgressPart nobody(nullptr, 10, 10);
+    for (int i = 0; i < 20; ++i)
+        nobody.count();
+    nobody.finish();
 }
