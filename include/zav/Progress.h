@@ -15,6 +15,10 @@ public:
     virtual ~ProgressBase();
     /// Called on the thread that runs the operation, with the lock of the progress tree held: it should return soon and
     /// must not call back into the library.
+    ///
+    /// An exception that it throws cancels the operation: it passes to the operation's caller as it is, once all threads
+    /// are through with what they were doing. The next operation starts afresh. A mesh that was being changed stays
+    /// usable, somewhere between what it was and what it would have become.
     /// \param name      what runs, e.g. "Reconstruct"
     /// \param fraction  the part done, 0 to 1
     virtual void update(const std::string& name, double fraction) = 0;

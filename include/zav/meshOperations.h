@@ -1,8 +1,8 @@
 // Public functions that change a mesh.
 //
-// Each call is a run with its own progress, unless the calling thread is in the middle of another: then it shows as
-// stages of that one. A run that failed stays open, and so does estimateAvgSpacing; a call after one of these goes on
-// with its progress. A null mesh ends in ZavBugException.
+// Each call is a run with its own progress, whatever came before it, also a run that failed or was cancelled. Only where
+// an operation calls another one, as edgeFlipsSimA does, the inner one shows as stages of the outer. A null mesh ends in
+// ZavBugException.
 #pragma once
 
 #include "Mesh.h"

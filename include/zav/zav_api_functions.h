@@ -51,11 +51,12 @@ ZAV_API void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, doub
 ZAV_API MeshPtr melt(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle);
 
 /// The detected average point spacing in input units; -1.0 for an empty cloud. Costs a whole intake with hole control
-/// off. The run stays open: the last fraction that a subscriber hears is about 2/3, so don't wait for 1.0.
+/// off. The last fraction that a subscriber hears is about 2/3, so don't wait for 1.0.
 ZAV_API double estimateAvgSpacing(std::vector<Point3>& points);
 
 /// From now on the object hears of the progress of the calling thread's runs. It isn't owned and has to live until this
-/// thread runs the library no more, or another object takes its place: null is ignored.
+/// thread runs the library no more, or another object takes its place: null is ignored. A run that fails or that the
+/// object cancels changes nothing about that.
 ZAV_API void subscribe(ProgressBase* pProgress);
 
 /// The stages of the calling thread's last run with their times: the run itself first, then each stage in the order in
@@ -63,11 +64,13 @@ ZAV_API void subscribe(ProgressBase* pProgress);
 ZAV_API std::vector<StageTiming> getStageTimings();
 
 /// Sets the number of threads that the library uses from now on; 0 means the hardware's number, a negative value warns
-/// and changes nothing. Thread pools that exist keep their threads until destroySingletons(). To be called before work
-/// starts: the value has no lock.
+/// and changes nothing. At most 4 times the hardware's number is taken, with a warning once in a process;
+/// getGlobalNumCPU() gives the number in force. Where the system gives fewer threads, the library works with those.
+/// Thread pools that exist keep their threads until destroySingletons(). To be called before work starts.
 ZAV_API void setGlobalNumCPU(int numCPU);
 
-/// Ends the thread pools, for example before unloading the library. They come back on demand.
+/// Ends the thread pools, for example before unloading the library. They come back on demand. May be called at any time:
+/// a pool that another thread is using goes on for that thread and ends when its work is done.
 ZAV_API void destroySingletons();
 
 /// Subtracts the middle of the bounding box, which brings a far cloud, such as one in map coordinates, to the origin,

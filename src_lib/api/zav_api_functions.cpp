@@ -1,6 +1,7 @@
 #include "zav/zav_api_functions.h"
 
 #include "api/Hal.h"
+#include "api/OwnRun.h"
 #include "base/Progress.h"
 #include "base/ctpl.h"
 #include "base/memoryLimits.h"
@@ -36,15 +37,12 @@ void requireMemoryForCells(const std::vector<Point3>& vCorners, double spacing, 
 
 MeshPtr reconstruct(std::vector<Point3>& points, double spacing, double spacingFactor, int holeControlLimit)
 {
-    progressForReco();
-    MeshPtr pMesh;
-    {
-        CloudMgr cloudMgr;
-        cloudMgr.setInputPoints(points, spacing, spacingFactor, false, noFeatureAngle, nullptr, holeControlLimit);
-        Hal hal(&cloudMgr);
-        pMesh = hal.reconstruct();
-        getThreadProgress()->finishRun();
-    }
+    const OwnRun run(progressForReco);
+    CloudMgr cloudMgr;
+    cloudMgr.setInputPoints(points, spacing, spacingFactor, false, noFeatureAngle, nullptr, holeControlLimit);
+    Hal hal(&cloudMgr);
+    MeshPtr pMesh = hal.reconstruct();
+    run.finish();
     return pMesh;
 }
 
@@ -81,33 +79,33 @@ MeshPtr reconstruct_abs(std::vector<Point3>& points, double spacing, int holeCon
 void toCloud(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle, std::vector<Point3>& vOut)
 {
     requireMemoryForCells(vTriangleCorners, spacing, 150.0, "A cloud of these triangles"); // measured
-    progressForCloud();
+    const OwnRun run(progressForCloud);
     CloudMgr cloudMgr;
     cloudMgr.setInputPoints(vTriangleCorners, spacing, notGiven, true, featureAngle, nullptr, -1);
     Hal hal(&cloudMgr);
     std::vector<Point3*> vPtr;
     hal.toCloud(vPtr);
     vOut.reserve(vOut.size() + vPtr.size());
+    run.finish(); // the last place to cancel: until here nothing has changed
     for (const Point3* const p : vPtr)
         vOut.push_back(*p);
-    getThreadProgress()->finishRun();
 }
 
 MeshPtr melt(std::vector<Point3>& vTriangleCorners, double spacing, double featureAngle)
 {
     requireMemoryForCells(vTriangleCorners, spacing, 1400.0, "A mesh of these triangles"); // measured
-    progressForMelt();
+    const OwnRun run(progressForMelt);
     CloudMgr cloudMgr;
     cloudMgr.setInputPoints(vTriangleCorners, spacing, notGiven, true, featureAngle, nullptr, -1);
     Hal hal(&cloudMgr);
     MeshPtr pMesh = hal.oneMelt();
-    getThreadProgress()->finishRun();
+    run.finish();
     return pMesh;
 }
 
 double estimateAvgSpacing(std::vector<Point3>& points)
 {
-    progressForEstimation();
+    const OwnRun run(progressForEstimation); // not finished: subscribers don't hear 1
     CloudMgr cloudMgr;
     return cloudMgr.setInputPoints(points, notGiven, 1.0, false, noFeatureAngle, nullptr, -1);
 }
