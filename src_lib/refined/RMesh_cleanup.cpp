@@ -150,7 +150,7 @@ void RMesh::killDegenerate()
     }
     catch (...)
     {
-        removeDups(); // a subscriber has cancelled: collapses until then have made some, too
+        removeDups(); // the collapses until then, before a subscriber cancelled, have made some, too
         throw;
     }
     removeDups();

@@ -102,7 +102,7 @@ void RMesh::getEdgeFlipCandidates_MT(const std::vector<REdge*>& vInRE, double mi
         std::vector<size_t> vPostponed;
         void operator()(int) { pRMesh->getEdgeFlipCandidates_MT_priv(vInRE, from, to, vImpRE, vPostponed); }
     };
-    const size_t numWanted = std::max<size_t>(64, 4 * static_cast<size_t>(getGlobalNumCPU())); // many, for progress
+    const size_t numWanted = std::max<size_t>(32, 4 * static_cast<size_t>(getGlobalNumCPU())); // many, for progress
     const size_t chunkSize = std::max<size_t>(100, vInRE.size() / numWanted);
     std::vector<Chunk> vChunks;
     for (size_t from = 0; from < vInRE.size(); from += chunkSize)
