@@ -1,6 +1,6 @@
 // Runs the built tool as a user would and looks at its exit codes, its output and its files.
-#include "helpers/capture.h"
 #include "helpers/plain_files.h"
+#include "helpers/tool.h"
 
 #include <gtest/gtest.h>
 
@@ -8,13 +8,11 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -22,43 +20,11 @@ using test::bytesOf, test::Point3, test::raw;
 
 namespace
 {
-struct Outcome
+using test::countLines;
+using test::Outcome;
+
+class Tool : public test::InToolDirectory
 {
-    int exitCode;
-    std::string out;
-    std::string err;
-};
-
-size_t countLines(const std::string& text)
-{
-    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-}
-
-class Tool : public test::InDirectory
-{
-protected:
-    Outcome run(const std::string& arguments)
-    {
-        const std::string command =
-            "cd '" + directory.string() + "' && " + limit + "'" ZAV_TOOL "' " + arguments + " >stdout.txt 2>stderr.txt";
-        const int status = std::system(command.c_str());
-        Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf("stdout.txt"), contentOf("stderr.txt")};
-        fs::remove(directory / "stdout.txt");
-        fs::remove(directory / "stderr.txt");
-        return outcome;
-    }
-
-    void write(const std::string& name, const std::string& content)
-    {
-        std::ofstream(directory / name, std::ios::binary) << content;
-    }
-
-    size_t countFiles()
-    {
-        return static_cast<size_t>(std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
-    }
-
-    std::string limit; // shell commands that limit what the tool may use
 };
 
 /// The words behind a label of "zav info".
