@@ -49,7 +49,7 @@ void runConvert(const ConvertOptions& options)
     Cloud cloud = readCloud(options.input, options.bQuiet);
     if (!options.bQuiet)
         tellLosses(options, cloud);
-    writePoints(output, cloud.points, Coordinates::exact, options.bAscii, options.bQuiet);
+    writePoints(output, cloud.points, Coordinates::exact, options.bAscii);
     if (!options.bQuiet)
         std::printf("%s: %zu points\n", options.output.c_str(), cloud.points.size());
 }

@@ -1,5 +1,6 @@
 #include "files.h"
 
+#include "SafeOutput.h"
 #include "console.h"
 #include "plyHeader.h"
 
@@ -11,7 +12,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -337,42 +337,7 @@ Triangles readTriangles(const std::string& path, bool bQuiet)
     return triangles;
 }
 
-SafeOutput::SafeOutput(const std::string& pathArg) : given(pathArg), path(pathArg)
-{
-    std::error_code ignored;
-    for (int i = 0; i < 40 && fs::is_symlink(path, ignored); ++i) // the file behind a link is replaced, not the link
-        path = (fs::path(path).parent_path() / fs::read_symlink(path, ignored)).string();
-    if (fs::exists(path, ignored) && !fs::is_regular_file(path, ignored))
-        throw Failure(given + (fs::is_directory(path, ignored) ? " is a directory" : " is no ordinary file") +
-                      "; give the name of a file");
-    const size_t dot = given.rfind('.'); // also of a name that is nothing but its ending
-    temporary = path + ".part" + std::to_string(getpid()) + (dot == std::string::npos ? "" : given.substr(dot));
-    errno = 0;
-    if (!std::ofstream(temporary))
-        throw Failure(given + " can't be written (" + std::strerror(errno) + "); choose another place");
-    fs::remove(temporary, ignored);
-}
-
-SafeOutput::~SafeOutput()
-{
-    std::error_code ignored;
-    fs::remove(temporary, ignored);
-}
-
-void SafeOutput::writeBy(const std::function<bool(const std::string& path)>& write)
-{
-    if (!write(temporary))
-        throw Failure(given + " couldn't be written completely; check the space on the disk");
-    std::error_code problem;
-    if (const fs::file_status before = fs::status(path, problem); fs::exists(before))
-        fs::permissions(temporary, before.permissions(), problem);
-    fs::rename(temporary, path, problem);
-    if (problem)
-        throw Failure(given + " couldn't be replaced (" + problem.message() + "); choose another place");
-}
-
-void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coordinates coordinates, bool bAscii,
-                 bool bQuiet)
+void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coordinates coordinates, bool bAscii)
 {
     const auto write = [&](const std::string& path)
     {
@@ -380,7 +345,8 @@ void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coor
             return PlyPoints(points, coordinates, bAscii).write(path);
         return MIRT_ZAV::writePoints_auto(path, points, bAscii);
     };
-    callLibrary(bQuiet, "check the space on the disk", [&] { output.writeBy(write); });
+    // Of a failure the tool says all that there is to say.
+    callLibrary(true, "check the space on the disk", [&] { output.writeBy(write); });
 }
 
 void refuseSameFile(const std::string& input, const std::string& output)

@@ -1,11 +1,12 @@
 // Files as the tool handles them: nothing is read that is obviously broken, nothing is overwritten by a failed run.
 #pragma once
 
+#include "SafeOutput.h"
+
 #include <Point3.h>
 
 #include <cstdint>
 #include <fstream>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -65,29 +66,6 @@ struct Triangles
 /// \throws Failure     when the file can't be read, is cut short or holds no finite triangle
 Triangles readTriangles(const std::string& path, bool bQuiet);
 
-/// An output file that appears under its name only when it is complete: it is written under a name beside it and
-/// renamed at the end. A run that fails, or is killed, leaves what stood there before.
-class SafeOutput
-{
-public:
-    /// Tries the place at once: a long run shouldn't find out at its end that it can't be written.
-    /// \throws Failure  when nothing can be written there
-    explicit SafeOutput(const std::string& path);
-    ~SafeOutput();
-    SafeOutput(const SafeOutput&) = delete;
-    SafeOutput& operator=(const SafeOutput&) = delete;
-
-    /// \param write  writes to the path it gets, which ends like the constructor's: writers go by the ending. False for
-    ///               a failure
-    /// \throws Failure  when it didn't write everything, or the file can't take its place
-    void writeBy(const std::function<bool(const std::string& path)>& write);
-
-private:
-    std::string given;     // the name that the user knows
-    std::string path;      // where the file goes, links resolved
-    std::string temporary; // beside it
-};
-
 /// How a PLY file holds coordinates.
 enum class Coordinates
 {
@@ -98,8 +76,7 @@ enum class Coordinates
 /// Writes points in the format of the output's name. PLY files get the points' colours if there are any.
 /// \param bAscii  the text form of a PLY file
 /// \throws Failure  when the file can't be written
-void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coordinates coordinates, bool bAscii,
-                 bool bQuiet);
+void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coordinates coordinates, bool bAscii);
 
 /// \throws WrongUsage  when both names mean the same file
 void refuseSameFile(const std::string& input, const std::string& output);

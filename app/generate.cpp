@@ -26,7 +26,7 @@ void runGenerate(const GenerateOptions& options)
     checkPointOutput(options.output, options.bAscii);
     SafeOutput output(options.output);
     std::vector<MIRT_ZAV::Point3> points = scan(options.scan);
-    writePoints(output, points, Coordinates::asFloats, options.bAscii, options.bQuiet);
+    writePoints(output, points, Coordinates::asFloats, options.bAscii);
     if (!options.bQuiet)
         std::printf("%s: %zu points\n", options.output.c_str(), points.size());
 }

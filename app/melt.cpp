@@ -67,7 +67,7 @@ void runCloud(const MeltOptions& options)
     if (points.empty())
         throw Failure("no points came out of " + options.input + "; its triangles have no area");
     const Stopwatch writing;
-    writePoints(output, points, Coordinates::asFloats, options.run.bAscii, options.run.bQuiet);
+    writePoints(output, points, Coordinates::asFloats, options.run.bAscii);
     timings.setWriting(writing);
     if (options.run.bTimings)
         timings.print();

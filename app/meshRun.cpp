@@ -132,8 +132,9 @@ void writeMesh(const MIRT_ZAV::MeshPtr& mesh, SafeOutput& output, const std::str
                const RunOptions& options, Timings& timings)
 {
     const Stopwatch writing;
+    // Of a failure the tool says all that there is to say.
     callLibrary(
-        options.bQuiet, "check the space on the disk",
+        true, "check the space on the disk",
         [&] { output.writeBy([&](const std::string& name) { return writeMeshFile(mesh, name, options.bAscii); }); });
     timings.setWriting(writing);
     if (options.bTimings)
