@@ -47,12 +47,18 @@ public:
     /// The warnings and errors so far, one line each, without colours.
     std::vector<std::string> getProblems();
 
+    /// Writes the warnings and errors so far on standard error, and takes no memory for it. Nothing where no object
+    /// lives.
+    static void tellAtBitterEnd();
+
 private:
     /// Takes text from several threads: the library's workers print, too.
     class Collector : public std::streambuf
     {
     public:
+        Collector() { collected.reserve(4096); }
         std::string getText();
+        void tellProblems();
 
     protected:
         int_type overflow(int_type character) override;
@@ -67,6 +73,10 @@ private:
     std::streambuf* const standardOutput;
     std::streambuf* const standardError;
 };
+
+/// The library ends the process by itself where memory is out, and an exception that nobody catches does. Both then end
+/// in one sentence, with exit code 1 and without a half-written output. To be called once.
+void prepareForBitterEnds();
 
 /// Runs a piece of work with the library's messages held back. Its warnings come on standard error afterwards unless
 /// bQuiet. What the library throws becomes a Failure.

@@ -158,6 +158,14 @@ std::string getReason(LibraryMessages& messages)
     return problems.empty() ? "" : " (" + problems.front() + ")";
 }
 
+[[noreturn]] void failToUnderstand(const std::string& path, LibraryMessages& messages, const std::string& remedy)
+{
+    const std::string reason = getReason(messages);
+    if (reason.find("bad_alloc") != std::string::npos)
+        throw Failure("the memory is not enough for the points of " + path + "; try with fewer points");
+    throw Failure(path + " can't be understood" + reason + "; " + remedy);
+}
+
 /// The library repeats points where the header promises more than there are; the tool refuses such a file.
 void checkBinaryPoints(const std::string& path)
 {
@@ -266,8 +274,7 @@ Cloud readCloud(const std::string& path, bool bQuiet)
         const bool bRead = MIRT_ZAV::readPoints_auto(name, cloud.points);
         refuseDefects(messages, path);
         if (!bRead)
-            throw Failure(path + " can't be understood" + getReason(messages) +
-                          "; check that it holds points in the form its name says");
+            failToUnderstand(path, messages, "check that it holds points in the form its name says");
         if (!bQuiet)
             tellProblems(messages);
     }
@@ -295,8 +302,7 @@ std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path)
     const bool bRead = MIRT_ZAV::readPly(path.c_str(), false, corners);
     refuseDefects(messages, path);
     if (!bRead)
-        throw Failure(path + " can't be understood" + getReason(messages) +
-                      "; its faces have to be triangles that name their vertices in vertex_indices");
+        failToUnderstand(path, messages, "its faces have to be triangles that name their vertices in vertex_indices");
     return corners;
 }
 

@@ -89,6 +89,7 @@ CLI::Validator notNegativeNumber()
 
 int main(int argc, char** argv)
 {
+    zavtool::prepareForBitterEnds();
     try
     {
         return zavtool::run(argc, argv);

@@ -130,3 +130,29 @@ TEST_F(ToolFiles, filesThatAreNotOnesOwnOrReadOnlyAreNotReplaced)
         EXPECT_FALSE(fs::exists(directory / "victim.xyz"));
     }
 }
+
+TEST_F(ToolFiles, runsOutOfMemoryEndInASentence)
+{
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // their shadow memory is beyond any limit
+    ASSERT_EQ(run("generate torus in.ply --points 200000").exitCode, 0);
+    write("old.ply", "an older result");
+    size_t numFailed = 0;
+    for (const int kilobytes : {60000, 130000, 220000, 280000, 320000})
+    {
+        fs::copy_file(directory / "old.ply", directory / "out.ply", fs::copy_options::overwrite_existing);
+        limit = "ulimit -v " + std::to_string(kilobytes) + "; ";
+        const Outcome outcome = run("reconstruct in.ply out.ply --threads 2");
+        if (outcome.exitCode == 0)
+        {
+            EXPECT_EQ(contentOf("out.ply").find("ply\n"), 0u) << kilobytes;
+            continue;
+        }
+        ++numFailed;
+        EXPECT_EQ(outcome.exitCode, 1) << kilobytes << ": " << outcome.err;
+        EXPECT_NE(outcome.err, "") << kilobytes;
+        EXPECT_TRUE(contentOf("out.ply") == "an older result") << kilobytes;
+        EXPECT_EQ(countFiles(), 3u) << kilobytes;
+    }
+    EXPECT_GT(numFailed, 3u);
+#endif
+}
