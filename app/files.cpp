@@ -3,10 +3,12 @@
 #include "SafeOutput.h"
 #include "console.h"
 #include "plyHeader.h"
+#include "textFiles.h"
 
 #include <zav_api.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -19,12 +21,6 @@ namespace zavtool
 {
 namespace
 {
-void refuseCutShort(bool bComplete, const std::string& path)
-{
-    if (!bComplete)
-        throw Failure(path + " is cut short; get a complete copy");
-}
-
 /// A binary file begins with 80 bytes of any text, "solid" as likely as not, and the number of triangles in four bytes.
 /// The last of these is 0 below 2^24 triangles; a text has no such byte.
 void refuseBinaryStl(const std::string& path)
@@ -34,23 +30,6 @@ void refuseBinaryStl(const std::string& path)
     in.read(begin.data(), static_cast<std::streamsize>(begin.size()));
     if (begin.find('\0') != std::string::npos)
         throw Failure(path + " is a binary STL file; convert it to the text form, or to PLY");
-}
-
-/// A text STL file ends in a line with "endsolid"; one that was cut off doesn't. Of a file that doesn't even begin with
-/// "solid" no such line is expected.
-bool endsSolid(const std::string& path)
-{
-    std::ifstream in = openInput(path);
-    std::string begin(5, '\0');
-    in.read(begin.data(), 5);
-    if (begin != "solid" && begin != "SOLID")
-        return true;
-    constexpr std::uint64_t longestEnd = 1000; // bytes; a name may follow the word
-    const std::uint64_t size = getFileSize(path);
-    in.clear();
-    in.seekg(static_cast<std::streamoff>(size - std::min(size, longestEnd)));
-    const std::string end{std::istreambuf_iterator<char>(in), {}};
-    return end.find("endsolid") != std::string::npos || end.find("ENDSOLID") != std::string::npos;
 }
 
 /// Points as PLY with what the library's own writer leaves out: colours, and digits beyond those of a float.
@@ -158,14 +137,6 @@ std::string getReason(LibraryMessages& messages)
     return problems.empty() ? "" : " (" + problems.front() + ")";
 }
 
-[[noreturn]] void failToUnderstand(const std::string& path, LibraryMessages& messages, const std::string& remedy)
-{
-    const std::string reason = getReason(messages);
-    if (reason.find("bad_alloc") != std::string::npos)
-        throw Failure("the memory is not enough for the points of " + path + "; try with fewer points");
-    throw Failure(path + " can't be understood" + reason + "; " + remedy);
-}
-
 /// The library repeats points where the header promises more than there are; the tool refuses such a file.
 void checkBinaryPoints(const std::string& path)
 {
@@ -178,7 +149,60 @@ void checkBinaryPoints(const std::string& path)
         throw Failure(path + " is no binary point file; it should begin with the number 30 or 20");
     const std::uint64_t pointSize = type == 30 ? 24 : 16;
     const std::uint64_t headerSize = sizeof(type) + sizeof(count);
-    refuseCutShort(count <= (getFileSize(path) - headerSize) / pointSize, path);
+    if (count > (getFileSize(path) - headerSize) / pointSize)
+        throw Failure(path + " is cut short; get a complete copy");
+}
+
+/// The library takes the columns of a PLY file that it asks for in the order in which they stand there. Points of a
+/// file with another order than x, y, z or red, green, blue get theirs back by the names.
+void sortColumns(const PlyHeader& header, std::vector<MIRT_ZAV::Point3>& points)
+{
+    constexpr std::array<int, 3> usual = {0, 1, 2};
+    if (const auto at = header.getOrder({"x", "y", "z"}); at != usual)
+        for (MIRT_ZAV::Point3& p : points)
+        {
+            const double read[3] = {p.x(), p.y(), p.z()};
+            p.set(read[at[0]], read[at[1]], read[at[2]]);
+        }
+    if (const auto at = header.getOrder({"red", "green", "blue"}); at != usual)
+        for (MIRT_ZAV::Point3& p : points)
+            if (p.hasColor())
+            {
+                const unsigned char read[3] = {p.r, p.g, p.b};
+                p.setColor(read[at[0]], read[at[1]], read[at[2]], p.a);
+            }
+}
+
+[[noreturn]] void failToUnderstand(const std::string& path, LibraryMessages& messages, const std::string& remedy)
+{
+    const std::string reason = getReason(messages);
+    if (reason.find("bad_alloc") != std::string::npos)
+        throw Failure("the memory is not enough for the points of " + path + "; try with fewer points");
+    throw Failure(path + " can't be understood" + reason + "; " + remedy);
+}
+
+std::vector<MIRT_ZAV::Point3> readByLibrary(const std::string& path, bool bQuiet)
+{
+    std::vector<MIRT_ZAV::Point3> points;
+    std::string name = path;
+    LibraryMessages messages;
+    const bool bRead = MIRT_ZAV::readPoints_auto(name, points);
+    refuseDefects(messages, path);
+    if (!bRead)
+        failToUnderstand(path, messages, "check that it holds points in the form its name says");
+    if (!bQuiet)
+        tellProblems(messages);
+    return points;
+}
+
+std::vector<MIRT_ZAV::Point3> readPlyPoints(const std::string& path, bool bQuiet)
+{
+    const PlyHeader header = readPlyHeader(path);
+    if (header.getCount("vertex") == 0)
+        return {};
+    std::vector<MIRT_ZAV::Point3> points = readByLibrary(path, bQuiet);
+    sortColumns(header, points);
+    return points;
 }
 } // namespace
 
@@ -247,17 +271,18 @@ std::uint64_t getFileSize(const std::string& path)
 
 Cloud readCloud(const std::string& path, bool bQuiet)
 {
+    Cloud cloud;
     switch (getType(path))
     {
     case FileType::ply:
-        if (readPlyHeader(path).getCount("vertex") == 0)
-            throw Failure(path + " holds no points; check that it is the file you meant");
+        cloud.points = readPlyPoints(path, bQuiet);
         break;
     case FileType::binary:
         checkBinaryPoints(path);
+        cloud.points = readByLibrary(path, bQuiet);
         break;
     case FileType::text:
-        openInput(path);
+        cloud.points = readTextPoints(path, bQuiet);
         break;
     case FileType::stl:
     case FileType::list:
@@ -265,18 +290,6 @@ Cloud readCloud(const std::string& path, bool bQuiet)
     case FileType::other:
         throw WrongUsage(path +
                          " doesn't look like a point file; give one that ends in .ply, .xyz, .txt, .asc or .bin");
-    }
-
-    Cloud cloud;
-    std::string name = path;
-    {
-        LibraryMessages messages;
-        const bool bRead = MIRT_ZAV::readPoints_auto(name, cloud.points);
-        refuseDefects(messages, path);
-        if (!bRead)
-            failToUnderstand(path, messages, "check that it holds points in the form its name says");
-        if (!bQuiet)
-            tellProblems(messages);
     }
     const auto firstBad = std::remove_if(cloud.points.begin(), cloud.points.end(),
                                          [](const MIRT_ZAV::Point3& point) { return !point.isFinite(); });
@@ -296,30 +309,25 @@ void tellNotFinite(const Cloud& cloud)
 
 std::vector<MIRT_ZAV::Point3> readCorners(const std::string& path)
 {
-    readPlyHeader(path);
+    const PlyHeader header = readPlyHeader(path);
     std::vector<MIRT_ZAV::Point3> corners;
     LibraryMessages messages; // mostly about colours, which don't fit corners: shown only when reading fails
     const bool bRead = MIRT_ZAV::readPly(path.c_str(), false, corners);
     refuseDefects(messages, path);
     if (!bRead)
         failToUnderstand(path, messages, "its faces have to be triangles that name their vertices in vertex_indices");
+    sortColumns(header, corners);
     return corners;
 }
 
-Triangles readTriangles(const std::string& path, bool bQuiet)
+Triangles readTriangles(const std::string& path)
 {
     Triangles triangles;
     switch (getType(path))
     {
     case FileType::stl:
         refuseBinaryStl(path);
-        callLibrary(bQuiet, "check that " + path + " is complete",
-                    [&] { return MIRT_ZAV::readSTL_ASCII(path.c_str(), triangles.corners); });
-        refuseCutShort(endsSolid(path), path);
-        if (triangles.corners.size() % 3 != 0)
-            throw Failure(
-                path +
-                " has a facet of more or fewer than three corners; split it into triangles, or get a complete copy");
+        triangles.corners = readTextStl(path);
         break;
     case FileType::ply:
         triangles.corners = readCorners(path);
@@ -339,7 +347,7 @@ Triangles readTriangles(const std::string& path, bool bQuiet)
     if (corners.empty() && triangles.numNotFinite > 0)
         throw Failure(path + " holds no triangle whose coordinates are all finite; check how it was written");
     if (corners.empty())
-        throw Failure(path + " holds no triangles; STL files have to be text, with their words in lower case");
+        throw Failure(path + " holds no triangles; check that it is the file you meant");
     return triangles;
 }
 
@@ -347,9 +355,9 @@ void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coor
 {
     const auto write = [&](const std::string& path)
     {
-        if (getType(path) == FileType::ply)
-            return PlyPoints(points, coordinates, bAscii).write(path);
-        return MIRT_ZAV::writePoints_auto(path, points, bAscii);
+        if (getType(path) != FileType::ply)
+            return MIRT_ZAV::writePoints_auto(path, points, bAscii);
+        return PlyPoints(points, coordinates, bAscii).write(path);
     };
     // Of a failure the tool says all that there is to say.
     callLibrary(true, "check the space on the disk", [&] { output.writeBy(write); });

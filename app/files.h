@@ -64,7 +64,7 @@ struct Triangles
 /// The triangles of a text STL file or of a PLY file with faces.
 /// \throws WrongUsage  when the name's extension is none of these
 /// \throws Failure     when the file can't be read, is cut short or holds no finite triangle
-Triangles readTriangles(const std::string& path, bool bQuiet);
+Triangles readTriangles(const std::string& path);
 
 /// How a PLY file holds coordinates.
 enum class Coordinates

@@ -81,7 +81,7 @@ void describeMesh(Triangles triangles, size_t maxListed)
 void describe(const std::string& path, size_t maxListed)
 {
     if (getType(path) == FileType::stl)
-        return describeMesh(readTriangles(path, false), maxListed);
+        return describeMesh(readTriangles(path), maxListed);
     const PlyHeader header = getType(path) == FileType::ply ? readPlyHeader(path) : PlyHeader();
     if (header.getCount("face") == 0)
         return describePoints(path);

@@ -41,7 +41,7 @@ void addCommonOptions(CLI::App& command, MeltOptions& options)
 Triangles read(const MeltOptions& options, Timings& timings)
 {
     const Stopwatch reading;
-    Triangles triangles = readTriangles(options.input, options.run.bQuiet);
+    Triangles triangles = readTriangles(options.input);
     timings.setReading(reading);
     if (triangles.numNotFinite > 0 && !options.run.bQuiet)
         tell(std::to_string(triangles.numNotFinite) + " triangles left out: their coordinates aren't finite");

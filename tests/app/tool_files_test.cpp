@@ -131,6 +131,132 @@ TEST_F(ToolFiles, filesThatAreNotOnesOwnOrReadOnlyAreNotReplaced)
     }
 }
 
+TEST_F(ToolFiles, stlFilesThatWouldBeMisreadAreRefusedWithTheLine)
+{
+    const std::string good = facet("0 0 0;1 0 0;0 1 0");
+    const std::string quad = facet("0 0 0;1 0 0;1 1 0;0 1 0");
+    std::string quads;
+    for (int i = 0; i < 9; ++i)
+        quads += quad;
+    const std::vector<std::string> refused[] = {
+        {quads, "line 7:", "fourth corner"},
+        {good + facet("0 0 0;1 0 0"), "line 13:", "2 corners"},
+        {good + facet("0 0 0;nan 0 0;0 1 0"), "line 12:", "three finite numbers"},
+        {good + facet("0 0 0;1 0;0 1 0"), "line 12:", "three finite numbers"},
+        {good + facet("0,5 0,5 0,5;1,5 0,5 0,5;0,5 1,5 0,5"), "line 11:", "point"},
+        {good + "vertex 1 2 3\n", "line 9:", "outside"},
+        {good + replaced(good, "endloop\n", "\n") + good, "line 15:", "isn't complete"},
+    };
+    for (const std::vector<std::string>& file : refused)
+    {
+        write("part.stl", "solid a\n" + file[0] + "endsolid a\n");
+        expectFailure("info part.stl", {"part.stl", file[1], file[2]});
+    }
+    for (const char* begin :
+         {"solid a\n", " solid\n", "\n\nsolid\n", "\xef\xbb\xbfsolid\n", "Solid x\n", "SOLID\r\n", ""})
+    {
+        write("whole.stl", begin + good + good + (*begin == '\0' ? "" : "endsolid\n"));
+        write("cut.stl", begin + good + good.substr(0, good.size() - 5));
+        write("atfacet.stl", begin + good);
+        EXPECT_EQ(run("info whole.stl").exitCode, 0) << begin;
+        expectFailure("info cut.stl", {"cut short"});
+        if (*begin != '\0')
+            expectFailure("info atfacet.stl", {"cut short"});
+    }
+    // Words in any case, all ends of lines, and facets on one line.
+    const std::string solid = "solid facet vertex\n" + good + facet("0 0 0;0 0 1;1 0 0") + "endsolid solid\n";
+    write("unix.stl", solid);
+    const std::string expected = run("info unix.stl").out;
+    EXPECT_NE(expected.find("triangles              2\n"), std::string::npos) << expected;
+    std::string upper = solid;
+    std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) { return std::toupper(c); });
+    for (const std::string& text : {upper, replaced(solid, "\n", "\r"), replaced(solid, "\n", "\r\n"),
+                                    replaced(solid, "1\n outer", "1 outer"), replaced(solid, "\n  vertex", " vertex")})
+    {
+        write("other.stl", text);
+        EXPECT_EQ(run("info other.stl").out, expected) << text;
+    }
+}
+
+TEST_F(ToolFiles, linesOfTextThatHoldNoPointAreCountedAndTold)
+{
+    write("clean.xyz", sheet(20));
+    ASSERT_EQ(run("convert clean.xyz clean.bin").exitCode, 0);
+    const std::string header = "\xef\xbb\xbf// x y z\nx y z\n400\n";
+    for (const char* endOfLine : {"\n", "\r", "\r\n"})
+    {
+        write("in.xyz", replaced(header + "\n# remark\n" + sheet(20), "\n", endOfLine));
+        const Outcome outcome = run("convert in.xyz out.bin");
+        EXPECT_EQ(outcome.err, "");
+        EXPECT_TRUE(contentOf("out.bin") == contentOf("clean.bin"));
+    }
+    write("in.xyz", header + "nan nan nan\n" + sheet(20) + "\n12 13\nbroken \x01 line\n1e999 0 0");
+    const Outcome outcome = run("convert in.xyz out.bin");
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(outcome.err, "zav: in.xyz: 4 lines hold no point, the first is line 4: \"nan nan nan\"\n");
+    EXPECT_TRUE(contentOf("out.bin") == contentOf("clean.bin"));
+    EXPECT_EQ(run("convert in.xyz out.bin --quiet").err, "");
+
+    for (const char* line : {"1 2 3,5", "1,5 2,5 3,5", "1.5,2.5,3.5", "1.5, 2.5, 3.5"})
+    {
+        write("in.xyz", sheet(3) + line + "\n");
+        expectFailure("convert in.xyz out.bin", {"in.xyz", "line 10: \"" + std::string(line) + "\"", "point"});
+    }
+    // Notations of numbers in which the library's reader has the say.
+    write("in.xyz",
+          "+1 2 3\n1e5 .5 5.\n1-2 3 4\n0x10 1 2\n1e-320 4 5\n1 2 3abc\n1e 2 3\n \t7\t8 9 \n-0 0 0\n+-1 2 3\n"
+          "1 2\n++1 2 3\n. 1 2\n-. 1 2\n1e+5 -1E-5 +.5e0\n1 2 3;\n1d5 2 3\n1 inf 2\n1.7976931348623157e308 1 1\n"
+          "1e-400 0.1000000000000000055511151231257827 0 \n1 2 1e400");
+    ASSERT_EQ(run("convert in.xyz out.bin").exitCode, 0);
+    std::vector<MIRT_ZAV::Point3> byTool, byLibrary;
+    ASSERT_TRUE(MIRT_ZAV::readPoints_BIN(path("out.bin").c_str(), byTool));
+    ASSERT_TRUE(MIRT_ZAV::readPoints_ASCII(path("in.xyz").c_str(), byLibrary));
+    EXPECT_GT(byTool.size(), 8u);
+    EXPECT_EQ(byTool, byLibrary);
+    write("in.xyz", "4 5 6\n1 2 3\n1 2"); // nothing of the lines before gets into the last one
+    EXPECT_EQ(run("convert in.xyz out.bin").out, "out.bin: 2 points\n");
+    write("in.xyz", "1,5 mm apart\n1 2 3 4,5\n1 2 3mm\n"); // a header, and what stands behind the numbers
+    EXPECT_EQ(run("convert in.xyz out.bin").out, "out.bin: 2 points\n");
+}
+
+TEST_F(ToolFiles, countsInPlyHeadersArePlainIntegers)
+{
+    for (const std::string count : {"1e3", "12.0", "-3", "0x10", "", "99999999999999999999"})
+    {
+        write("in.ply", "ply\nformat ascii 1.0\nelement vertex " + count +
+                            "\nproperty float x\nproperty float y\nproperty float z\nend_header\n0 0 0\n1 1 1\n");
+        expectFailure("info in.ply", {"in.ply", "line 3", "\"" + count + "\"", "plain integer"});
+    }
+}
+
+TEST_F(ToolFiles, plyColumnsGoByTheirNames)
+{
+    const std::string faces = "element face 1\nproperty list uchar int vertex_indices\n";
+    write("usual.ply", "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+                       "property uchar red\nproperty uchar green\nproperty uchar blue\nproperty uchar alpha\n" +
+                           faces + "end_header\n1 2 3 10 20 30 40\n4 5 6 50 60 70 80\n7 8 90 9 9 99 9\n3 0 1 2\n");
+    write("mixed.ply", "ply\nformat ascii 1.0\nelement vertex 3\nproperty uchar blue\nproperty float z\n"
+                       "property uchar alpha\nproperty float x\nproperty float nx\nproperty uchar red\n"
+                       "property float y\nproperty uchar green\n" +
+                           faces +
+                           "end_header\n30 3 40 1 -1 10 2 20\n70 6 80 4 -1 50 5 60\n99 90 9 7 -1 9 8 9\n3 0 1 2\n");
+    ASSERT_EQ(run("convert usual.ply a.ply").exitCode + run("convert mixed.ply b.ply").exitCode, 0);
+    EXPECT_TRUE(contentOf("a.ply") == contentOf("b.ply"));
+    ASSERT_EQ(run("convert a.ply text.ply --ascii").exitCode, 0);
+    EXPECT_NE(contentOf("text.ply").find("\n1 2 3 10 20 30 40\n4 5 6 50 60 70 80\n7 8 90 9 9 99 9\n"),
+              std::string::npos);
+    EXPECT_EQ(run("info usual.ply").out, run("info mixed.ply").out); // the corners of the face
+
+    // The binary form, with the rows z y x as double.
+    std::string binary = "ply\nformat binary_little_endian 1.0\nelement vertex 2\nproperty double z\n"
+                         "property double y\nproperty double x\nend_header\n";
+    for (const double value : {3.0, 2.0, 1.0, 6.0, 5.0, 4.0})
+        binary.append(reinterpret_cast<const char*>(&value), sizeof(value));
+    write("zyx.ply", binary);
+    ASSERT_EQ(run("convert zyx.ply out.ply --ascii").exitCode, 0);
+    EXPECT_NE(contentOf("out.ply").find("end_header\n1 2 3\n4 5 6\n"), std::string::npos);
+}
+
 TEST_F(ToolFiles, runsOutOfMemoryEndInASentence)
 {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // their shadow memory is beyond any limit
