@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 
 namespace fs = std::filesystem;
 
@@ -357,10 +358,20 @@ void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coor
     {
         if (getType(path) != FileType::ply)
             return MIRT_ZAV::writePoints_auto(path, points, bAscii);
+        if (coordinates == Coordinates::asFloats)
+            for (const MIRT_ZAV::Point3& p : points)
+                refuseBeyondFloats((p - MIRT_ZAV::Point3()).getMaxAbsComponent(), "a PLY file");
         return PlyPoints(points, coordinates, bAscii).write(path);
     };
     // Of a failure the tool says all that there is to say.
     callLibrary(true, "check the space on the disk", [&] { output.writeBy(write); });
+}
+
+void refuseBeyondFloats(double largestCoordinate, const std::string& path)
+{
+    if (largestCoordinate > std::numeric_limits<float>::max())
+        throw Failure(path + " can't hold coordinates above 3.4e38: PLY has 32-bit floats; scale the points down, or "
+                             "write another format");
 }
 
 void refuseSameFile(const std::string& input, const std::string& output)

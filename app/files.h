@@ -75,8 +75,11 @@ enum class Coordinates
 
 /// Writes points in the format of the output's name. PLY files get the points' colours if there are any.
 /// \param bAscii  the text form of a PLY file
-/// \throws Failure  when the file can't be written
+/// \throws Failure  when the file can't be written, or can't hold the coordinates
 void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coordinates coordinates, bool bAscii);
+
+/// \throws Failure  when a PLY file, which holds 32-bit floats, would hold such a coordinate as infinite
+void refuseBeyondFloats(double largestCoordinate, const std::string& path);
 
 /// \throws WrongUsage  when both names mean the same file
 void refuseSameFile(const std::string& input, const std::string& output);

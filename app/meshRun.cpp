@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <limits>
 
 namespace zavtool
 {
@@ -47,6 +48,14 @@ double getRounding(FileType type, bool bAscii)
     return type == FileType::obj || bAscii ? 5e-6 : 6e-8; // 6 digits, or the 24 bits of a float
 }
 
+double getLargestCoordinate(const std::vector<MIRT_ZAV::Point3*>& points)
+{
+    double largest = 0.0;
+    for (const MIRT_ZAV::Point3* const p : points)
+        largest = std::max(largest, (*p - MIRT_ZAV::Point3()).getMaxAbsComponent());
+    return largest;
+}
+
 /// Says what the file can't hold.
 void tellLosses(const MIRT_ZAV::Mesh& mesh, const std::string& path, bool bAscii)
 {
@@ -56,12 +65,25 @@ void tellLosses(const MIRT_ZAV::Mesh& mesh, const std::string& path, bool bAscii
     const bool bColors = std::any_of(vertices.begin(), vertices.end(), [](const auto* p) { return p->hasColor(); });
     if (bColors && (type == FileType::stl || type == FileType::obj))
         tell("the colours are left out: of mesh files only .ply and .list keep them");
-    double largest = 0.0;
-    for (const MIRT_ZAV::Point3* const p : vertices)
-        largest = std::max(largest, (*p - MIRT_ZAV::Point3()).getMaxAbsComponent());
-    if (largest * getRounding(type, bAscii) > 0.05 * mesh.getAverageEdgeLength())
+    if (getLargestCoordinate(vertices) * getRounding(type, bAscii) > 0.05 * mesh.getAverageEdgeLength())
         tell("the coordinates have too many digits for this format, vertices are moved: bring the points nearer to the "
              "origin, or write .list");
+}
+
+/// \throws Failure  for vertices that the file would hold as infinite, or all at one place
+void refuseOutOfRange(const MIRT_ZAV::Mesh& mesh, const std::string& path)
+{
+    std::vector<MIRT_ZAV::Point3*> vertices;
+    mesh.getPoints(vertices);
+    if (!std::all_of(vertices.begin(), vertices.end(), [](const auto* p) { return p->isFinite(); }))
+        throw Failure("the coordinates are too large to work with; scale the points down");
+    if (getType(path) != FileType::ply)
+        return;
+    refuseBeyondFloats(getLargestCoordinate(vertices), path);
+    constexpr double leastStep = std::numeric_limits<float>::denorm_min();
+    if (mesh.getAverageEdgeLength() < 100.0 * leastStep)
+        throw Failure(path + " can't hold such small coordinates: PLY has 32-bit floats; scale the points up, or write "
+                             ".list");
 }
 
 ProgressBar& getBar()
@@ -131,6 +153,7 @@ ShowProgress::~ShowProgress()
 void writeMesh(const MIRT_ZAV::MeshPtr& mesh, SafeOutput& output, const std::string& path, const std::string& madeFrom,
                const RunOptions& options, Timings& timings)
 {
+    refuseOutOfRange(*mesh, path);
     const Stopwatch writing;
     // Of a failure the tool says all that there is to say.
     callLibrary(

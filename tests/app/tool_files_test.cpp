@@ -257,6 +257,20 @@ TEST_F(ToolFiles, plyColumnsGoByTheirNames)
     EXPECT_NE(contentOf("out.ply").find("end_header\n1 2 3\n4 5 6\n"), std::string::npos);
 }
 
+TEST_F(ToolFiles, coordinatesThatPlyCanNotHoldAreRefused)
+{
+    write("in.xyz", sheet(20, 1e39));
+    write("out.ply", "an older result");
+    expectFailure("reconstruct in.xyz out.ply", {"out.ply", "32-bit floats", "scale"});
+    EXPECT_TRUE(contentOf("out.ply") == "an older result");
+    EXPECT_EQ(run("reconstruct in.xyz out.stl").exitCode, 0);
+    EXPECT_NE(run("info out.stl").out.find("not finite triangles   0\n"), std::string::npos);
+    write("soup.stl", "solid\n" + facet("0 0 0;1e39 0 0;0 1e39 0") + "endsolid\n");
+    expectFailure("cloud soup.stl out.ply --spacing 1e38", {"32-bit floats"});
+    write("small.xyz", sheet(20, 1e-45));
+    expectFailure("reconstruct small.xyz out.ply --spacing 1e-45", {"32-bit floats", "scale"});
+}
+
 TEST_F(ToolFiles, runsOutOfMemoryEndInASentence)
 {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // their shadow memory is beyond any limit
