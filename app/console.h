@@ -1,6 +1,7 @@
 // What the tool says on standard error, and how it keeps the library's messages apart from its own output.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -78,17 +79,19 @@ private:
 /// in one sentence, with exit code 1 and without a half-written output. To be called once.
 void prepareForBitterEnds();
 
+/// What the user can try when a call of the library fails, a clause: "try a greater --spacing". Asked for only then.
+using Remedy = std::function<std::string()>;
+
 /// Runs a piece of work with the library's messages held back. Its warnings come on standard error afterwards unless
 /// bQuiet. What the library throws becomes a Failure.
-/// \param remedy  what the user can try when it throws, a clause: "try a greater --spacing"
 template <class Work>
-auto callLibrary(bool bQuiet, const std::string& remedy, Work work);
+auto callLibrary(bool bQuiet, const Remedy& remedy, Work work);
 
 void tellProblems(LibraryMessages& messages);
 [[noreturn]] void failAs(const std::exception& problem, LibraryMessages& messages, const std::string& remedy);
 
 template <class Work>
-auto callLibrary(bool bQuiet, const std::string& remedy, Work work)
+auto callLibrary(bool bQuiet, const Remedy& remedy, Work work)
 {
     LibraryMessages messages;
     struct Tell
@@ -111,7 +114,7 @@ auto callLibrary(bool bQuiet, const std::string& remedy, Work work)
     }
     catch (const std::exception& problem)
     {
-        failAs(problem, messages, remedy);
+        failAs(problem, messages, remedy());
     }
 }
 

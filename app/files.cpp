@@ -364,7 +364,8 @@ void writePoints(SafeOutput& output, std::vector<MIRT_ZAV::Point3>& points, Coor
         return PlyPoints(points, coordinates, bAscii).write(path);
     };
     // Of a failure the tool says all that there is to say.
-    callLibrary(true, "check the space on the disk", [&] { output.writeBy(write); });
+    callLibrary(
+        true, [] { return "check the space on the disk"; }, [&] { output.writeBy(write); });
 }
 
 void refuseBeyondFloats(double largestCoordinate, const std::string& path)

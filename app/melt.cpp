@@ -3,6 +3,7 @@
 #include "console.h"
 #include "files.h"
 #include "meshRun.h"
+#include "outliers.h"
 
 #include <zav_api.h>
 
@@ -23,7 +24,14 @@ struct MeltOptions
     RunOptions run;
 };
 
-const char* const remedy = "try a greater --spacing, or take needle-shaped triangles out";
+Remedy makeRemedy(const Triangles& triangles)
+{
+    return [&triangles]
+    {
+        return adviseOnOutliers(triangles.corners, "corners",
+                                "try a greater --spacing, or take needle-shaped triangles out");
+    };
+}
 
 void addCommonOptions(CLI::App& command, MeltOptions& options)
 {
@@ -57,7 +65,7 @@ void runCloud(const MeltOptions& options)
     Timings timings;
     Triangles triangles = read(options, timings);
     std::vector<MIRT_ZAV::Point3> points;
-    callLibrary(options.run.bQuiet, remedy,
+    callLibrary(options.run.bQuiet, makeRemedy(triangles),
                 [&]
                 {
                     const ShowProgress showProgress(options.run);
@@ -85,7 +93,7 @@ void runMelt(const MeltOptions& options)
     MIRT_ZAV::setGlobalNumCPU(options.run.numThreads);
     Timings timings;
     Triangles triangles = read(options, timings);
-    const MIRT_ZAV::MeshPtr mesh = callLibrary(options.run.bQuiet, remedy,
+    const MIRT_ZAV::MeshPtr mesh = callLibrary(options.run.bQuiet, makeRemedy(triangles),
                                                [&]
                                                {
                                                    const ShowProgress showProgress(options.run);

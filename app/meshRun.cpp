@@ -157,7 +157,7 @@ void writeMesh(const MIRT_ZAV::MeshPtr& mesh, SafeOutput& output, const std::str
     const Stopwatch writing;
     // Of a failure the tool says all that there is to say.
     callLibrary(
-        true, "check the space on the disk",
+        true, [] { return "check the space on the disk"; },
         [&] { output.writeBy([&](const std::string& name) { return writeMeshFile(mesh, name, options.bAscii); }); });
     timings.setWriting(writing);
     if (options.bTimings)

@@ -3,6 +3,7 @@
 #include "console.h"
 #include "files.h"
 #include "meshRun.h"
+#include "outliers.h"
 
 #include <zav_api.h>
 
@@ -41,7 +42,7 @@ void checkOptions(const ReconstructOptions& options)
 class Centring
 {
 public:
-    Centring(Cloud& cloud, const ReconstructOptions& options)
+    Centring(Cloud& cloud, const ReconstructOptions& options) : points(cloud.points)
     {
         const auto [low, high] = getBox(cloud.points);
         const MIRT_ZAV::Point3 middle = low + (high - low) * 0.5;
@@ -49,9 +50,19 @@ public:
         if (distance <= (high - low).getMaxAbsComponent() || distance <= 1e5 * getCellSide(cloud, options))
             return;
         offset = middle - MIRT_ZAV::Point3();
-        for (MIRT_ZAV::Point3& p : cloud.points)
+        for (MIRT_ZAV::Point3& p : points)
             move(p, -offset);
     }
+
+    /// The points go back: what is said about them after a failure is about their true places.
+    ~Centring()
+    {
+        if (!offset.isZero())
+            for (MIRT_ZAV::Point3& p : points)
+                move(p, offset);
+    }
+    Centring(const Centring&) = delete;
+    Centring& operator=(const Centring&) = delete;
 
     void moveBack(MIRT_ZAV::Mesh& mesh) const
     {
@@ -83,6 +94,7 @@ private:
         p.set(p.x() + by.x(), p.y() + by.y(), p.z() + by.z());
     }
 
+    std::vector<MIRT_ZAV::Point3>& points;
     MIRT_ZAV::Vector3 offset; // zero when nothing was moved
 };
 
@@ -138,12 +150,18 @@ void runReconstruct(const ReconstructOptions& options)
     if (!options.run.bQuiet)
         tellNotFinite(cloud);
 
-    const char* const remedy =
-        options.numSmooth > 0 ? "try without --smooth, or a greater --factor" : "try a greater --spacing or --factor";
+    const Remedy remedy = [&]
+    {
+        return adviseOnOutliers(cloud.points, "points",
+                                options.numSmooth > 0 ? "try without --smooth, or a greater --factor"
+                                                      : "try a greater --spacing or --factor");
+    };
     const MIRT_ZAV::MeshPtr mesh =
         callLibrary(options.run.bQuiet, remedy, [&] { return reconstruct(cloud, options, timings); });
     if (!mesh || mesh->getNumT() == 0)
-        throw Failure("no surface came out of " + options.input + "; try a greater --factor or --spacing");
+        throw Failure("no surface came out of " + options.input + "; " + remedy());
+    if (options.spacing == 0.0 && !options.run.bQuiet)
+        tellOutliers(cloud.points);
     writeMesh(mesh, output, options.output, std::to_string(cloud.points.size()) + " points", options.run, timings);
     MIRT_ZAV::destroySingletons();
 }

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "console.h"
 #include "files.h"
+#include "outliers.h"
 
 #include <zav_api.h>
 
@@ -27,11 +28,14 @@ void runSpacing(const SpacingOptions& options)
     Cloud cloud = readCloud(options.input, options.bQuiet);
     if (!options.bQuiet)
         tellNotFinite(cloud);
-    const double spacing = callLibrary(options.bQuiet, "check the points with 'zav info'",
-                                       [&] { return MIRT_ZAV::estimateAvgSpacing(cloud.points); });
+    const double spacing = callLibrary(
+        options.bQuiet, [&] { return adviseOnOutliers(cloud.points, "points", "check the points with 'zav info'"); },
+        [&] { return MIRT_ZAV::estimateAvgSpacing(cloud.points); });
     if (!(spacing > 0.0) || !std::isfinite(spacing))
         throw Failure("no spacing can be detected in " + options.input +
                       "; it takes several points at different places");
+    if (!options.bQuiet)
+        tellOutliers(cloud.points);
 
     char text[64]; // the shortest text that reads back as the same number
     *std::to_chars(text, text + sizeof(text) - 1, spacing).ptr = '\0';

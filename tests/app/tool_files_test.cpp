@@ -257,6 +257,28 @@ TEST_F(ToolFiles, plyColumnsGoByTheirNames)
     EXPECT_NE(contentOf("out.ply").find("end_header\n1 2 3\n4 5 6\n"), std::string::npos);
 }
 
+TEST_F(ToolFiles, pointsFarFromAllOthersAreNamed)
+{
+    write("out.ply", "an older result");
+    for (const char* far : {"1e7 3 4", "1e9 3 4"})
+    {
+        write("in.xyz", sheet(40) + far + "\n");
+        const std::string coordinates = replaced(far, "e", "e+0");
+        expectFailure("reconstruct in.xyz out.ply --spacing 1 --quiet",
+                      {"1 lies far", "from 0 0 0 to 39 39 0", "remove " + coordinates});
+        // Detection may give some spacing, which can't be right.
+        for (const char* arguments : {"reconstruct in.xyz auto.ply", "spacing in.xyz"})
+            EXPECT_NE(run(arguments).err.find("remove " + coordinates), std::string::npos) << arguments;
+    }
+    // Also where the run moves the cloud to the origin.
+    std::ostringstream text;
+    for (int i = 0; i < 1600; ++i)
+        text << i % 40 << " 5000000000 " << i / 40 << '\n';
+    write("in.xyz", text.str() + "4e9 5e9 0\n3 5e9 2.5e9\n");
+    expectFailure("reconstruct in.xyz out.ply --spacing 1", {"2 lie far", "4e+09 5e+09 0, 3 5e+09 2.5e+09"});
+    EXPECT_TRUE(contentOf("out.ply") == "an older result");
+}
+
 TEST_F(ToolFiles, coordinatesThatPlyCanNotHoldAreRefused)
 {
     write("in.xyz", sheet(20, 1e39));
