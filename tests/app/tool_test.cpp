@@ -172,17 +172,6 @@ TEST_F(Tool, generatesWhatWasAskedFor)
     }
 }
 
-TEST_F(Tool, spacingIsOneNumberInAllItsDigits)
-{
-    write("points.xyz", squareOfPoints(40, 1.0 / 3.0));
-    const Outcome outcome = run("spacing points.xyz");
-    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
-    EXPECT_EQ(outcome.err, "");
-    EXPECT_NEAR(std::stod(outcome.out), 1.0 / 3.0, 0.1);
-    EXPECT_EQ(outcome.out.find_first_not_of("0123456789.e-"), outcome.out.size() - 1); // nothing but the number
-    EXPECT_GT(outcome.out.size(), 15u);
-}
-
 TEST_F(Tool, infoCountsAMeshByHand)
 {
     // A tetrahedron, a fin on one of its edges, a collapsed triangle, and one of its own that comes twice with the same

@@ -126,34 +126,6 @@ TEST(Reentry, KeepsTheFractionAndTheStepUnlessNothingIsDone)
     EXPECT_EQ(b->getFrac(), 3.0 / 11.0);
 }
 
-TEST(SetDone, FinishesAllBelow)
-{
-    Tree tree({1.0, 1.0});
-    Progress* const outer = tree.root.getChildProgressSetTodo("a", 0);
-    outer->getChildProgressSetTodo("inner", 2)->incProgressByOne(); // a stage without work has some with one below it
-    EXPECT_EQ(outer->getFrac(), 0.5);
-    tree.recorder.fractions.clear();
-    outer->setDone(false);
-    EXPECT_TRUE(tree.recorder.fractions.empty());
-    EXPECT_EQ(outer->getFrac(), 1.0);
-    tree.root.setDone(true);
-    tree.root.setDone(true); // the same value again isn't heard
-    EXPECT_EQ(tree.recorder.fractions, std::vector<double>{1.0});
-}
-
-TEST(Root, ResetKeepsTheSubscriber)
-{
-    Tree tree({1.0});
-    tree.root.getChildProgressSetTodo("a", 1)->incProgressByOne();
-    tree.root.finishRun();
-    EXPECT_EQ(tree.root.getName(), "empty");
-    tree.root.setSubscriber(nullptr); // ignored
-    tree.root.startRun("Second");
-    tree.root.getChildProgressSetTodo("x", 1)->incProgressByOne();
-    EXPECT_EQ(tree.recorder.lastName, "Second");
-    EXPECT_EQ(tree.recorder.fractions, (std::vector<double>{1.0, 1.0}));
-}
-
 TEST(Root, IsEmptyAfterARunThatFailed)
 {
     Tree tree({1.0});

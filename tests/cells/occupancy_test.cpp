@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <random>
-#include <stdexcept>
 #include <thread>
 
 using namespace MIRT_ZAV;
@@ -80,24 +79,6 @@ TEST(Occupancy, AllCellsComeByBlockAndAddress)
     std::vector<RCD> cells = {at(65, 0, 0), at(2, 3, 1), at(1, 3, 1), at(0, 4, 0), at(63, 63, 63)}, all;
     RCDStore(&unitCalc(), cells).getAllRCD(all);
     EXPECT_EQ(all, (std::vector<RCD>{at(0, 4, 0), at(1, 3, 1), at(2, 3, 1), at(63, 63, 63), at(65, 0, 0)}));
-}
-
-TEST(Occupancy, MisuseIsReported)
-{
-    BlockBits::LayerPool pool;
-    pool.init(4, -1);
-    RCDMatrix matrix(pool);
-    for (const RCD outside : {at(64, 0, 0), at(0, 64, 0), at(0, 0, 64)})
-    {
-        std::vector<std::pair<RCD, RCD>> list = {{0, outside}};
-        EXPECT_THROW(matrix.store(list, 0, 1), std::out_of_range);
-    }
-    std::vector<RCD> none, one = {at(1, 1, 1)};
-    const RCDStore empty(&unitCalc(), none), store(&unitCalc(), one);
-    for (const auto& [pStore, r] : {std::pair(&empty, one[0]), std::pair(&store, at(64, 1, 1))})
-        EXPECT_NE(test::outputOf([&, p = pStore, cell = r] { EXPECT_EQ(p->getRCDMatrix(cell), nullptr); })
-                      .find("WARNING: No matrix"),
-                  std::string::npos);
 }
 
 TEST(Occupancy, TheCacheOfAThreadNeverAnswersForAnotherStore)

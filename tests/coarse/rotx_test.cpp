@@ -100,20 +100,3 @@ TEST_F(RotxTest, starsAreSortedByAngle)
     EXPECT_GT(numShared, 500u);
     EXPECT_GT(numApart, 500u);
 }
-
-TEST_F(RotxTest, whatIsNoStarIsABug)
-{
-    const auto cell = [this](u64 i, u64 j, u64 k) { return calc.rcd2ccd(rcd::fromXYZ(i, j, k)); };
-    const VCD a = cell(3, 3, 3), b = cell(4, 3, 3), c = cell(3, 4, 3), far = cell(11, 4, 3);
-    CTriangle* const good = mesh.createT(a, b, c, 0, 0);
-    CTriangle* const other = mesh.createT(a, c, far, 0, 0);
-    CTriangle* const killed = mesh.createT(b, a, cell(3, 2, 3), 0, 0);
-    killed->kill(&mesh);
-    CEdge* const edge = mesh.getEdge(a, b);
-    EXPECT_TRUE(test::hasBug("pRefCT->isAlive()", [&] { rotx.sortStar(killed, edge); }));
-    EXPECT_TRUE(test::hasBug("pRefCT->getHEDirection2(vcd0,vcd1)==HE_SAME", [&] { rotx.sortStar(other, edge); }));
-    edge->vT.clear();
-    EXPECT_TRUE(test::hasBug("bHasRef", [&] { rotx.sortStar(good, edge); }));
-    mesh.createT(a, b, far, 0, 0); // no case joins these; 8 cells off, where three bits would come round
-    EXPECT_TRUE(test::hasBug("q_it!=mEncoded2Index.end()", [&] { rotx.sortStar(good, edge); }));
-}

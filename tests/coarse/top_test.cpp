@@ -227,6 +227,20 @@ TEST_F(TopTest, ThreeSheetsOnOneRimMakeTwoPairs)
     EXPECT_EQ(numAliveInMesh(), 0u) << "tiny closed bodies die without counting";
 }
 
+TEST_F(TopTest, PatchesPutTogetherByHandFindTheirRims)
+{
+    const std::vector<VCD> rim = squareRim();
+    CPatch up(&mesh, &calc), low(&mesh, &calc);
+    for (CTriangle* const t : create(sheet(rim, {2, 2, 1}, 4)))
+        up.add(t);
+    for (CTriangle* const t : create(sheet(rim, {2, 2, -1}, 4)))
+        low.add(t);
+    std::vector<CPatch*> patches = {&up, &low}, closed, rest;
+    std::vector<std::pair<CPatch*, CPatch*>> pairs;
+    top.getPatchPairs(patches, pairs, closed, rest);
+    EXPECT_TRUE(pairs.size() == 1 && closed.empty() && rest == std::vector<CPatch*>{patches[1]});
+}
+
 TEST_F(TopTest, ADoubleSheetLosesTheSideThatIsNotTied)
 {
     // Two sizes, which sides are tied to the rest of the mesh, whether to be strict, and which sides stay.

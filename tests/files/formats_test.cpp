@@ -344,22 +344,6 @@ TEST(Ply, EqualNamesMeanTheFirstOne)
     EXPECT_EQ(std::memcmp(data->buffer.get(), (raw(1) + raw(3)).data(), 8), 0);
 }
 
-TEST(Ply, WhatWasReadIsWrittenAgain)
-{
-    for (const std::string encoding : {"binary_little_endian", "binary_big_endian"})
-    {
-        std::istringstream in(test::smallPly(encoding));
-        std::ostringstream out;
-        PLY::PlyFile file;
-        file.parse_header(in);
-        file.request_properties_from_element("vertex", {"x", "y", "z"}, 0);
-        file.request_properties_from_element("face", {"vertex_indices"}, 3);
-        file.read(in);
-        file.write(out, true);
-        EXPECT_EQ(out.str(), test::smallPly(encoding));
-    }
-}
-
 TEST(Ply, ListsAndGroupsRoundTrip)
 {
     std::vector<float> ab = {1, 2, 3, 4, 5, 6};

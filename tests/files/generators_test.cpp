@@ -95,12 +95,3 @@ TEST(Generators, BoxesThatAreNoneAreRefused)
     EXPECT_THROW(generateRandomSurfacePoints(9, SIZE_MAX, 2, 0, 0, 0, 1, 1, 1, points, 1), std::length_error);
     EXPECT_TRUE(points.empty());
 }
-
-TEST(Generators, ShearUsesTheOldValues)
-{
-    std::vector<Point3> points = {{1, 10, 100}};
-    points[0].setColor(1, 2, 3, 4);
-    shear(points, 2.0, 3.0);
-    EXPECT_EQ(points[0], Point3(21, 13, 100));
-    EXPECT_FALSE(points[0].hasColor() || points[0].r != 0);
-}

@@ -63,19 +63,6 @@ TEST_F(MeshFiles, StlByteForByte)
     EXPECT_EQ(contentOf("empty.stl"), "solid - ZAV\nendsolid - ZAV\n");
 }
 
-TEST_F(MeshFiles, StlOfACoarseMesh)
-{
-    test::CoarseCells cells(2);
-    const CCD last = cells.vertex(0, 1, 0);
-    cells.mesh.createT(cells.vertex(0, 0, 0), cells.vertex(0, 0, 1), last, 0, 0);
-    ASSERT_TRUE(writeSTL(&cells.mesh, cells.bundles, path("a.stl")));
-    EXPECT_EQ(contentOf("a.stl"),
-              "solid - ZAV\nfacet normal -1 0 0\n outer loop\n  vertex 0.5 0.5 0.5\n  vertex 0.5 0.5 1.5\n"
-              "  vertex 0.5 1.5 0.5\n endloop\nendfacet\nendsolid - ZAV\n");
-    cells.bundles.erase(last);
-    EXPECT_TRUE(test::hasBug("q_it2!=mCCDBundle.end()", [&] { writeSTL(&cells.mesh, cells.bundles, path("b.stl")); }));
-}
-
 TEST_F(MeshFiles, ObjByteForByte)
 {
     EXPECT_EQ(test::outputOf([&] { toObj(smallMesh(true), path("a.obj")); }), "Writing " + path("a.obj") + "\n");
@@ -129,27 +116,6 @@ TEST_F(MeshFiles, DebugGeometryColorsEdgesByDegree)
                       otherDegree <= 2 || degree == otherDegree)
                 << degree << ' ' << otherDegree;
     }
-}
-
-TEST_F(MeshFiles, ColorsInTurn)
-{
-    std::set<std::string> seen;
-    for (int i = 0; i < 100; ++i)
-        seen.insert(Visualizer3::getNextColor());
-    EXPECT_EQ(seen.size(), 23u);
-    for (const int hardToSee : {4, 8, 10, 13})
-        EXPECT_EQ(seen.count(Visualizer3::getColor(hardToSee)), 0u);
-    EXPECT_EQ(Visualizer3::CLAWNGREEN + Visualizer3::getColor(20), "0.49\t0.99 0.00 0.50.60\t0.98 0.60 0.5");
-    EXPECT_EQ(Visualizer3::getColor(26), "0.96 0.87 0.7 0.5");
-    EXPECT_EQ(Visualizer3::getColor(27), Visualizer3::CGREEN); // modulo 26: files of debug geometry depend on it
-    EXPECT_EQ(Visualizer3::getColor(-1), Visualizer3::CWHITE);
-}
-
-TEST_F(MeshFiles, HolesAreNotShown)
-{
-    const std::string report = test::bugReportOf([] { findHoles(smallMesh(false)); });
-    EXPECT_EQ(report.find("Unauthorized write of holes.list\n"), 0u) << report;
-    EXPECT_NE(report.find("[ bAuthorized failed ]"), std::string::npos) << report;
 }
 
 TEST_F(MeshFiles, AutoPicksTheWriter)

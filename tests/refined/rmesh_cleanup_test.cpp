@@ -79,50 +79,6 @@ TEST_F(RMeshCleanup, UpToThreeZeroVerticesStay)
     }
 }
 
-TEST_F(RMeshCleanup, OperationsAreRunsOfTheirOwn)
-{
-    const MeshPtr mesh = std::make_shared<Mesh>(makeMesh(makeGrid(9, 9, 0.3, random), v).release());
-    getThreadProgress()->reset();
-    laplacianSmoothing(mesh, 3);
-    EXPECT_EQ(getStageTimings().front().label, "Smoothing");
-    edgeFlipsSimA(mesh);
-    const std::vector<StageTiming> timings = getStageTimings();
-    EXPECT_EQ(timings.front().label, "EdgeFlipsS");
-    EXPECT_GT(timings.size(), 29u); // a stage for each temperature
-    EXPECT_EQ(getThreadProgress()->getName(), "empty");
-}
-
-TEST_F(RMeshCleanup, ContrastIsStretchedBetweenTheCuts)
-{
-    using Greys = std::vector<int>;
-    const auto spread = [&](const Greys& greys, double low, double high)
-    {
-        Shape shape = makeGrid(2, 5, 0.0, random);
-        for (size_t i = 0; i < greys.size(); ++i)
-        {
-            const auto grey = static_cast<unsigned char>(greys[i]);
-            shape.points[i].setColor(grey, grey, grey, 9);
-        }
-        const RMeshPtr mesh = makeMesh(shape, v);
-        mesh->contrastSpread(low, high);
-        Greys after;
-        for (const Point3* const p : v)
-            if (p->hasColor())
-                after.push_back(p->g == p->r && p->b == p->r && p->a == 9 ? p->r : -1);
-        return after;
-    };
-    // Without cuts from 0 to 255: nothing changes. 10 vertices have 30 values; those without colour count, too.
-    EXPECT_EQ(spread({0, 50, 100, 150, 255}, 0.0, 0.0), (Greys{0, 50, 100, 150, 255}));
-    // Targets 7 and 7 of 30: the levels up to 99 hold 6 values, those from 200 on 9. So 99 becomes 0, and 201 becomes
-    // 255.
-    EXPECT_EQ(spread({10, 50, 100, 200, 250, 255}, 0.24, 0.24), (Greys{0, 0, 3, 253, 255, 255}));
-    EXPECT_EQ(spread({100, 110, 120}, 0.5, 0.5), (Greys{0, 128, 255})); // a range of 20 levels is stretched as it is
-    EXPECT_EQ(spread({70, 70, 70}, 0.1, 0.1), (Greys{0, 0, 0}));        // no range at all
-    // The bright target is never reached, which puts the bright end at 0. Numbers that make no sense do no harm.
-    EXPECT_EQ(spread({10, 100, 200}, NAN, INFINITY), (Greys{255, 255, 255}));
-    EXPECT_EQ(spread({0, 100, 200}, -1e300, -1e300), (Greys{0, 100, 200}));
-}
-
 TEST(ColorUtils, DifferencesAgreeWithTheDefinition)
 {
     const auto delta = [](ColorUtils::Rgb x, ColorUtils::Rgb y) { return ColorUtils::getColorDeltaE(x, y); };
