@@ -29,7 +29,8 @@ bool TextLines::next(std::string_view& line)
         ++begin;
     bBehindReturn = false;
     size_t at = 0;
-    while ((at = std::min(lineFeed.find(window, begin, end), carriageReturn.find(window, begin, end))) == end)
+    while ((at = std::min(lineFeed.find(window.data(), begin, end), carriageReturn.find(window.data(), begin, end))) ==
+           end)
     {
         if (end - begin == window.size())
             throw Failure(path + " has a line of more than " + std::to_string(windowBytes) + " bytes, line " +
@@ -60,12 +61,12 @@ bool TextLines::more()
     return numRead != 0;
 }
 
-size_t TextLines::NextEnd::find(const std::vector<char>& window, size_t begin, size_t end)
+size_t TextLines::NextEnd::find(const char* data, size_t from, size_t last)
 {
-    if (bKnown && at >= begin)
+    if (bKnown && at >= from)
         return at;
-    const void* const found = begin == end ? nullptr : std::memchr(window.data() + begin, character, end - begin);
-    at = found == nullptr ? end : static_cast<size_t>(static_cast<const char*>(found) - window.data());
+    const void* const found = from == last ? nullptr : std::memchr(data + from, character, last - from);
+    at = found == nullptr ? last : static_cast<size_t>(static_cast<const char*>(found) - data);
     bKnown = true;
     return at;
 }

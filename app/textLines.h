@@ -36,7 +36,7 @@ private:
         size_t at = 0;
         bool bKnown = false;
 
-        size_t find(const std::vector<char>& window, size_t begin, size_t end);
+        size_t find(const char* data, size_t from, size_t last);
     };
 
     bool more();
